@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs every Debian package Tolkaro needs to build, run and test.
+# The one package list of the project: the README's commands and CI both call this.
+# Usage: scripts/install-deps.sh [--check]   (--check only lists what is missing)
+set -euo pipefail
+
+PACKAGES=(
+  # build
+  build-essential cmake ninja-build pkg-config git
+  qt6-base-dev qt6-base-dev-tools libqt6svg6 qt6-svg-dev
+  libatspi2.0-dev libx11-dev libx11-xcb-dev libxi-dev libxtst-dev libxres-dev libgl-dev
+  # the test desktop
+  xvfb openbox trayer dbus-x11 dbus-bin at-spi2-core x11-utils xclip xdotool imagemagick
+  python3 python3-gi gir1.2-gtk-3.0 gir1.2-atspi-2.0 python3-dbus
+  qt6-qpa-plugins fonts-dejavu-core fonts-noto-color-emoji
+)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+
+if [ "${1:-}" = "--check" ]; then
+  printf '%s\n' "${missing[@]}"
+  exit 0
+fi
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing missing packages: ${missing[*]}" >&2
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || { echo "error: need root or sudo to install: ${missing[*]}" >&2; exit 1; }
+  SUDO="sudo"
+fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

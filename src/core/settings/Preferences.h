@@ -1,0 +1,88 @@
+#pragma once
+
+#include <QSettings>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+
+// Every preference Tolkaro reads or writes, under its exact key, with its type and its
+// value when absent. Backed by QSettings (an INI file under $XDG_CONFIG_HOME/Tolkaro/).
+// Main thread only. Absence is meaningful for some keys, so those read as std::optional.
+namespace PreferenceKeys {
+inline constexpr char kHasBeenLaunchedBefore[] = "HasBeenLaunchedBefore";
+inline constexpr char kHasBeenLaunchedAtLeastOnce[] = "HasBeenLaunchedAtLeastOnce";
+inline constexpr char kTotalTranslationsMadeCounter[] = "totalTranslationsMadeCounter";
+inline constexpr char kPreviouslyUsedLanguageCode[] = "previouslyUsedLanguageCode";
+inline constexpr char kPreviouslyUsedLanguageCode2[] = "previouslyUsedLanguageCode2";
+inline constexpr char kTypingModeKeyboardShortcut[] = "TypingModeKeyboardShortcut";
+inline constexpr char kMoveToApplicationsFolderAlertSuppress[] =
+    "moveToApplicationsFolderAlertSuppress";
+// Linux-only keys.
+inline constexpr char kTranslationServiceURL[] = "TranslationServiceURL";
+inline constexpr char kKeystrokeCaptureApplications[] = "KeystrokeCaptureApplications";
+inline constexpr char kFnStandInKey[] = "FnStandInKey";
+inline constexpr char kUpdateFeedURL[] = "UpdateFeedURL";
+inline constexpr char kUsageReportingEnabled[] = "UsageReportingEnabled";
+inline constexpr char kUsageReportingURL[] = "UsageReportingURL";
+} // namespace PreferenceKeys
+
+// The translation endpoint's scheme, host and port when nothing else is configured.
+inline constexpr char kDefaultTranslationServiceURL[] = "https://translate.googleapis.com";
+// Overrides "TranslationServiceURL" (tests point it at a loopback server).
+inline constexpr char kTranslationUrlEnvironmentVariable[] = "TOLKARO_TRANSLATE_URL";
+// The key standing in for fn on PC keyboards, by X keysym name.
+inline constexpr char kDefaultFnStandInKey[] = "Super_L";
+
+// A stored typing-mode shortcut: an X key symbol and Qt keyboard modifiers.
+struct StoredShortcut
+{
+    quint32 keySym = 0;
+    quint32 modifiers = 0;
+    bool operator==(const StoredShortcut &) const = default;
+};
+
+class Preferences
+{
+public:
+    // The user's store: organisation and application "Tolkaro", native (INI) format.
+    Preferences();
+    // A store at an explicit path (tests).
+    explicit Preferences(const QString &iniPath);
+
+    bool hasBeenLaunchedBefore() const;
+    void setHasBeenLaunchedBefore(bool value);
+    bool hasBeenLaunchedAtLeastOnce() const;
+    void setHasBeenLaunchedAtLeastOnce(bool value);
+
+    qint64 totalTranslationsMadeCounter() const;
+    void setTotalTranslationsMadeCounter(qint64 value);
+
+    std::optional<QString> previouslyUsedLanguageCode() const;
+    void setPreviouslyUsedLanguageCode(const QString &code);
+    void setPreviouslyUsedLanguageCode2(const QString &code);
+
+    std::optional<StoredShortcut> typingModeKeyboardShortcut() const;
+    void setTypingModeKeyboardShortcut(const StoredShortcut &shortcut);
+
+    bool moveToApplicationsFolderAlertSuppress() const;
+    void setMoveToApplicationsFolderAlertSuppress(bool value);
+
+    // The endpoint base: $TOLKARO_TRANSLATE_URL, else "TranslationServiceURL", else the default.
+    QString translationServiceURL() const;
+    // Window classes (WM_CLASS) of applications whose selection is read by keystrokes.
+    QStringList keystrokeCaptureApplications() const;
+    QString fnStandInKey() const;
+    QString updateFeedURL() const;
+    bool usageReportingEnabled() const;
+    QString usageReportingURL() const;
+
+    // Writes pending changes to disk.
+    void synchronize();
+
+    QSettings &settings() { return *m_settings; }
+
+private:
+    std::unique_ptr<QSettings> m_settings;
+};
