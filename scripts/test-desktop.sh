@@ -1,0 +1,281 @@
+#!/usr/bin/env bash
+# Runs a command inside a private, throw-away X desktop: Xvfb, a D-Bus session with the
+# accessibility bus switched on, a window manager, a system tray and two target applications
+# (GTK 3 and Qt 6) that the desktop tests read text from and type into.
+#
+# Usage: scripts/test-desktop.sh [options] -- COMMAND [ARGS...]
+#   --no-targets        do not start the two target applications
+#   --timeout SECONDS   stop COMMAND after this long (exit 124); default: no limit
+#   --screenshot PATH   on failure, save a screenshot of the desktop to PATH
+#   --qt-target PATH    the tolkaro-qt-target executable (default: found in the build tree)
+#   -v, --verbose       say how long each step took
+# Environment: TOLKARO_DESKTOP_SCREENSHOT=PATH is the same as --screenshot;
+#   TOLKARO_QT_TARGET=PATH as --qt-target; TOLKARO_DESKTOP_STEP_TIMEOUT (seconds, default 15)
+#   bounds each wait of the bring-up.
+#
+# COMMAND sees DISPLAY, fresh XDG_RUNTIME_DIR / XDG_CONFIG_HOME / XDG_DATA_HOME /
+# XDG_CACHE_HOME (HOME is left alone), and:
+#   TOLKARO_DESKTOP_DIR        scratch directory, removed afterwards
+#   TOLKARO_WM_PID, TOLKARO_TRAY_PID
+#   TOLKARO_GTK_TARGET         command of the GTK target (/usr/bin/python3 .../gtk_target.py)
+#   TOLKARO_QT_TARGET          path of the Qt target
+#   TOLKARO_GTK_TARGET_PID, TOLKARO_GTK_TARGET_TITLE, TOLKARO_GTK_TARGET_LOG
+#   TOLKARO_QT_TARGET_PID, TOLKARO_QT_TARGET_TITLE, TOLKARO_QT_TARGET_LOG
+#     (the *_LOG files collect the targets' output: READY, COPY and PASTE lines)
+#
+# Exit status: COMMAND's; 124 when it timed out; 125 when the desktop did not come up.
+# Everything started here is stopped by PID, in reverse order, however COMMAND ends.
+set -uo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+self="$root/scripts/test-desktop.sh"
+wait_helper=(/usr/bin/python3 "$root/scripts/test-desktop-wait.py")
+step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
+gtk_title="Tolkaro GTK target"
+qt_title="Tolkaro Qt target"
+
+log() { echo "test-desktop: $*" >&2; }
+now_ms() { date +%s%3N; }
+
+# Stops processes by PID, last started first: SIGTERM, a short grace period, then SIGKILL.
+stop_pids() {
+    local pid i
+    for ((i = $# ; i > 0 ; i--)); do
+        pid="${!i}"
+        kill -TERM "$pid" 2>/dev/null || continue
+        for _ in $(seq 40); do kill -0 "$pid" 2>/dev/null || break; sleep 0.05; done
+        kill -KILL "$pid" 2>/dev/null && log "had to kill pid $pid"
+        wait "$pid" 2>/dev/null
+    done
+}
+
+if [ "${1:-}" != "--inner" ]; then
+    # ---- Outer stage: options, private directories, the X server. ----
+    targets=1 command_timeout=0 verbose=0
+    screenshot="${TOLKARO_DESKTOP_SCREENSHOT:-}"
+    qt_target="${TOLKARO_QT_TARGET:-}"
+    usage() { sed -n '2,/^set -uo/{/^set -uo/d;s/^# \{0,1\}//;p}' "$self" >&2; exit 2; }
+    while [ $# -gt 0 ]; do
+        case "$1" in
+            --no-targets) targets=0 ;;
+            --timeout) command_timeout="${2:?--timeout needs seconds}"; shift ;;
+            --screenshot) screenshot="${2:?--screenshot needs a path}"; shift ;;
+            --qt-target) qt_target="${2:?--qt-target needs a path}"; shift ;;
+            -v | --verbose) verbose=1 ;;
+            -h | --help) usage ;;
+            --) shift; break ;;
+            *) log "unknown option: $1"; usage ;;
+        esac
+        shift
+    done
+    [ $# -gt 0 ] || { log "no command given"; usage; }
+
+    if [ "$targets" = 1 ] && [ -z "$qt_target" ]; then
+        for candidate in "${BUILD_DIR:-}/tests/fixtures/tolkaro-qt-target" \
+            "$root/build/tests/fixtures/tolkaro-qt-target" "$(command -v tolkaro-qt-target)"; do
+            [ -x "$candidate" ] && [ -f "$candidate" ] && { qt_target="$candidate"; break; }
+        done
+    fi
+    if [ "$targets" = 1 ] && [ ! -x "$qt_target" ]; then
+        log "error: no tolkaro-qt-target executable; build it (cmake --build BUILD --target" \
+            "tolkaro-qt-target) and pass --qt-target PATH, or use --no-targets"
+        exit 125
+    fi
+    for tool in Xvfb dbus-run-session gdbus openbox trayer xprop /usr/bin/python3; do
+        command -v "$tool" >/dev/null || { log "error: $tool is missing (scripts/install-deps.sh)"; exit 125; }
+    done
+
+    started_ms=$(now_ms)
+    dir="$(mktemp -d "${TMPDIR:-/tmp}/tolkaro-desktop.XXXXXX")" || exit 125
+    mkdir -p "$dir/config" "$dir/data" "$dir/cache" "$dir/logs"
+    mkdir -m 0700 "$dir/runtime"
+    export XDG_RUNTIME_DIR="$dir/runtime" XDG_CONFIG_HOME="$dir/config" \
+        XDG_DATA_HOME="$dir/data" XDG_CACHE_HOME="$dir/cache" TOLKARO_DESKTOP_DIR="$dir"
+    export TOLKARO_DESKTOP__TARGETS="$targets" TOLKARO_DESKTOP__TIMEOUT="$command_timeout" \
+        TOLKARO_DESKTOP__SCREENSHOT="$screenshot" TOLKARO_DESKTOP__VERBOSE="$verbose" \
+        TOLKARO_DESKTOP__STARTED_MS="$started_ms" TOLKARO_QT_TARGET="$qt_target"
+    unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY
+
+    xvfb_pid="" session_pid=""
+    outer_teardown() {
+        local status=$?
+        trap - EXIT INT TERM
+        # The inner stage stops what it started; make sure it gets the chance.
+        if [ -n "$session_pid" ] && kill -0 "$session_pid" 2>/dev/null; then
+            [ -s "$dir/inner.pid" ] && kill -TERM "$(cat "$dir/inner.pid")" 2>/dev/null
+            for _ in $(seq 100); do kill -0 "$session_pid" 2>/dev/null || break; sleep 0.05; done
+            stop_pids "$session_pid"
+        fi
+        [ -n "$xvfb_pid" ] && stop_pids "$xvfb_pid"
+        rm -rf "$dir"
+        exit "$status"
+    }
+    trap outer_teardown EXIT
+    trap 'exit 130' INT
+    trap 'exit 143' TERM
+
+    # -noreset: the server would otherwise reset each time its last client leaves, which
+    # happens between the short-lived probes of the bring-up.
+    Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset \
+        3>"$dir/display" >"$dir/logs/xvfb.log" 2>&1 &
+    xvfb_pid=$!
+    deadline=$(($(now_ms) + step_timeout * 1000))
+    until grep -q '^[0-9]\+$' "$dir/display" 2>/dev/null; do
+        if ! kill -0 "$xvfb_pid" 2>/dev/null || [ "$(now_ms)" -ge "$deadline" ]; then
+            log "error: the X server (Xvfb) did not come up within ${step_timeout} s:"
+            tail -n 20 "$dir/logs/xvfb.log" >&2
+            exit 125
+        fi
+        sleep 0.02
+    done
+    export DISPLAY=":$(cat "$dir/display")"
+    [ "$verbose" = 1 ] && log "Xvfb on $DISPLAY after $(($(now_ms) - started_ms)) ms"
+
+    # The inner stage runs inside the D-Bus session, which ends (taking the accessibility
+    # bus with it) when the inner stage exits.
+    # The bus daemons write their chatter to the session's stdout and stderr: send that to
+    # a log and hand the inner stage our own stdout and stderr on fds 6 and 7.
+    exec 4<&0 6>&1 7>&2
+    dbus-run-session -- "$self" --inner "$@" <&4 4<&- >"$dir/logs/dbus.log" 2>&1 &
+    session_pid=$!
+    wait "$session_pid"
+    status=$?
+    session_pid=""
+    exit "$status"
+fi
+
+# ---- Inner stage: accessibility, window manager, tray, targets, the command. ----
+shift
+exec 1>&6 2>&7 6>&- 7>&-
+dir="$TOLKARO_DESKTOP_DIR"
+logs="$dir/logs"
+verbose="$TOLKARO_DESKTOP__VERBOSE"
+started_ms="$TOLKARO_DESKTOP__STARTED_MS"
+screenshot="$TOLKARO_DESKTOP__SCREENSHOT"
+echo $$ >"$dir/inner.pid"
+
+pids=()
+bringing_up=1
+inner_teardown() {
+    local status=$?
+    trap - EXIT INT TERM
+    if [ "$status" -ne 0 ] && [ -n "$screenshot" ]; then
+        import -window root "$screenshot" 2>/dev/null && log "screenshot saved to $screenshot"
+    fi
+    [ "$bringing_up" = 1 ] && [ "$status" -ne 0 ] && status=125
+    [ ${#pids[@]} -gt 0 ] && stop_pids "${pids[@]}"
+    exit "$status"
+}
+trap inner_teardown EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+step() { [ "$verbose" = 1 ] && log "$1 after $(($(now_ms) - started_ms)) ms"; }
+
+# Fails the bring-up, naming what did not come up and showing the end of its log.
+fail() {
+    local what=$1 logfile=${2:-}
+    log "error: $what"
+    [ -n "$logfile" ] && [ -s "$logfile" ] && tail -n 20 "$logfile" | sed 's/^/  | /' >&2
+    exit 125
+}
+
+# wait_until WHAT PID LOG COMMAND...: polls COMMAND until it succeeds, failing early when
+# the process PID (if any) has exited.
+wait_until() {
+    local what=$1 pid=$2 logfile=$3
+    shift 3
+    local deadline=$(($(now_ms) + step_timeout * 1000))
+    until "$@" >/dev/null 2>&1; do
+        if [ -n "$pid" ] && ! kill -0 "$pid" 2>/dev/null; then
+            fail "$what: the process exited" "$logfile"
+        fi
+        [ "$(now_ms)" -lt "$deadline" ] || fail "$what did not come up within ${step_timeout} s" "$logfile"
+        sleep 0.05
+    done
+}
+
+# start NAME COMMAND...: starts a process in the background, output to $logs/NAME.log.
+start() {
+    local name=$1
+    shift
+    "$@" </dev/null >"$logs/$name.log" 2>&1 &
+    pids+=($!)
+}
+
+set_a11y_enabled() {
+    gdbus call --session --timeout 5 --dest org.a11y.Bus --object-path /org/a11y/bus \
+        --method org.freedesktop.DBus.Properties.Set org.a11y.Status IsEnabled '<true>'
+}
+a11y_registry_answers() {
+    local address
+    address=$(gdbus call --session --timeout 2 --dest org.a11y.Bus --object-path /org/a11y/bus \
+        --method org.a11y.Bus.GetAddress) || return 1
+    address=${address#(\'}
+    address=${address%\',)}
+    gdbus call --address "$address" --timeout 2 --dest org.a11y.atspi.Registry \
+        --object-path /org/a11y/atspi/accessible/root \
+        --method org.freedesktop.DBus.Properties.Get org.a11y.atspi.Accessible ChildCount
+}
+wm_is_running() { xprop -root _NET_SUPPORTING_WM_CHECK | grep -q 'window id'; }
+
+# Accessibility first: applications check it once, when they start.
+wait_until "the accessibility switch (org.a11y.Status on the session bus)" "" "" set_a11y_enabled
+wait_until "the AT-SPI registry (accessibility bus)" "" "" a11y_registry_answers
+step "accessibility bus up"
+
+start openbox openbox --sm-disable --config-file "$root/tests/desktop/openbox-rc.xml"
+export TOLKARO_WM_PID=$!
+wait_until "the window manager (openbox; _NET_SUPPORTING_WM_CHECK)" "$TOLKARO_WM_PID" \
+    "$logs/openbox.log" wm_is_running
+step "window manager up"
+
+start trayer trayer --edge bottom --align right --widthtype request --height 24 \
+    --SetDockType true --SetPartialStrut true --transparent false --tint 0x303030
+export TOLKARO_TRAY_PID=$!
+wait_until "the system tray (trayer; owner of _NET_SYSTEM_TRAY_S0)" "$TOLKARO_TRAY_PID" \
+    "$logs/trayer.log" "${wait_helper[@]}" selection-owner _NET_SYSTEM_TRAY_S0 0
+step "tray up"
+
+export TOLKARO_GTK_TARGET="/usr/bin/python3 $root/tests/fixtures/gtk_target.py"
+if [ "$TOLKARO_DESKTOP__TARGETS" = 1 ]; then
+    export TOLKARO_GTK_TARGET_TITLE="$gtk_title" TOLKARO_QT_TARGET_TITLE="$qt_title"
+    export TOLKARO_GTK_TARGET_LOG="$logs/gtk-target.log" TOLKARO_QT_TARGET_LOG="$logs/qt-target.log"
+    start gtk-target env GDK_BACKEND=x11 /usr/bin/python3 "$root/tests/fixtures/gtk_target.py" \
+        --title "$gtk_title"
+    export TOLKARO_GTK_TARGET_PID=$!
+    start qt-target env QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_QPA_PLATFORM=xcb \
+        "$TOLKARO_QT_TARGET" --title "$qt_title"
+    export TOLKARO_QT_TARGET_PID=$!
+    wait_until "the GTK target's window (READY in its output)" "$TOLKARO_GTK_TARGET_PID" \
+        "$TOLKARO_GTK_TARGET_LOG" grep -q '^READY' "$TOLKARO_GTK_TARGET_LOG"
+    wait_until "the Qt target's window (READY in its output)" "$TOLKARO_QT_TARGET_PID" \
+        "$TOLKARO_QT_TARGET_LOG" grep -q '^READY' "$TOLKARO_QT_TARGET_LOG"
+    step "target windows mapped"
+    "${wait_helper[@]}" atspi-windows "$step_timeout" \
+        "$TOLKARO_GTK_TARGET_PID=$gtk_title" "$TOLKARO_QT_TARGET_PID=$qt_title" 2>"$logs/atspi-wait.log" ||
+        fail "the target applications did not appear on the AT-SPI desktop within ${step_timeout} s:" \
+            "$logs/atspi-wait.log"
+    step "targets on the AT-SPI desktop"
+fi
+
+log "desktop up on $DISPLAY in $(($(now_ms) - started_ms)) ms"
+bringing_up=0
+
+export QT_QPA_PLATFORM=xcb
+# In the background so that a signal reaches the trap at once; stdin passed on explicitly
+# (a background command would otherwise read /dev/null).
+exec 5<&0
+if [ "$TOLKARO_DESKTOP__TIMEOUT" != 0 ]; then
+    timeout --kill-after=5 "$TOLKARO_DESKTOP__TIMEOUT" "$@" <&5 5<&- &
+else
+    "$@" <&5 5<&- &
+fi
+command_pid=$!
+pids+=("$command_pid")
+wait "$command_pid"
+status=$?
+unset 'pids[-1]'
+[ "$status" = 124 ] && [ "$TOLKARO_DESKTOP__TIMEOUT" != 0 ] &&
+    log "error: the command timed out after $TOLKARO_DESKTOP__TIMEOUT s"
+exit "$status"
