@@ -13,6 +13,8 @@ inline constexpr quint16 kLeftControlKeyCode = 59;
 inline constexpr quint16 kRightControlKeyCode = 62;
 inline constexpr quint16 kLeftOptionKeyCode = 58;
 inline constexpr quint16 kRightOptionKeyCode = 61;
+// The key that reports the fn flag (on PC keyboards, its stand-in).
+inline constexpr quint16 kFnKeyCode = 63;
 } // namespace ModifierKeys
 
 // One modifier change: the flags held after it, the key that changed and when.

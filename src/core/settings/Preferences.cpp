@@ -67,7 +67,13 @@ std::optional<StoredShortcut> Preferences::typingModeKeyboardShortcut() const
     // Stored as "keysym,modifiers" in decimal so that it reads back exactly as written.
     if (!m_settings->contains(kTypingModeKeyboardShortcut))
         return std::nullopt;
-    const QStringList parts = m_settings->value(kTypingModeKeyboardShortcut).toString().split(',');
+    // QSettings quotes the value when writing it; written by hand without quotes, the
+    // comma makes the INI reader hand back a list instead of a string.
+    const QVariant stored = m_settings->value(kTypingModeKeyboardShortcut);
+    const QString text = stored.typeId() == QMetaType::QStringList
+                             ? stored.toStringList().join(QLatin1Char(','))
+                             : stored.toString();
+    const QStringList parts = text.split(QLatin1Char(','));
     bool keyOk = false;
     bool modifiersOk = false;
     if (parts.size() != 2)

@@ -1,0 +1,284 @@
+#include "common/Log.h"
+#include "languages/LanguageTable.h"
+#include "settings/Preferences.h"
+
+#include <QFile>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+// Kept apart from the table on purpose: a slip in either shows up as a mismatch.
+const QStringList kExpectedCodes =
+    QStringLiteral(
+        "ar bg ca zh-CN zh-TW hr cs da nl en et fi fr de el iw hi hu id it ja ko lv lt no pl pt "
+        "ro ru sr sk sl es sv th tr uk vi")
+        .split(QLatin1Char(' '));
+const QStringList kExpectedRegions =
+    QStringLiteral(
+        "PS BG ES CN CN HR CZ DK NL GB EE FI FR DE GR IL IN HU ID IT JP KR LV LT NO PL PT RO RU RS "
+        "SK SI ES SE TH TR UA VN")
+        .split(QLatin1Char(' '));
+
+// The two letters a flag spells, or an empty string when it is not a pair of regional
+// indicators.
+QString regionOfFlag(const QString &flag)
+{
+    const QList<uint> symbols = flag.toUcs4();
+    QString region;
+    for (uint symbol : symbols) {
+        if (symbol < 0x1F1E6 || symbol > 0x1F1FF)
+            return {};
+        region += QChar(u'A' + (symbol - 0x1F1E6));
+    }
+    return symbols.size() == 2 ? region : QString();
+}
+
+LanguageEntry entry(const char *code)
+{
+    return *LanguageTable::languageWithCode(QString::fromLatin1(code));
+}
+
+QString fileText(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll());
+}
+
+} // namespace
+
+class TestLanguageTable : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void tableInvariants();
+    void languageWithCode_data();
+    void languageWithCode();
+    void languageWithName_data();
+    void languageWithName();
+    void sameFlagMapsByPosition();
+
+    void startUpDestination_data();
+    void startUpDestination();
+    void alternativeStartsAsEnglish();
+    void choicesAreStoredAtOnce();
+    void restartKeepsDestinationOnly();
+
+private:
+    QTemporaryDir m_dir;
+    QString m_iniPath;
+    QStringList m_logged;
+};
+
+void TestLanguageTable::init()
+{
+    QVERIFY(m_dir.isValid());
+    m_iniPath = m_dir.filePath(QStringLiteral("%1.ini").arg(QTest::currentTestFunction()));
+    QFile::remove(m_iniPath);
+    m_logged.clear();
+    tolkaro::setLogSink([this](const QString &line) { m_logged << line; });
+}
+
+void TestLanguageTable::cleanup()
+{
+    tolkaro::setLogSink({});
+}
+
+void TestLanguageTable::tableInvariants()
+{
+    const QList<LanguageEntry> &table = LanguageTable::entries();
+    QCOMPARE(table.size(), 38);
+    QStringList codes;
+    for (int i = 0; i < table.size(); ++i) {
+        const LanguageEntry &language = table[i];
+        codes << language.code;
+        if (i > 0)
+            QVERIFY2(table[i - 1].name < language.name, qPrintable(language.name));
+        QVERIFY2(language.flag.size() == 4, qPrintable(language.name));
+        QCOMPARE(regionOfFlag(language.flag), kExpectedRegions[i]);
+        QCOMPARE(LanguageTable::indexOf(language), i);
+    }
+    QCOMPARE(codes, kExpectedCodes);
+}
+
+void TestLanguageTable::languageWithCode_data()
+{
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<QString>("expectedName");
+
+    QTest::newRow("zh-TW") << "zh-TW"
+                           << "Chinese (Traditional)";
+    QTest::newRow("iw is Hebrew") << "iw"
+                                  << "Hebrew";
+    QTest::newRow("zh alone") << "zh"
+                              << "";
+    QTest::newRow("zh-CN in capitals") << "ZH-CN"
+                                       << "";
+    QTest::newRow("en with region") << "en-GB"
+                                    << "";
+    QTest::newRow("trailing space") << "en "
+                                    << "";
+    QTest::newRow("he is not the endpoint's code") << "he"
+                                                   << "";
+    QTest::newRow("empty") << ""
+                           << "";
+}
+
+void TestLanguageTable::languageWithCode()
+{
+    QFETCH(QString, code);
+    QFETCH(QString, expectedName);
+
+    const std::optional<LanguageEntry> found = LanguageTable::languageWithCode(code);
+    QCOMPARE(found ? found->name : QString(), expectedName);
+}
+
+void TestLanguageTable::languageWithName_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("expectedCode");
+
+    QTest::newRow("Spanish") << "Spanish"
+                             << "es";
+    QTest::newRow("Chinese (Simplified)") << "Chinese (Simplified)"
+                                          << "zh-CN";
+    QTest::newRow("lower case") << "spanish"
+                                << "";
+    QTest::newRow("prefix of two names") << "Chinese"
+                                         << "";
+}
+
+void TestLanguageTable::languageWithName()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, expectedCode);
+
+    const std::optional<LanguageEntry> found = LanguageTable::languageWithName(name);
+    QCOMPARE(found ? found->code : QString(), expectedCode);
+}
+
+void TestLanguageTable::sameFlagMapsByPosition()
+{
+    // Catalan and Spanish show the same flag; the menus map items back by position.
+    const LanguageEntry spanish = LanguageTable::entries().at(32);
+    QCOMPARE(spanish.code, QStringLiteral("es"));
+    QCOMPARE(spanish.flag, entry("ca").flag);
+    QCOMPARE(LanguageTable::indexOf(spanish), 32);
+    QCOMPARE(LanguageTable::indexOf(entry("ca")), 2);
+    QCOMPARE(LanguageTable::indexOf({"es", "Spanish", QString()}), -1);
+}
+
+void TestLanguageTable::startUpDestination_data()
+{
+    QTest::addColumn<bool>("hasStoredCode");
+    QTest::addColumn<QString>("storedCode");
+    QTest::addColumn<QStringList>("systemLanguages");
+    QTest::addColumn<QString>("expectedCode");
+    QTest::addColumn<QString>("expectedLog");
+
+    const QString noLog;
+    QTest::newRow("system ru") << false << "" << QStringList{"ru", "en"} << "ru" << noLog;
+    QTest::newRow("system en-GB") << false << "" << QStringList{"en-GB", "en"} << "en"
+                                  << "Bing doesnt support system language code en-GB";
+    QTest::newRow("system fr-CA") << false << "" << QStringList{"fr-CA", "fr"} << "en"
+                                  << "Bing doesnt support system language code fr-CA";
+    QTest::newRow("only the first system language counts")
+        << false << "" << QStringList{"pt-BR", "de"} << "en"
+        << "Bing doesnt support system language code pt-BR";
+    QTest::newRow("system zh-TW") << false << "" << QStringList{"zh-TW", "zh-Hant-TW"} << "zh-TW"
+                                  << noLog;
+    QTest::newRow("C locale") << false << "" << QStringList{"C"} << "en"
+                              << "Bing doesnt support system language code C";
+    QTest::newRow("no system languages") << false << "" << QStringList{} << "en"
+                                         << "Bing doesnt support system language code ";
+    QTest::newRow("stored code beats system") << true << "de" << QStringList{"ru"} << "de" << noLog;
+    QTest::newRow("stored code beats unsupported system")
+        << true << "ja" << QStringList{"en-GB"} << "ja" << noLog;
+    QTest::newRow("bogus stored code") << true << "xx" << QStringList{"ru"} << "ru" << noLog;
+    QTest::newRow("bogus stored code, unsupported system")
+        << true << "xx" << QStringList{"fr-CA"} << "en"
+        << "Bing doesnt support system language code fr-CA";
+    QTest::newRow("empty stored code") << true << "" << QStringList{"fi"} << "fi" << noLog;
+}
+
+void TestLanguageTable::startUpDestination()
+{
+    QFETCH(bool, hasStoredCode);
+    QFETCH(QString, storedCode);
+    QFETCH(QStringList, systemLanguages);
+    QFETCH(QString, expectedCode);
+    QFETCH(QString, expectedLog);
+
+    Preferences preferences(m_iniPath);
+    if (hasStoredCode)
+        preferences.setPreviouslyUsedLanguageCode(storedCode);
+    LanguageSelection selection(preferences);
+
+    QCOMPARE(selection.getPreviouslyUsedLanguage(systemLanguages), entry(qPrintable(expectedCode)));
+    QCOMPARE(m_logged, expectedLog.isEmpty() ? QStringList() : QStringList{expectedLog});
+}
+
+void TestLanguageTable::alternativeStartsAsEnglish()
+{
+    Preferences preferences(m_iniPath);
+    preferences.setPreviouslyUsedLanguageCode2(QStringLiteral("ja"));
+    LanguageSelection selection(preferences);
+    QCOMPARE(selection.getPreviouslyUsedLanguage2(), entry("en"));
+}
+
+void TestLanguageTable::choicesAreStoredAtOnce()
+{
+    Preferences preferences(m_iniPath);
+    LanguageSelection selection(preferences);
+    QList<int> destinationIndexes;
+    QList<int> alternativeIndexes;
+    connect(&selection, &LanguageSelection::languageChanged, this,
+            [&](const LanguageEntry &, int index) { destinationIndexes << index; });
+    connect(&selection, &LanguageSelection::language2Changed, this,
+            [&](const LanguageEntry &, int index) { alternativeIndexes << index; });
+
+    selection.setLanguage(entry("fr"));
+    QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("fr"));
+    // Flushed to the file at once, not just held by QSettings.
+    QVERIFY(fileText(m_iniPath).contains(QStringLiteral("previouslyUsedLanguageCode=fr")));
+
+    selection.setLanguage2(entry("th"));
+    QCOMPARE(selection.currentDstLanguageCode2(), QStringLiteral("th"));
+    QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("fr"));
+    // The second key holds the destination's code, not the alternative's.
+    QVERIFY(fileText(m_iniPath).contains(QStringLiteral("previouslyUsedLanguageCode2=fr")));
+
+    QCOMPARE(destinationIndexes, QList<int>{12});
+    QCOMPARE(alternativeIndexes, QList<int>{34});
+}
+
+void TestLanguageTable::restartKeepsDestinationOnly()
+{
+    {
+        Preferences preferences(m_iniPath);
+        LanguageSelection selection(preferences);
+        selection.setLanguage(entry("de"));
+        selection.setLanguage2(entry("ja"));
+    }
+
+    Preferences preferences(m_iniPath);
+    LanguageSelection selection(preferences);
+    const QStringList russianSystem{"ru"};
+    selection.setLanguage(selection.getPreviouslyUsedLanguage(russianSystem));
+    selection.setLanguage2(selection.getPreviouslyUsedLanguage2());
+
+    QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("de"));
+    QCOMPARE(selection.currentDstLanguageCode2(), QStringLiteral("en"));
+    QSettings stored(m_iniPath, QSettings::IniFormat);
+    QCOMPARE(stored.value(PreferenceKeys::kPreviouslyUsedLanguageCode2).toString(),
+             QStringLiteral("de"));
+}
+
+QTEST_APPLESS_MAIN(TestLanguageTable)
+#include "tst_languagetable.moc"

@@ -1,0 +1,147 @@
+#include "settings/Preferences.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+class TestPreferences : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void absentValues();
+    void shortcutRoundTrip_data();
+    void shortcutRoundTrip();
+    void shortcutWrittenByHand_data();
+    void shortcutWrittenByHand();
+    void translationServiceURL_data();
+    void translationServiceURL();
+
+private:
+    QString writeIni(const QByteArray &contents);
+
+    QTemporaryDir m_dir;
+    QString m_iniPath;
+};
+
+void TestPreferences::init()
+{
+    QVERIFY(m_dir.isValid());
+    m_iniPath = m_dir.filePath(QStringLiteral("%1-%2.ini")
+                                   .arg(QTest::currentTestFunction())
+                                   .arg(QString::fromLatin1(QTest::currentDataTag())
+                                            .replace(QLatin1Char(' '), QLatin1Char('_'))));
+    QFile::remove(m_iniPath);
+}
+
+QString TestPreferences::writeIni(const QByteArray &contents)
+{
+    QFile file(m_iniPath);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return {};
+    file.write(contents);
+    return m_iniPath;
+}
+
+void TestPreferences::absentValues()
+{
+    qunsetenv(kTranslationUrlEnvironmentVariable);
+    const Preferences preferences(m_iniPath);
+    QCOMPARE(preferences.hasBeenLaunchedBefore(), false);
+    QCOMPARE(preferences.hasBeenLaunchedAtLeastOnce(), false);
+    QCOMPARE(preferences.totalTranslationsMadeCounter(), 0);
+    QCOMPARE(preferences.previouslyUsedLanguageCode(), std::nullopt);
+    QVERIFY(!preferences.typingModeKeyboardShortcut());
+    QCOMPARE(preferences.moveToApplicationsFolderAlertSuppress(), false);
+    QCOMPARE(preferences.translationServiceURL(),
+             QString::fromLatin1(kDefaultTranslationServiceURL));
+    QCOMPARE(preferences.fnStandInKey(), QStringLiteral("Super_L"));
+    QCOMPARE(preferences.usageReportingEnabled(), false);
+}
+
+void TestPreferences::shortcutRoundTrip_data()
+{
+    QTest::addColumn<quint32>("keySym");
+    QTest::addColumn<quint32>("modifiers");
+
+    QTest::newRow("Alt+Space") << quint32(0x20) << quint32(Qt::AltModifier);
+    QTest::newRow("Ctrl+Alt+Shift+Meta+F12")
+        << quint32(0xffc9)
+        << quint32(Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier | Qt::MetaModifier);
+    QTest::newRow("Unicode keysym, no modifiers") << quint32(0x10004e4) << quint32(0);
+}
+
+void TestPreferences::shortcutRoundTrip()
+{
+    QFETCH(quint32, keySym);
+    QFETCH(quint32, modifiers);
+
+    {
+        Preferences preferences(m_iniPath);
+        preferences.setTypingModeKeyboardShortcut({keySym, modifiers});
+        preferences.synchronize();
+    }
+    const Preferences reread(m_iniPath);
+    const std::optional<StoredShortcut> shortcut = reread.typingModeKeyboardShortcut();
+    QVERIFY(shortcut);
+    QCOMPARE(shortcut->keySym, keySym);
+    QCOMPARE(shortcut->modifiers, modifiers);
+}
+
+void TestPreferences::shortcutWrittenByHand_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<bool>("valid");
+
+    QTest::newRow("quoted") << QByteArray("TypingModeKeyboardShortcut=\"32,134217728\"") << true;
+    QTest::newRow("unquoted") << QByteArray("TypingModeKeyboardShortcut=32,134217728") << true;
+    QTest::newRow("one number") << QByteArray("TypingModeKeyboardShortcut=32") << false;
+    QTest::newRow("no key") << QByteArray("TypingModeKeyboardShortcut=0,134217728") << false;
+    QTest::newRow("words") << QByteArray("TypingModeKeyboardShortcut=Alt+Space") << false;
+}
+
+void TestPreferences::shortcutWrittenByHand()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(bool, valid);
+
+    const Preferences preferences(writeIni("[General]\n" + line + "\n"));
+    const std::optional<StoredShortcut> shortcut = preferences.typingModeKeyboardShortcut();
+    QCOMPARE(bool(shortcut), valid);
+    if (valid)
+        QCOMPARE(*shortcut, (StoredShortcut{0x20, quint32(Qt::AltModifier)}));
+}
+
+void TestPreferences::translationServiceURL_data()
+{
+    QTest::addColumn<QByteArray>("environment");
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("environment beats the store")
+        << QByteArray("http://127.0.0.1:8081") << "https://example.invalid"
+        << "http://127.0.0.1:8081";
+    QTest::newRow("store when the environment is empty")
+        << QByteArray("") << "https://example.invalid"
+        << "https://example.invalid";
+    QTest::newRow("default when both are empty")
+        << QByteArray("") << QString() << kDefaultTranslationServiceURL;
+}
+
+void TestPreferences::translationServiceURL()
+{
+    QFETCH(QByteArray, environment);
+    QFETCH(QString, stored);
+    QFETCH(QString, expected);
+
+    qputenv(kTranslationUrlEnvironmentVariable, environment);
+    Preferences preferences(m_iniPath);
+    if (!stored.isEmpty())
+        preferences.settings().setValue(PreferenceKeys::kTranslationServiceURL, stored);
+
+    QCOMPARE(preferences.translationServiceURL(), expected);
+    qunsetenv(kTranslationUrlEnvironmentVariable);
+}
+
+QTEST_APPLESS_MAIN(TestPreferences)
+#include "tst_preferences.moc"
