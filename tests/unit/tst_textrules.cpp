@@ -1,0 +1,140 @@
+#include "text/CopiedPassage.h"
+#include "text/StringHelpers.h"
+#include "text/TextCut.h"
+
+#include <QTest>
+
+class TestTextRules : public QObject
+{
+    Q_OBJECT
+private slots:
+    void cutText_data();
+    void cutText();
+    void containsLetters_data();
+    void containsLetters();
+    void hasCaseInsensitiveSubstring_data();
+    void hasCaseInsensitiveSubstring();
+    void cleanUpCopiedPassage_data();
+    void cleanUpCopiedPassage();
+};
+
+void TestTextRules::cutText_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<qsizetype>("limit");
+    QTest::addColumn<QString>("expected");
+
+    const QString a1500(1500, u'a');
+    QTest::newRow("exactly 1500 units") << a1500 << kGestureTextLimit << a1500;
+    QTest::newRow("1501 units") << a1500 + u'b' << kGestureTextLimit << a1500 + "...";
+    // Code units, not characters: an emoji straddling the limit loses its second half.
+    const QString endsInEmoji = QString(1499, u'a') + QString::fromUtf8("😀");
+    QTest::newRow("1501 units ending in an emoji")
+        << endsInEmoji << kGestureTextLimit << endsInEmoji.left(1500) + "...";
+    QTest::newRow("exactly 300 typed units")
+        << QString(300, u'x') << kTypingTextLimit << QString(300, u'x');
+    QTest::newRow("301 typed units")
+        << QString(301, u'x') << kTypingTextLimit << QString(300, u'x') + "...";
+    QTest::newRow("empty") << QString("") << kGestureTextLimit << QString("");
+}
+
+void TestTextRules::cutText()
+{
+    QFETCH(QString, text);
+    QFETCH(qsizetype, limit);
+    QFETCH(QString, expected);
+
+    QCOMPARE(::cutText(text, limit), expected);
+}
+
+void TestTextRules::containsLetters_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("expected");
+
+    QTest::newRow("null") << QString() << false;
+    QTest::newRow("empty") << QString("") << false;
+    QTest::newRow("digits, punctuation, white space") << QString(" 123 !?\n\t") << false;
+    QTest::newRow("one Latin letter among digits") << QString("12a") << true;
+    QTest::newRow("Cyrillic") << QString("Привет") << true;
+    QTest::newRow("Han") << QString("日本") << true;
+    QTest::newRow("combining mark alone") << QString::fromUtf8("\u0301") << true;
+    QTest::newRow("Roman numeral is a number") << QString::fromUtf8("\u2163") << false;
+    QTest::newRow("Arabic-Indic digit") << QString::fromUtf8("\u0663") << false;
+    QTest::newRow("letter outside the BMP") << QString::fromUtf8("\U0001D400") << true;
+    QTest::newRow("emoji") << QString::fromUtf8("😀👍") << false;
+}
+
+void TestTextRules::containsLetters()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, expected);
+
+    QCOMPARE(StringHelpers::containsLetters(text), expected);
+}
+
+void TestTextRules::hasCaseInsensitiveSubstring_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("substring");
+    QTest::addColumn<bool>("expected");
+
+    QTest::newRow("inside a path") << "/home/me/src/build/tolkaro"
+                                   << "build" << true;
+    QTest::newRow("other case") << "/home/me/BuIlD/tolkaro"
+                                << "build" << true;
+    QTest::newRow("absent") << "/home/me/Downloads/tolkaro"
+                            << "build" << false;
+    QTest::newRow("non-ASCII case") << "Überbuild"
+                                    << "üBER" << true;
+    QTest::newRow("empty substring") << "anything"
+                                     << "" << false;
+    QTest::newRow("empty text") << ""
+                                << "build" << false;
+    QTest::newRow("longer than the text") << "buil"
+                                          << "build" << false;
+}
+
+void TestTextRules::hasCaseInsensitiveSubstring()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, substring);
+    QFETCH(bool, expected);
+
+    QCOMPARE(StringHelpers::hasCaseInsensitiveSubstring(text, substring), expected);
+}
+
+void TestTextRules::cleanUpCopiedPassage_data()
+{
+    QTest::addColumn<QString>("copied");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("quoted passage and attribution")
+        << "“The passage.”\n\nExcerpt From\nA Book\nAn Author"
+        << "The passage.";
+    QTest::newRow("no blank line: untouched, quotes included") << "“Hello”\nAn Author"
+                                                               << "“Hello”\nAn Author";
+    QTest::newRow("no blank line: not trimmed") << "  padded \n"
+                                                << "  padded \n";
+    QTest::newRow("the last blank line counts") << "“First.\n\nSecond.”\n\nAn Author"
+                                                << "First.\n\nSecond.";
+    QTest::newRow("white space around the quotes") << " \n“Passage” \t\n\nAn Author"
+                                                   << "Passage";
+    QTest::newRow("only a quotation mark") << "“\n\nAn Author"
+                                           << "";
+    QTest::newRow("blank line first") << "\n\nAn Author"
+                                      << "";
+}
+
+void TestTextRules::cleanUpCopiedPassage()
+{
+    QFETCH(QString, copied);
+    QFETCH(QString, expected);
+
+    const QString cleaned = ::cleanUpCopiedPassage(copied);
+    QCOMPARE(cleaned, expected);
+    QVERIFY(!cleaned.isNull());
+}
+
+QTEST_APPLESS_MAIN(TestTextRules)
+#include "tst_textrules.moc"
