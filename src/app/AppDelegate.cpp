@@ -1,0 +1,305 @@
+#include "app/AppDelegate.h"
+
+#include "common/Log.h"
+#include "common/NotificationCenter.h"
+#include "languages/LanguageTable.h"
+#include "system/LaunchAtLoginController.h"
+#include "system/MoveToApplications.h"
+#include "system/Updater.h"
+#include "system/UsageReporter.h"
+#include "translation/GoogleTranslateByURL.h"
+#include "ui/AnimatedSetString.h"
+#include "ui/PopOverViewController.h"
+#include "ui/PopoverTextField.h"
+#include "ui/StatusMenu.h"
+#include "ui/TranslationPopover.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCursor>
+#include <QMenu>
+#include <QMessageBox>
+
+namespace {
+
+QString welcomeMessage()
+{
+    return QStringLiteral("Welcome To Tolkaro! \U0001F60B");
+}
+
+QString welcomeInformativeText()
+{
+    return QStringLiteral(
+        "To translate some text, point your mouse cursor over a piece of text on your screen, "
+        "and quickly do the following: Press Control key \u2192 Release Control key \u2192 "
+        "Again press AND HOLD Control key (to read the translation) \u2192 Release Control (to "
+        "hide the translation).\n\nIf you've selected a piece of text, you can replace it with "
+        "the translation while holding Control by pressing Option \u2325");
+}
+
+} // namespace
+
+AppDelegate::AppDelegate(QObject *parent) : QObject(parent) {}
+
+AppDelegate::~AppDelegate()
+{
+    delete m_popoverWindow;
+}
+
+bool AppDelegate::applicationDidFinishLaunching()
+{
+    // 1. The one translation client, for the gesture and the typing mode alike.
+    m_googleTranslator = new GoogleTranslateByURL(m_preferences.translationServiceURL(), this);
+
+    // 2. A self-contained copy started from a download folder offers to move itself.
+    if (PFMoveToApplicationsFolderIfNecessary())
+        return false;
+
+    // 3. Updates.
+    m_sparkleUpdater = new Updater(&m_preferences, nullptr, this);
+    m_sparkleUpdater->setSendsSystemProfile(true);
+    m_usageReporter = new UsageReporter(&m_preferences, this);
+
+    // 4. The first launch ever: the welcome alert, then start at login.
+    if (!m_preferences.hasBeenLaunchedBefore()) {
+        showWelcomeAlert();
+        if (m_terminated)
+            return false;
+        m_usageReporter->report(QString::fromLatin1(UsageEvents::kFirstLaunchEver));
+        onFirstApplicationLaunchEver();
+        m_preferences.setHasBeenLaunchedBefore(true);
+    }
+
+    // 5. The very first launch never checks for updates; every later one does, quietly.
+    if (m_preferences.hasBeenLaunchedAtLeastOnce())
+        m_sparkleUpdater->checkForUpdatesInBackground();
+    else
+        m_preferences.setHasBeenLaunchedAtLeastOnce(true);
+
+    // 6. The status item, the language table and the menus.
+    addStatusBarItem();
+
+    // 7. Accessibility trust; installs the key monitor once trusted.
+    startRegularlyCheckingIfProcessIsTrusted();
+
+    // 8. The popover's content exists before the first gesture.
+    m_popOverViewController = new PopOverViewController(this);
+    m_popOverViewController->loadView();
+
+    // 9. A single Control press right after launch completes a double press.
+    m_lastControlKeyPressedTime = std::chrono::system_clock::now();
+    // KEY MONITOR AND GESTURE: hand m_lastControlKeyPressedTime to the
+    // ModifierGestureDetector here (setLastControlKeyPressedTime), with the
+    // TranslationController (this object is its TranslationPresenter) as its actions.
+
+    // 10, 11.
+    addNotificationObservers();
+
+    // 12. TYPING MODE: load the keyboard preferences window here without showing it;
+    // loading it binds the typing-mode shortcut.
+    return true;
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    m_terminated = true;
+    m_preferences.synchronize();
+}
+
+void AppDelegate::showWelcomeAlert()
+{
+    QMessageBox alert;
+    alert.setObjectName(QStringLiteral("WelcomeAlert"));
+    alert.setWindowTitle(QStringLiteral("Tolkaro"));
+    alert.setIconPixmap(QApplication::windowIcon().pixmap(64, 64));
+    alert.setText(welcomeMessage());
+    alert.setInformativeText(welcomeInformativeText());
+    alert.setStandardButtons(QMessageBox::Ok);
+    alert.setDefaultButton(QMessageBox::Ok);
+    QMetaObject::invokeMethod(this, &AppDelegate::welcomeAlertShown, Qt::QueuedConnection);
+    alert.exec();
+}
+
+void AppDelegate::onFirstApplicationLaunchEver()
+{
+    LaunchAtLoginController launchController;
+    launchController.setLaunchAtLogin(true);
+}
+
+void AppDelegate::addNotificationObservers()
+{
+    NotificationCenter &center = NotificationCenter::defaultCenter();
+    center.addObserver(QString::fromLatin1(NotificationNames::kOpenTypingModeNotification), this,
+                       [this](const QVariantMap &) { showSpotlightTranslationPopup(); });
+    center.addObserver(
+        QString::fromLatin1(NotificationNames::kSpotlightTranslationPerformedSuccessfully), this,
+        [](const QVariantMap &userInfo) {
+            const QString result =
+                userInfo.value(QString::fromLatin1(NotificationUserInfoKeys::kTranslationResult))
+                    .toString();
+            if (result.isEmpty())
+                return;
+            // CAPTURE: paste `result` through
+            // AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement
+            // with no element, once the capture subsystem is linked in.
+        });
+}
+
+// ---- Status item and languages ----
+
+void AppDelegate::addStatusBarItem()
+{
+    m_statusMenu = new StatusMenu(this);
+    const bool launchAtLogin = LaunchAtLoginController().launchAtLogin();
+    m_statusMenu->addStatusBarItem(launchAtLogin);
+
+    connect(m_statusMenu, &StatusMenu::checkForUpdatesTriggered, this, &AppDelegate::checkForUpdates);
+    connect(m_statusMenu, &StatusMenu::autostartTriggered, this, &AppDelegate::setAutostartWithOSX);
+    connect(m_statusMenu, &StatusMenu::keyboardPreferencesTriggered, this,
+            &AppDelegate::showPreferencesWindow);
+    connect(m_statusMenu, &StatusMenu::makeTrustedTriggered, this, &AppDelegate::makeTrustedMenuItem);
+    connect(m_statusMenu, &StatusMenu::quitTriggered, this, &AppDelegate::terminate);
+    connect(m_statusMenu, &StatusMenu::languageItemTriggered, this, &AppDelegate::selectedLanguage);
+    connect(m_statusMenu, &StatusMenu::language2ItemTriggered, this, &AppDelegate::selectedLanguage2);
+
+    m_languages = new LanguageSelection(m_preferences, this);
+    connect(m_languages, &LanguageSelection::languageChanged, m_statusMenu,
+            &StatusMenu::showDestinationLanguage);
+    connect(m_languages, &LanguageSelection::language2Changed, m_statusMenu,
+            &StatusMenu::showAlternativeDestinationLanguage);
+
+    setLanguage(getPreviouslyUsedLanguage());
+    setLanguage2(getPreviouslyUsedLanguage2());
+}
+
+LanguageEntry AppDelegate::getPreviouslyUsedLanguage() const
+{
+    return m_languages->getPreviouslyUsedLanguage(LanguageSelection::systemPreferredLanguages());
+}
+
+LanguageEntry AppDelegate::getPreviouslyUsedLanguage2() const
+{
+    return m_languages->getPreviouslyUsedLanguage2();
+}
+
+void AppDelegate::setLanguage(const LanguageEntry &entry)
+{
+    m_languages->setLanguage(entry);
+}
+
+void AppDelegate::setLanguage2(const LanguageEntry &entry)
+{
+    m_languages->setLanguage2(entry);
+}
+
+void AppDelegate::selectedLanguage(QAction *sender)
+{
+    const int position = StatusMenu::positionInMenu(sender);
+    if (position < 0 || position >= LanguageTable::entries().size())
+        return;
+    setLanguage(LanguageTable::entries().at(position));
+}
+
+void AppDelegate::selectedLanguage2(QAction *sender)
+{
+    const int position = StatusMenu::positionInMenu(sender);
+    if (position < 0 || position >= LanguageTable::entries().size())
+        return;
+    setLanguage2(LanguageTable::entries().at(position));
+}
+
+void AppDelegate::checkForUpdates(QAction *)
+{
+    if (m_sparkleUpdater)
+        m_sparkleUpdater->checkForUpdates();
+}
+
+void AppDelegate::setAutostartWithOSX(QAction *sender)
+{
+    if (!sender)
+        return;
+    // A checkable item has already flipped its mark when this runs: the new mark is the
+    // wish. It is not read back from the autostart entries.
+    LaunchAtLoginController launchController;
+    launchController.setLaunchAtLogin(sender->isChecked());
+}
+
+void AppDelegate::showPreferencesWindow(QAction *)
+{
+    // TYPING MODE: show the keyboard preferences window.
+}
+
+void AppDelegate::makeTrustedMenuItem(QAction *)
+{
+    // TRUST MONITOR: ask for accessibility with the prompt; the next check picks it up.
+}
+
+void AppDelegate::openPreferences(QAction *) {}
+
+void AppDelegate::terminate(QAction *)
+{
+    // Also reached from SIGTERM and SIGINT; a start-up still inside its modal alert sees
+    // the flag and stops there.
+    m_terminated = true;
+    QCoreApplication::quit();
+}
+
+void AppDelegate::startRegularlyCheckingIfProcessIsTrusted()
+{
+    // TRUST MONITOR: check now and every 5 s; attach statusItemMenuAppTrusted or
+    // statusItemMenuAppNotTrusted and install or remove the key monitor accordingly.
+    // Until it is linked in, the session counts as trusted.
+    if (m_statusMenu)
+        m_statusMenu->showMenuForTrust(true);
+}
+
+void AppDelegate::showSpotlightTranslationPopup()
+{
+    // TYPING MODE: open the typing panel, or close it when it is open.
+}
+
+// ---- Popover ----
+
+TranslationPopover *AppDelegate::popoverWindow()
+{
+    if (!m_popoverWindow && m_popOverViewController) {
+        m_popOverViewController->loadView();
+        m_popoverWindow = new TranslationPopover(m_popOverViewController->view());
+    }
+    return m_popoverWindow;
+}
+
+void AppDelegate::displayPopOverWithText(const QString &text, const QPoint &position)
+{
+    TranslationPopover *window = popoverWindow();
+    if (!window)
+        return;
+    AnimatedSetString::setStringValue(m_popOverViewController->textField(), text);
+    window->showAtPoint(position);
+    m_popover = window;
+}
+
+void AppDelegate::hidePopOver()
+{
+    if (m_popover)
+        m_popover->closePopover();
+    m_popover = nullptr;
+}
+
+void AppDelegate::setAnimatedStringValue(const QString &text)
+{
+    if (m_popOverViewController)
+        AnimatedSetString::setAnimatedStringValue(m_popOverViewController->textField(), text);
+}
+
+void AppDelegate::setAnimatedGrayStringValue(const QString &text)
+{
+    if (m_popOverViewController)
+        AnimatedSetString::setAnimatedAttributedStringValue(m_popOverViewController->textField(),
+                                                            {text, grayTextColor()});
+}
+
+QPoint AppDelegate::pointerPosition() const
+{
+    return QCursor::pos();
+}

@@ -1,0 +1,113 @@
+#pragma once
+
+#include "controller/TranslationController.h"
+#include "settings/Preferences.h"
+
+#include <QObject>
+#include <QPoint>
+#include <QPointer>
+#include <QString>
+
+#include <chrono>
+#include <memory>
+
+class GoogleTranslateByURL;
+class LanguageSelection;
+class PopOverViewController;
+class QAction;
+class StatusMenu;
+class TranslationPopover;
+class Updater;
+class UsageReporter;
+struct LanguageEntry;
+
+// The application's one controller: starts everything in order, owns every long-lived
+// object (preferences, translation client, languages, status item and menus, popover,
+// updater) for the life of the process, answers the status menu's actions and flushes
+// the preferences when the process ends. Main thread only.
+//
+// Subsystems that arrive later plug in at the marked places: the trust monitor
+// (startRegularlyCheckingIfProcessIsTrusted, makeTrustedMenuItem), the key monitor with
+// the gesture and the translation controller, the typing mode
+// (showSpotlightTranslationPopup) and its keyboard preferences (showPreferencesWindow).
+class AppDelegate : public QObject, public TranslationPresenter
+{
+    Q_OBJECT
+public:
+    explicit AppDelegate(QObject *parent = nullptr);
+    ~AppDelegate() override;
+
+    // The start-up sequence, in its fixed order. Answers false when the process should
+    // end at once (a moved copy was started instead).
+    bool applicationDidFinishLaunching();
+    // Flushes the preferences; the application calls it on its way out, however it ends.
+    void applicationWillTerminate();
+
+    void onFirstApplicationLaunchEver();
+
+    // Status item and menus; the language table's choices shown in them.
+    void addStatusBarItem();
+    LanguageEntry getPreviouslyUsedLanguage() const;
+    LanguageEntry getPreviouslyUsedLanguage2() const;
+    void setLanguage(const LanguageEntry &entry);
+    void setLanguage2(const LanguageEntry &entry);
+
+    // Status menu actions (sender: the menu item).
+    void checkForUpdates(QAction *sender);
+    void setAutostartWithOSX(QAction *sender);
+    void selectedLanguage(QAction *sender);
+    void selectedLanguage2(QAction *sender);
+    void showPreferencesWindow(QAction *sender);
+    void makeTrustedMenuItem(QAction *sender);
+    void openPreferences(QAction *sender);
+    void terminate(QAction *sender);
+
+    // Accessibility trust: which menu is shown, whether the key monitor runs.
+    void startRegularlyCheckingIfProcessIsTrusted();
+
+    // The typing mode opens or closes (its shortcut, or asked over D-Bus).
+    void showSpotlightTranslationPopup();
+
+    // TranslationPresenter: the popover at the pointer.
+    bool isPopoverShown() const override { return m_popover != nullptr; }
+    void displayPopOverWithText(const QString &text, const QPoint &position) override;
+    void hidePopOver() override;
+    void setAnimatedStringValue(const QString &text) override;
+    void setAnimatedGrayStringValue(const QString &text) override;
+    QPoint pointerPosition() const override;
+
+    Preferences &preferences() { return m_preferences; }
+    LanguageSelection *languages() const { return m_languages; }
+    StatusMenu *statusMenu() const { return m_statusMenu; }
+    PopOverViewController *popOverViewController() const { return m_popOverViewController; }
+    // The popover window while it is displayed, else null. A click elsewhere hides the
+    // window but leaves this set until hidePopOver().
+    TranslationPopover *popover() const { return m_popover; }
+    GoogleTranslateByURL *googleTranslator() const { return m_googleTranslator; }
+    std::chrono::system_clock::time_point lastControlKeyPressedTime() const
+    {
+        return m_lastControlKeyPressedTime;
+    }
+
+signals:
+    // The welcome alert is on screen (tests dismiss it).
+    void welcomeAlertShown();
+
+private:
+    void showWelcomeAlert();
+    void addNotificationObservers();
+    TranslationPopover *popoverWindow();
+
+    Preferences m_preferences;
+    GoogleTranslateByURL *m_googleTranslator = nullptr;
+    Updater *m_sparkleUpdater = nullptr;
+    UsageReporter *m_usageReporter = nullptr;
+    LanguageSelection *m_languages = nullptr;
+    StatusMenu *m_statusMenu = nullptr;
+    PopOverViewController *m_popOverViewController = nullptr;
+    // The popover's window is made on first use and then kept: showing it must be instant.
+    TranslationPopover *m_popoverWindow = nullptr;
+    TranslationPopover *m_popover = nullptr;
+    std::chrono::system_clock::time_point m_lastControlKeyPressedTime;
+    bool m_terminated = false;
+};

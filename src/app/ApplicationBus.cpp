@@ -1,0 +1,173 @@
+#include "app/ApplicationBus.h"
+
+#include "app/AppDelegate.h"
+#include "common/Log.h"
+#include "common/NotificationCenter.h"
+#include "ui/PopOverViewController.h"
+#include "ui/PopoverTextField.h"
+#include "ui/StatusMenu.h"
+#include "ui/TranslationPopover.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMenu>
+#include <QSystemTrayIcon>
+
+namespace ApplicationBus {
+
+Claim claimSingleInstance(const QStringList &arguments)
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected() || !bus.interface())
+        return Claim::NoBus;
+    const QString service = QString::fromLatin1(kServiceName);
+    // The bus hands the name to exactly one claimant, so two starts at once cannot both win.
+    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply =
+        bus.interface()->registerService(service, QDBusConnectionInterface::DontQueueService,
+                                         QDBusConnectionInterface::DontAllowReplacement);
+    if (reply.isValid() && reply.value() == QDBusConnectionInterface::ServiceRegistered)
+        return Claim::Owner;
+    if (!reply.isValid())
+        return Claim::NoBus;
+
+    QDBusMessage call = QDBusMessage::createMethodCall(service, QString::fromLatin1(kObjectPath),
+                                                       QString::fromLatin1(kInterface),
+                                                       QStringLiteral("AnotherInstanceStarted"));
+    call << arguments;
+    bus.call(call, QDBus::Block, 2000);
+    return Claim::AlreadyRunning;
+}
+
+} // namespace ApplicationBus
+
+ApplicationBusObject::ApplicationBusObject(AppDelegate &delegate, QObject *parent)
+    : QObject(parent), m_delegate(delegate)
+{
+}
+
+bool ApplicationBusObject::exportOnSessionBus()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return false;
+    bool exported = bus.registerObject(QString::fromLatin1(ApplicationBus::kObjectPath), this,
+                                       QDBusConnection::ExportScriptableSlots);
+    if (qEnvironmentVariable(ApplicationBus::kTestHooksVariable) == QLatin1String("1")) {
+        auto *testObject = new ApplicationTestBusObject(m_delegate, this);
+        exported = bus.registerObject(QString::fromLatin1(ApplicationBus::kTestObjectPath),
+                                      testObject, QDBusConnection::ExportScriptableSlots) &&
+                   exported;
+    }
+    return exported;
+}
+
+void ApplicationBusObject::AnotherInstanceStarted(const QStringList &)
+{
+    tolkaro::logLine(QStringLiteral("Another Tolkaro was started and left: this one keeps running"));
+}
+
+void ApplicationBusObject::ShowMenu()
+{
+    if (StatusMenu *menu = m_delegate.statusMenu())
+        menu->popUpMenu();
+}
+
+void ApplicationBusObject::ToggleTypingMode()
+{
+    NotificationCenter::defaultCenter().post(
+        QString::fromLatin1(NotificationNames::kOpenTypingModeNotification));
+}
+
+// ---- Test hooks ----
+
+namespace {
+
+QJsonArray describeMenu(const QMenu *menu)
+{
+    QJsonArray items;
+    if (!menu)
+        return items;
+    for (const QAction *action : menu->actions()) {
+        QJsonObject item;
+        item.insert(QStringLiteral("title"), action->text());
+        item.insert(QStringLiteral("separator"), action->isSeparator());
+        item.insert(QStringLiteral("checkable"), action->isCheckable());
+        item.insert(QStringLiteral("checked"), action->isChecked());
+        item.insert(QStringLiteral("enabled"), action->isEnabled());
+        if (action->menu())
+            item.insert(QStringLiteral("submenu"), describeMenu(action->menu()));
+        items.append(item);
+    }
+    return items;
+}
+
+} // namespace
+
+ApplicationTestBusObject::ApplicationTestBusObject(AppDelegate &delegate, QObject *parent)
+    : QObject(parent), m_delegate(delegate)
+{
+}
+
+void ApplicationTestBusObject::DisplayPopOver(const QString &text, int x, int y)
+{
+    m_delegate.displayPopOverWithText(text, QPoint(x, y));
+}
+
+void ApplicationTestBusObject::SetPopOverText(const QString &text, bool gray)
+{
+    if (gray)
+        m_delegate.setAnimatedGrayStringValue(text);
+    else
+        m_delegate.setAnimatedStringValue(text);
+}
+
+void ApplicationTestBusObject::HidePopOver()
+{
+    m_delegate.hidePopOver();
+}
+
+QVariantMap ApplicationTestBusObject::PopOverState()
+{
+    QVariantMap state;
+    state.insert(QStringLiteral("shown"), m_delegate.isPopoverShown());
+    PopOverViewController *controller = m_delegate.popOverViewController();
+    if (controller && controller->textField()) {
+        state.insert(QStringLiteral("text"), controller->textField()->text());
+        state.insert(QStringLiteral("color"),
+                     controller->textField()->palette().color(QPalette::WindowText).name());
+    }
+    const TranslationPopover *window = m_delegate.popover();
+    state.insert(QStringLiteral("windowVisible"), window && window->isVisible());
+    if (window) {
+        const QRect body = window->bodyGeometry();
+        state.insert(QStringLiteral("x"), body.x());
+        state.insert(QStringLiteral("y"), body.y());
+        state.insert(QStringLiteral("width"), body.width());
+        state.insert(QStringLiteral("height"), body.height());
+        state.insert(QStringLiteral("abovePointer"), window->isAbovePointer());
+        state.insert(QStringLiteral("windowId"), qulonglong(window->winId()));
+    }
+    return state;
+}
+
+QString ApplicationTestBusObject::MenuLayout()
+{
+    const StatusMenu *menu = m_delegate.statusMenu();
+    const QJsonArray items = describeMenu(menu ? menu->attachedMenu() : nullptr);
+    return QString::fromUtf8(QJsonDocument(items).toJson(QJsonDocument::Compact));
+}
+
+QVariantMap ApplicationTestBusObject::StatusItemState()
+{
+    QVariantMap state;
+    const StatusMenu *menu = m_delegate.statusMenu();
+    state.insert(QStringLiteral("systemTrayAvailable"), QSystemTrayIcon::isSystemTrayAvailable());
+    state.insert(QStringLiteral("visible"), menu && menu->statusItem() && menu->statusItem()->isVisible());
+    state.insert(QStringLiteral("hasIcon"),
+                 menu && menu->statusItem() && !menu->statusItem()->icon().isNull());
+    return state;
+}

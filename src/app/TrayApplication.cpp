@@ -1,0 +1,87 @@
+#include "app/TrayApplication.h"
+
+#include "app/AppDelegate.h"
+#include "app/ApplicationBus.h"
+#include "common/Log.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <csignal>
+#include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+// SIGTERM (session end, service stop) and SIGINT are turned into an orderly quit: the
+// handler only writes a byte; the event loop reads it and quits like the Quit item does.
+int signalPipe[2] = {-1, -1};
+
+void onTerminationSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
+}
+
+QSocketNotifier *watchTerminationSignals(AppDelegate &delegate)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0)
+        return nullptr;
+    struct sigaction action = {};
+    action.sa_handler = onTerminationSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGINT, &action, nullptr);
+
+    auto *notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &delegate);
+    QObject::connect(notifier, &QSocketNotifier::activated, &delegate, [&delegate] {
+        char byte = 0;
+        [[maybe_unused]] const ssize_t read = ::read(signalPipe[0], &byte, 1);
+        delegate.terminate(nullptr);
+    });
+    return notifier;
+}
+
+} // namespace
+
+int runTrayApplication(QApplication &app)
+{
+    // Closing the preferences or the typing panel never ends Tolkaro.
+    QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setApplicationDisplayName(QStringLiteral("Tolkaro"));
+    QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/LightAndDarkIcon.svg")));
+
+    switch (ApplicationBus::claimSingleInstance(QApplication::arguments())) {
+    case ApplicationBus::Claim::AlreadyRunning:
+        std::printf("Tolkaro is already running.\n");
+        std::fflush(stdout);
+        return 0;
+    case ApplicationBus::Claim::NoBus:
+        tolkaro::logLine(QStringLiteral("No session bus: running without the one-instance check"));
+        break;
+    case ApplicationBus::Claim::Owner:
+        break;
+    }
+
+    AppDelegate delegate;
+    watchTerminationSignals(delegate);
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
+                     &AppDelegate::applicationWillTerminate);
+
+    ApplicationBusObject busObject(delegate);
+    busObject.exportOnSessionBus();
+
+    // Start-up runs inside the event loop, so its modal alerts and a quit during them
+    // behave as they do later.
+    QTimer::singleShot(0, &delegate, [&delegate] {
+        if (!delegate.applicationDidFinishLaunching())
+            delegate.terminate(nullptr);
+    });
+    const int status = app.exec();
+    delegate.applicationWillTerminate();
+    return status;
+}

@@ -1,0 +1,184 @@
+#include "ui/StatusMenu.h"
+
+#include "languages/LanguageTable.h"
+
+#include <QAction>
+#include <QCursor>
+#include <QIcon>
+#include <QMenu>
+#include <QSystemTrayIcon>
+
+namespace StatusMenuTexts {
+QString makeTrusted() { return QStringLiteral("Make Tolkaro trusted"); }
+QString quit() { return QStringLiteral("Quit Tolkaro"); }
+QString myTolkaro() { return QStringLiteral("My Tolkaro"); }
+QString checkForUpdates() { return QStringLiteral("Check for updates..."); }
+QString autostart() { return QStringLiteral("Autostart when the desktop starts"); }
+QString keyboardPreferences() { return QStringLiteral("Keyboard Preferences..."); }
+QString destinationLanguage(const QString &flag)
+{
+    return QStringLiteral("%1 Destination Language").arg(flag);
+}
+QString alternativeDestinationLanguage(const QString &flag)
+{
+    return QStringLiteral("%1 Alternative Destination Language").arg(flag);
+}
+QString alternativeDestinationLanguageAtCreation(const QString &flag)
+{
+    return QStringLiteral("%1 Alternative destination Language").arg(flag);
+}
+QString languageItem(const LanguageEntry &entry)
+{
+    return QStringLiteral("%1 %2").arg(entry.flag, entry.name);
+}
+} // namespace StatusMenuTexts
+
+namespace {
+
+constexpr char kStatusIconResource[] = ":/icons/LightAndDarkIcon.svg";
+
+QString englishFlag()
+{
+    const std::optional<LanguageEntry> english = LanguageTable::languageWithCode(QStringLiteral("en"));
+    return english ? english->flag : QString();
+}
+
+void checkOnly(QMenu *menu, int index)
+{
+    const QList<QAction *> items = menu->actions();
+    for (int i = 0; i < items.size(); ++i)
+        items[i]->setChecked(i == index);
+}
+
+} // namespace
+
+using namespace StatusMenuTexts;
+
+StatusMenu::StatusMenu(QObject *parent) : QObject(parent) {}
+
+StatusMenu::~StatusMenu()
+{
+    // Menus without a widget parent belong to us.
+    delete m_statusItem;
+    delete m_statusItemMenuAppTrusted;
+    delete m_statusItemMenuAppNotTrusted;
+}
+
+void StatusMenu::addStatusBarItem(bool launchAtLogin)
+{
+    if (m_statusItem)
+        return;
+
+    m_statusItem = new QSystemTrayIcon(this);
+    const QIcon icon(QString::fromLatin1(kStatusIconResource));
+    if (!icon.availableSizes().isEmpty() || !icon.isNull())
+        m_statusItem->setIcon(icon);
+    m_statusItem->setToolTip(QStringLiteral("Tolkaro"));
+
+    m_statusItemMenuAppNotTrusted = new QMenu;
+    m_statusItemMenuAppNotTrusted->setObjectName(QStringLiteral("statusItemMenuAppNotTrusted"));
+    QAction *makeTrustedItem = m_statusItemMenuAppNotTrusted->addAction(makeTrusted());
+    connect(makeTrustedItem, &QAction::triggered, this,
+            [this, makeTrustedItem] { emit makeTrustedTriggered(makeTrustedItem); });
+    QAction *quitItem = m_statusItemMenuAppNotTrusted->addAction(quit());
+    connect(quitItem, &QAction::triggered, this, [this, quitItem] { emit quitTriggered(quitItem); });
+
+    m_statusItemMenuAppTrusted = new QMenu;
+    m_statusItemMenuAppTrusted->setObjectName(QStringLiteral("statusItemMenuAppTrusted"));
+    QMenu *myTolkaroMenu = m_statusItemMenuAppTrusted->addMenu(myTolkaro());
+    QAction *updatesItem = myTolkaroMenu->addAction(checkForUpdates());
+    connect(updatesItem, &QAction::triggered, this,
+            [this, updatesItem] { emit checkForUpdatesTriggered(updatesItem); });
+    m_autostartMenuItem = myTolkaroMenu->addAction(autostart());
+    m_autostartMenuItem->setCheckable(true);
+    m_autostartMenuItem->setChecked(launchAtLogin);
+    connect(m_autostartMenuItem, &QAction::triggered, this,
+            [this] { emit autostartTriggered(m_autostartMenuItem); });
+    QAction *preferencesItem = myTolkaroMenu->addAction(keyboardPreferences());
+    connect(preferencesItem, &QAction::triggered, this,
+            [this, preferencesItem] { emit keyboardPreferencesTriggered(preferencesItem); });
+
+    QMenu *destinationMenu = buildLanguageSubmenu();
+    QMenu *alternativeMenu = buildLanguageSubmenu();
+    connect(destinationMenu, &QMenu::triggered, this, &StatusMenu::languageItemTriggered);
+    connect(alternativeMenu, &QMenu::triggered, this, &StatusMenu::language2ItemTriggered);
+
+    const QString flag = englishFlag();
+    m_destLanguageMenuItem = m_statusItemMenuAppTrusted->addMenu(destinationMenu);
+    m_destLanguageMenuItem->setText(destinationLanguage(flag));
+    m_destLanguageMenuItem2 = m_statusItemMenuAppTrusted->addMenu(alternativeMenu);
+    m_destLanguageMenuItem2->setText(alternativeDestinationLanguageAtCreation(flag));
+    m_statusItemMenuAppTrusted->addSeparator();
+    QAction *quitItem2 = m_statusItemMenuAppTrusted->addAction(quit());
+    connect(quitItem2, &QAction::triggered, this,
+            [this, quitItem2] { emit quitTriggered(quitItem2); });
+
+    // The tray shows the attached menu on a secondary click; the primary click opens it too,
+    // as users expect of a status item without a window.
+    connect(m_statusItem, &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                if (reason == QSystemTrayIcon::Trigger)
+                    popUpMenu();
+            });
+
+    showMenuForTrust(true);
+    m_statusItem->show();
+}
+
+QMenu *StatusMenu::buildLanguageSubmenu()
+{
+    // Parented to the full menu so that it lives and dies with it.
+    auto *menu = new QMenu(m_statusItemMenuAppTrusted);
+    for (const LanguageEntry &entry : LanguageTable::entries()) {
+        QAction *item = menu->addAction(languageItem(entry));
+        item->setCheckable(true);
+    }
+    return menu;
+}
+
+void StatusMenu::showMenuForTrust(bool trusted)
+{
+    if (!m_statusItem)
+        return;
+    QMenu *menu = trusted ? m_statusItemMenuAppTrusted : m_statusItemMenuAppNotTrusted;
+    if (m_statusItem->contextMenu() != menu)
+        m_statusItem->setContextMenu(menu);
+}
+
+QMenu *StatusMenu::attachedMenu() const
+{
+    return m_statusItem ? m_statusItem->contextMenu() : nullptr;
+}
+
+void StatusMenu::showDestinationLanguage(const LanguageEntry &entry, int index)
+{
+    if (!m_destLanguageMenuItem)
+        return;
+    m_destLanguageMenuItem->setText(destinationLanguage(entry.flag));
+    checkOnly(m_destLanguageMenuItem->menu(), index);
+}
+
+void StatusMenu::showAlternativeDestinationLanguage(const LanguageEntry &entry, int index)
+{
+    if (!m_destLanguageMenuItem2)
+        return;
+    m_destLanguageMenuItem2->setText(alternativeDestinationLanguage(entry.flag));
+    checkOnly(m_destLanguageMenuItem2->menu(), index);
+}
+
+void StatusMenu::popUpMenu()
+{
+    if (QMenu *menu = attachedMenu())
+        menu->popup(QCursor::pos());
+}
+
+int StatusMenu::positionInMenu(QAction *item)
+{
+    if (!item)
+        return -1;
+    for (QObject *holder : item->associatedObjects()) {
+        if (auto *menu = qobject_cast<QMenu *>(holder))
+            return int(menu->actions().indexOf(item));
+    }
+    return -1;
+}

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <QAction>
+#include <QMenu>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QSystemTrayIcon>
+
+struct LanguageEntry;
+
+// The status item in the panel's tray and its two menus: the full one while Tolkaro may
+// read other applications, the short one offering to make it trusted while it may not.
+// This is the view; the application controller decides what the actions do and calls the
+// show... methods when a choice changes. Main thread only.
+class StatusMenu : public QObject
+{
+    Q_OBJECT
+public:
+    explicit StatusMenu(QObject *parent = nullptr);
+    ~StatusMenu() override;
+
+    // Builds the item and both menus, the language submenus from the language table, and
+    // attaches the full menu. launchAtLogin: the autostart item's initial check mark.
+    void addStatusBarItem(bool launchAtLogin);
+
+    // Attaches the full menu (trusted) or the short one.
+    void showMenuForTrust(bool trusted);
+    // Title "<flag> Destination Language" and the one check mark at index.
+    void showDestinationLanguage(const LanguageEntry &entry, int index);
+    void showAlternativeDestinationLanguage(const LanguageEntry &entry, int index);
+    // Opens the attached menu at the pointer (a left click, or asked over D-Bus).
+    void popUpMenu();
+
+    QSystemTrayIcon *statusItem() const { return m_statusItem; }
+    QMenu *statusItemMenuAppTrusted() const { return m_statusItemMenuAppTrusted; }
+    QMenu *statusItemMenuAppNotTrusted() const { return m_statusItemMenuAppNotTrusted; }
+    QMenu *attachedMenu() const;
+    QAction *destLanguageMenuItem() const { return m_destLanguageMenuItem; }
+    QAction *destLanguageMenuItem2() const { return m_destLanguageMenuItem2; }
+    QAction *autostartMenuItem() const { return m_autostartMenuItem; }
+
+    // Position of an item in the menu that holds it, or -1.
+    static int positionInMenu(QAction *item);
+
+signals:
+    void checkForUpdatesTriggered(QAction *sender);
+    void autostartTriggered(QAction *sender);
+    void keyboardPreferencesTriggered(QAction *sender);
+    void makeTrustedTriggered(QAction *sender);
+    void quitTriggered(QAction *sender);
+    void languageItemTriggered(QAction *sender);
+    void language2ItemTriggered(QAction *sender);
+
+private:
+    QMenu *buildLanguageSubmenu();
+
+    QPointer<QSystemTrayIcon> m_statusItem;
+    QPointer<QMenu> m_statusItemMenuAppTrusted;
+    QPointer<QMenu> m_statusItemMenuAppNotTrusted;
+    QPointer<QAction> m_destLanguageMenuItem;
+    QPointer<QAction> m_destLanguageMenuItem2;
+    QPointer<QAction> m_autostartMenuItem;
+};
+
+// The status menu's own texts.
+namespace StatusMenuTexts {
+QString makeTrusted();
+QString quit();
+QString myTolkaro();
+QString checkForUpdates();
+QString autostart();
+QString keyboardPreferences();
+QString destinationLanguage(const QString &flag);
+QString alternativeDestinationLanguage(const QString &flag);
+// The alternative item's title before the first choice; its lower-case "destination" is
+// how it has always read.
+QString alternativeDestinationLanguageAtCreation(const QString &flag);
+QString languageItem(const LanguageEntry &entry);
+} // namespace StatusMenuTexts

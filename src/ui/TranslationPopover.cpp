@@ -1,0 +1,146 @@
+#include "ui/TranslationPopover.h"
+
+#include "presentation/PopoverPlacement.h"
+#include "ui/OutsideClickWatcher.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPainterPath>
+#include <QRegion>
+#include <QScreen>
+#include <QVBoxLayout>
+#include <QtGui/qguiapplication_platform.h>
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+
+namespace {
+
+// A compositing manager owns the _NET_WM_CM_S<screen> selection; only then do
+// translucent windows show what lies beneath them instead of black.
+bool compositorIsRunning()
+{
+    auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    Display *display = x11 ? x11->display() : nullptr;
+    if (!display)
+        return false;
+    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(DefaultScreen(display));
+    const Atom selection = XInternAtom(display, name.constData(), False);
+    return XGetSelectionOwner(display, selection) != None;
+}
+
+QScreen *screenUnder(const QPoint &position)
+{
+    if (QScreen *screen = QGuiApplication::screenAt(position))
+        return screen;
+    return QGuiApplication::primaryScreen();
+}
+
+} // namespace
+
+TranslationPopover::TranslationPopover(QWidget *content, QWidget *parent)
+    : QWidget(parent, Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowDoesNotAcceptFocus |
+                          Qt::NoDropShadowWindowHint),
+      m_content(content), m_clickWatcher(new OutsideClickWatcher(this))
+{
+    setObjectName(QStringLiteral("TranslationPopover"));
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setAttribute(Qt::WA_X11DoNotAcceptFocus);
+    setFocusPolicy(Qt::NoFocus);
+    // The visual is chosen when the native window is created, so this is decided once.
+    m_composited = compositorIsRunning();
+    if (m_composited)
+        setAttribute(Qt::WA_TranslucentBackground);
+
+    auto *layout = new QVBoxLayout(this);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    const int margin = shadowMargin();
+    layout->setContentsMargins(margin, margin, margin, margin);
+    if (m_content)
+        layout->addWidget(m_content);
+
+    connect(m_clickWatcher, &OutsideClickWatcher::buttonPressed, this,
+            &TranslationPopover::outsideButtonPressed);
+}
+
+TranslationPopover::~TranslationPopover() = default;
+
+void TranslationPopover::showAtPoint(const QPoint &position)
+{
+    m_anchor = position;
+    // Size the window for its current text before it is mapped, so it appears in place.
+    if (layout())
+        layout()->activate();
+    placeAroundAnchor();
+    show();
+    raise();
+    m_clickWatcher->start();
+}
+
+void TranslationPopover::closePopover()
+{
+    m_clickWatcher->stop();
+    hide();
+}
+
+QRect TranslationPopover::bodyGeometry() const
+{
+    const int margin = shadowMargin();
+    return geometry().adjusted(margin, margin, -margin, -margin);
+}
+
+void TranslationPopover::placeAroundAnchor()
+{
+    const int margin = shadowMargin();
+    const QSize body = size() - QSize(2 * margin, 2 * margin);
+    const PopoverPlacement::Placement placement = PopoverPlacement::placePopover(
+        m_anchor, body, screenUnder(m_anchor)->availableGeometry());
+    m_abovePointer = placement.abovePointer;
+    move(placement.topLeft - QPoint(margin, margin));
+}
+
+void TranslationPopover::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    placeAroundAnchor();
+    if (!m_composited) {
+        // Without a compositor the corners are cut by the X shape extension instead.
+        QPainterPath path;
+        path.addRoundedRect(QRectF(rect()), kCornerRadius, kCornerRadius);
+        setMask(QRegion(path.toFillPolygon().toPolygon()));
+    }
+}
+
+void TranslationPopover::paintEvent(QPaintEvent *)
+{
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const int margin = shadowMargin();
+    const QRectF body = QRectF(rect()).adjusted(margin, margin, -margin, -margin);
+
+    if (m_composited) {
+        // A soft shadow from stacked translucent outlines, a little lower than the body.
+        painter.setPen(Qt::NoPen);
+        for (int i = margin; i > 0; --i) {
+            painter.setBrush(QColor(0, 0, 0, 6));
+            painter.drawRoundedRect(body.adjusted(-i, -i + 2, i, i + 2), kCornerRadius + i,
+                                    kCornerRadius + i);
+        }
+    }
+
+    const QPalette colors = palette();
+    painter.setBrush(colors.color(QPalette::Window));
+    QColor border = colors.color(QPalette::WindowText);
+    border.setAlphaF(0.22f);
+    painter.setPen(QPen(border, 1.0));
+    painter.drawRoundedRect(body.adjusted(0.5, 0.5, -0.5, -0.5), kCornerRadius, kCornerRadius);
+}
+
+void TranslationPopover::outsideButtonPressed()
+{
+    if (!isVisible() || bodyGeometry().contains(QCursor::pos()))
+        return;
+    closePopover();
+    emit closedByOutsideClick();
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QPoint>
+#include <QPointer>
+#include <QWidget>
+
+class OutsideClickWatcher;
+
+// The window of the translation popover: a frameless tool-tip window (override-redirect
+// on X11), so showing it never takes the keyboard focus or the pointer from the
+// application the user is reading. It hangs below the pointer, stays on the screen under
+// the pointer and goes above the pointer near the bottom; when its content changes size
+// it is placed again around the same point. A click anywhere outside closes it, which is
+// watched without a grab and only while it is shown. Rounded and shadowed when a
+// compositor runs, rounded by a shape mask when none does. Main thread only.
+class TranslationPopover : public QWidget
+{
+    Q_OBJECT
+public:
+    explicit TranslationPopover(QWidget *content, QWidget *parent = nullptr);
+    ~TranslationPopover() override;
+
+    // Shows the popover for the pointer at position (global, logical pixels).
+    void showAtPoint(const QPoint &position);
+    void closePopover();
+
+    QPoint anchor() const { return m_anchor; }
+    bool isAbovePointer() const { return m_abovePointer; }
+    // The rounded body in global coordinates (the window without its shadow).
+    QRect bodyGeometry() const;
+
+signals:
+    // The popover closed itself because the user clicked elsewhere.
+    void closedByOutsideClick();
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    void placeAroundAnchor();
+    void outsideButtonPressed();
+    int shadowMargin() const { return m_composited ? kShadowMargin : 0; }
+
+    static constexpr int kShadowMargin = 10;
+    static constexpr qreal kCornerRadius = 8.0;
+
+    QPointer<QWidget> m_content;
+    OutsideClickWatcher *m_clickWatcher = nullptr;
+    QPoint m_anchor;
+    bool m_abovePointer = false;
+    bool m_composited = false;
+};
