@@ -1,1 +1,377 @@
-// placeholder
+#include "LoopbackTranslationServer.h"
+
+#include <QHostAddress>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonValue>
+#include <QMutex>
+#include <QMutexLocker>
+#include <QPointer>
+#include <QQueue>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+
+#include <sys/socket.h>
+
+using Answer = LoopbackTranslationServer::Answer;
+using Behaviour = LoopbackTranslationServer::Behaviour;
+using RecordedRequest = LoopbackTranslationServer::RecordedRequest;
+
+namespace {
+
+constexpr int kTrickleIntervalMs = 100;
+constexpr qsizetype kMaxHeadSize = 1024 * 1024;
+
+const QByteArray kHtmlForbiddenPage = QByteArrayLiteral(
+    "<!DOCTYPE html>\n<html lang=en>\n<meta charset=utf-8>\n"
+    "<title>Error 403 (Forbidden)!!1</title>\n"
+    "<p><b>403.</b> <ins>That\xE2\x80\x99s an error.</ins>\n"
+    "<p>Your client does not have permission to get URL <code>/translate_a/single</code> "
+    "from this server. <ins>That\xE2\x80\x99s all we know.</ins>\n");
+
+const QByteArray kGarbageBody = QByteArrayLiteral("<<< this is no translation >>> ]]}{,,\"");
+
+// Shaped like a real answer, so that only the decoding can fail on it.
+const QByteArray kNonUtf8Body =
+    QByteArrayLiteral("[[[\"\xFF\xFE caf\xE9\",\"x\",null,null,10]],null,\"en\"]");
+
+} // namespace
+
+// Server state shared between the test's thread and the server's thread.
+struct LoopbackServerState
+{
+    mutable QMutex mutex;
+    Answer defaultAnswer;
+    QQueue<Answer> scripted;
+    QList<RecordedRequest> requests;
+    std::function<void(const RecordedRequest &)> observer;
+    int connections = 0;
+
+    Answer takeAnswer()
+    {
+        QMutexLocker locker(&mutex);
+        return scripted.isEmpty() ? defaultAnswer : scripted.dequeue();
+    }
+};
+
+// Lives on the server's thread: the listening socket and every connection.
+class LoopbackServerWorker : public QObject
+{
+public:
+    explicit LoopbackServerWorker(LoopbackServerState &state) : m_state(state) {}
+
+    quint16 listen(quint16 port)
+    {
+        m_server = new QTcpServer(this);
+        if (!m_server->listen(QHostAddress::LocalHost, port))
+            return 0;
+        connect(m_server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket *socket = m_server->nextPendingConnection())
+                accept(socket);
+        });
+        m_port = m_server->serverPort();
+        return m_port;
+    }
+
+private:
+    struct Connection
+    {
+        QByteArray buffer;
+        bool busy = false; // an answer is still being written (or never will be)
+    };
+
+    void accept(QTcpSocket *socket)
+    {
+        {
+            QMutexLocker locker(&m_state.mutex);
+            ++m_state.connections;
+        }
+        auto connection = std::make_shared<Connection>();
+        connect(socket, &QTcpSocket::readyRead, socket, [this, socket, connection] {
+            connection->buffer.append(socket->readAll());
+            serveBufferedRequests(socket, connection);
+        });
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+    }
+
+    void serveBufferedRequests(QTcpSocket *socket, const std::shared_ptr<Connection> &connection)
+    {
+        while (!connection->busy) {
+            const qsizetype headEnd = connection->buffer.indexOf("\r\n\r\n");
+            if (headEnd < 0) {
+                if (connection->buffer.size() > kMaxHeadSize)
+                    socket->abort();
+                return;
+            }
+            RecordedRequest request = parseHead(connection->buffer.left(headEnd));
+            qsizetype consumed = headEnd + 4;
+            const qsizetype bodyLength = request.headerValue("Content-Length").toLongLong();
+            if (connection->buffer.size() < consumed + bodyLength)
+                return;
+            consumed += bodyLength;
+            connection->buffer.remove(0, consumed);
+            std::function<void(const RecordedRequest &)> observer;
+            {
+                QMutexLocker locker(&m_state.mutex);
+                m_state.requests.append(request);
+                observer = m_state.observer;
+            }
+            if (observer)
+                observer(request);
+            const bool closeAfter =
+                request.headerValue("Connection").compare("close", Qt::CaseInsensitive) == 0;
+            respond(socket, connection, request, m_state.takeAnswer(), closeAfter);
+        }
+    }
+
+    static RecordedRequest parseHead(const QByteArray &head)
+    {
+        RecordedRequest request;
+        const QList<QByteArray> lines = head.split('\n');
+        for (qsizetype i = 0; i < lines.size(); ++i) {
+            QByteArray line = lines.at(i);
+            if (line.endsWith('\r'))
+                line.chop(1);
+            if (i == 0) {
+                request.requestLine = line;
+                continue;
+            }
+            const qsizetype colon = line.indexOf(':');
+            if (colon < 0)
+                continue;
+            request.headers.append({line.left(colon), line.mid(colon + 1).trimmed()});
+        }
+        return request;
+    }
+
+    static QByteArray reasonPhrase(int status)
+    {
+        switch (status) {
+        case 200:
+            return "OK";
+        case 302:
+            return "Found";
+        case 403:
+            return "Forbidden";
+        default:
+            return "Status";
+        }
+    }
+
+    static QByteArray head(int status, const QByteArray &contentType, qint64 contentLength,
+                           const Answer &answer, const QByteArray &location = {})
+    {
+        QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + reasonPhrase(status) +
+                          "\r\nContent-Type: " + contentType +
+                          "\r\nContent-Length: " + QByteArray::number(contentLength) + "\r\n";
+        if (!location.isEmpty())
+            head += "Location: " + location + "\r\n";
+        for (const auto &[name, value] : answer.extraHeaders)
+            head += name + ": " + value + "\r\n";
+        return head + "\r\n";
+    }
+
+    void respond(QTcpSocket *socket, const std::shared_ptr<Connection> &connection,
+                 const RecordedRequest &request, const Answer &answer, bool closeAfter)
+    {
+        const QByteArray json = "application/json; charset=UTF-8";
+        auto send = [socket, connection, closeAfter, this](const QByteArray &bytes) {
+            socket->write(bytes);
+            if (closeAfter) {
+                socket->disconnectFromHost();
+                return;
+            }
+            connection->busy = false;
+            serveBufferedRequests(socket, connection);
+        };
+        connection->busy = true;
+
+        switch (answer.behaviour) {
+        case Behaviour::Echo: {
+            const QByteArray target = request.target();
+            QByteArray query;
+            const qsizetype questionMark = target.indexOf('?');
+            if (questionMark >= 0) {
+                for (const QByteArray &pair : target.mid(questionMark + 1).split('&')) {
+                    if (pair.startsWith("q="))
+                        query = pair.mid(2);
+                }
+            }
+            const QByteArray body = LoopbackTranslationServer::echoBody(query);
+            send(head(200, json, body.size(), answer) + body);
+            return;
+        }
+        case Behaviour::Well:
+            send(head(200, json, answer.body.size(), answer) + answer.body);
+            return;
+        case Behaviour::Slowly: {
+            const QByteArray bytes = head(200, json, answer.body.size(), answer) + answer.body;
+            QTimer::singleShot(answer.delayMs, socket, [send, bytes] { send(bytes); });
+            return;
+        }
+        case Behaviour::TrickleForever: {
+            socket->write(head(200, json, 1024 * 1024 * 1024, answer) + "[");
+            auto *timer = new QTimer(socket);
+            connect(timer, &QTimer::timeout, socket, [socket] { socket->write(" "); });
+            timer->start(kTrickleIntervalMs);
+            return;
+        }
+        case Behaviour::Garbage:
+            send(head(200, "text/plain", kGarbageBody.size(), answer) + kGarbageBody);
+            return;
+        case Behaviour::HtmlForbidden:
+            send(head(403, "text/html; charset=UTF-8", kHtmlForbiddenPage.size(), answer) +
+                 kHtmlForbiddenPage);
+            return;
+        case Behaviour::NonUtf8:
+            send(head(200, json, kNonUtf8Body.size(), answer) + kNonUtf8Body);
+            return;
+        case Behaviour::ResetMidBody: {
+            const QByteArray body = LoopbackTranslationServer::echoBody("reset");
+            socket->write(head(200, json, body.size(), answer) + body.left(body.size() / 2));
+            socket->waitForBytesWritten(1000);
+            // A zero linger time makes the close a reset (RST) rather than an orderly end.
+            const linger resetOnClose{1, 0};
+            ::setsockopt(int(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &resetOnClose,
+                         sizeof resetOnClose);
+            socket->abort();
+            return;
+        }
+        case Behaviour::Redirect:
+            send(head(302, "text/plain", 0, answer, answer.location));
+            return;
+        case Behaviour::RedirectLoop:
+            send(head(302, "text/plain", 0, answer,
+                      "http://127.0.0.1:" + QByteArray::number(m_port) + request.target()));
+            return;
+        case Behaviour::Silent:
+            return;
+        }
+    }
+
+    LoopbackServerState &m_state;
+    QTcpServer *m_server = nullptr;
+    quint16 m_port = 0;
+};
+
+QByteArray RecordedRequest::method() const
+{
+    return requestLine.left(requestLine.indexOf(' '));
+}
+
+QByteArray RecordedRequest::target() const
+{
+    const QList<QByteArray> parts = requestLine.split(' ');
+    return parts.size() == 3 ? parts.at(1) : QByteArray();
+}
+
+QByteArray RecordedRequest::headerValue(const QByteArray &name) const
+{
+    for (const auto &[headerName, value] : headers) {
+        if (headerName.compare(name, Qt::CaseInsensitive) == 0)
+            return value;
+    }
+    return QByteArray();
+}
+
+QList<QByteArray> RecordedRequest::headerNames() const
+{
+    QList<QByteArray> names;
+    for (const auto &header : headers)
+        names.append(header.first);
+    return names;
+}
+
+LoopbackTranslationServer::LoopbackTranslationServer(quint16 port)
+    : m_state(std::make_unique<LoopbackServerState>()), m_thread(std::make_unique<QThread>())
+{
+    m_thread->setObjectName(QStringLiteral("LoopbackTranslationServer"));
+    m_thread->start();
+    m_worker = new LoopbackServerWorker(*m_state);
+    m_worker->moveToThread(m_thread.get());
+    QMetaObject::invokeMethod(
+        m_worker, [this, port] { m_port = m_worker->listen(port); }, Qt::BlockingQueuedConnection);
+}
+
+LoopbackTranslationServer::~LoopbackTranslationServer()
+{
+    QMetaObject::invokeMethod(
+        m_worker, [this] { delete m_worker; }, Qt::BlockingQueuedConnection);
+    m_thread->quit();
+    m_thread->wait();
+}
+
+bool LoopbackTranslationServer::isListening() const
+{
+    return m_port != 0;
+}
+
+quint16 LoopbackTranslationServer::port() const
+{
+    return m_port;
+}
+
+QString LoopbackTranslationServer::baseUrl() const
+{
+    return QStringLiteral("http://127.0.0.1:%1").arg(m_port);
+}
+
+void LoopbackTranslationServer::setDefaultAnswer(const Answer &answer)
+{
+    QMutexLocker locker(&m_state->mutex);
+    m_state->defaultAnswer = answer;
+}
+
+void LoopbackTranslationServer::enqueueAnswer(const Answer &answer)
+{
+    QMutexLocker locker(&m_state->mutex);
+    m_state->scripted.enqueue(answer);
+}
+
+QList<RecordedRequest> LoopbackTranslationServer::requests() const
+{
+    QMutexLocker locker(&m_state->mutex);
+    return m_state->requests;
+}
+
+int LoopbackTranslationServer::requestCount() const
+{
+    QMutexLocker locker(&m_state->mutex);
+    return int(m_state->requests.size());
+}
+
+void LoopbackTranslationServer::clearRequests()
+{
+    QMutexLocker locker(&m_state->mutex);
+    m_state->requests.clear();
+}
+
+void LoopbackTranslationServer::setRequestObserver(
+    std::function<void(const RecordedRequest &)> observer)
+{
+    QMutexLocker locker(&m_state->mutex);
+    m_state->observer = std::move(observer);
+}
+
+int LoopbackTranslationServer::connectionCount() const
+{
+    QMutexLocker locker(&m_state->mutex);
+    return m_state->connections;
+}
+
+QString LoopbackTranslationServer::echoTranslation(const QString &text)
+{
+    return QStringLiteral("translation of ") + text;
+}
+
+QByteArray LoopbackTranslationServer::echoBody(const QByteArray &encodedQueryValue)
+{
+    QByteArray plus = encodedQueryValue;
+    plus.replace('+', ' ');
+    const QString text = QString::fromUtf8(QByteArray::fromPercentEncoding(plus));
+    const QJsonArray row{echoTranslation(text), text, QJsonValue::Null, QJsonValue::Null, 10};
+    const QJsonArray top{QJsonArray{row}, QJsonValue::Null, QStringLiteral("en")};
+    return QJsonDocument(top).toJson(QJsonDocument::Compact);
+}

@@ -1,1 +1,140 @@
-// placeholder
+#include "translation/GoogleTranslateByURL.h"
+
+#include "common/Log.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QJsonValue>
+
+#include <cstring>
+
+namespace {
+
+// One left-to-right pass that turns every non-overlapping ",," into ",null,". The service
+// leaves empty array slots that no JSON reader accepts; two such passes fill any run of
+// commas, so the answer is repaired in linear time whatever its size.
+void appendWithEmptySlotsFilled(QByteArrayView input, QByteArray &output)
+{
+    const char *const end = input.data() + input.size();
+    const char *copiedUpTo = input.data();
+    const char *cursor = input.data();
+    while (cursor < end) {
+        const auto *comma = static_cast<const char *>(std::memchr(cursor, ',', end - cursor));
+        if (!comma || comma + 1 >= end)
+            break;
+        if (comma[1] != ',') {
+            cursor = comma + 1;
+            continue;
+        }
+        output.append(copiedUpTo, comma - copiedUpTo);
+        output.append(",null,");
+        cursor = comma + 2;
+        copiedUpTo = cursor;
+    }
+    output.append(copiedUpTo, end - copiedUpTo);
+}
+
+// The reader accepts a lone value (a string, a number) at the top as well as an array or
+// an object. QJsonDocument only takes arrays and objects, so the text is read as the only
+// element of an array: "[" + text + "]" holds exactly one element exactly when the text
+// is one JSON value surrounded by nothing but white space.
+bool parseJsonFragment(const QByteArray &wrappedText, QJsonValue &value, QString &errorText)
+{
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(wrappedText, &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        // Offsets are reported in the text as given, without the added bracket.
+        errorText = QStringLiteral("%1 at offset %2")
+                        .arg(parseError.errorString())
+                        .arg(qMax(0, parseError.offset - 1));
+        return false;
+    }
+    const QJsonArray wrapper = document.array();
+    if (wrapper.size() != 1) {
+        errorText = wrapper.isEmpty() ? QStringLiteral("no value in the text")
+                                      : QStringLiteral("more than one value in the text");
+        return false;
+    }
+    value = wrapper.at(0);
+    return true;
+}
+
+} // namespace
+
+QString
+GoogleTranslateByURL::parseGoogleJSONResponseIntoReadableString(const QString &response,
+                                                                QString *guessedLanguageCode)
+{
+    return parseGoogleJSONResponseUtf8(response.toUtf8(), guessedLanguageCode);
+}
+
+QString GoogleTranslateByURL::parseGoogleJSONResponseUtf8(QByteArrayView response,
+                                                          QString *guessedLanguageCode)
+{
+    if (guessedLanguageCode)
+        *guessedLanguageCode = QString();
+
+    QByteArray onePass;
+    onePass.reserve(response.size() + 64);
+    appendWithEmptySlotsFilled(response, onePass);
+    QByteArray wrapped;
+    wrapped.reserve(onePass.size() + 66);
+    wrapped.append('[');
+    appendWithEmptySlotsFilled(onePass, wrapped);
+    wrapped.append(']');
+    onePass = QByteArray();
+
+    QJsonValue topObject;
+    QString parseError;
+    if (!parseJsonFragment(wrapped, topObject, parseError)) {
+        tolkaro::logLine(QStringLiteral("parseGoogleJSONResponseIntoReadableString: couldn't parse "
+                                        "the string into JSON. The string isn't real JSON? %1")
+                             .arg(parseError));
+        return QString();
+    }
+    wrapped = QByteArray();
+
+    const QJsonArray topArray = topObject.toArray();
+    if (topObject.isArray() && topArray.size() >= 3 && topArray.at(2).isString()) {
+        const QString guessed = topArray.at(2).toString();
+        tolkaro::logLine(QStringLiteral("Guessed source language: %1").arg(guessed));
+        if (guessedLanguageCode)
+            *guessedLanguageCode = guessed;
+    }
+
+    if (!topObject.isArray() || topArray.isEmpty()) {
+        tolkaro::logLine(QStringLiteral("Top object is not NSArray"));
+        return QString();
+    }
+
+    const QJsonValue sentencesValue = topArray.at(0);
+    const QJsonArray sentences = sentencesValue.toArray();
+    if (!sentencesValue.isArray() || sentences.isEmpty()) {
+        tolkaro::logLine(QStringLiteral("First Inner object is not NSArray or has 0 elements"));
+        return QString();
+    }
+
+    // A row of 5 or 9 elements is a translated sentence: [translation, source, ..., ..., a
+    // number, ...]. Other rows (transliterations, dictionary entries) are skipped. The
+    // pieces carry their own spaces and line breaks, so they are joined as they are.
+    QString result;
+    bool anyPiece = false;
+    for (const QJsonValue &rowValue : sentences) {
+        if (!rowValue.isArray())
+            continue;
+        const QJsonArray row = rowValue.toArray();
+        if (row.size() != 5 && row.size() != 9)
+            continue;
+        const QJsonValue translated = row.at(0);
+        if (!row.at(1).isString() || !translated.isString() || !row.at(4).isDouble())
+            continue;
+        if (!anyPiece) {
+            // An empty first piece still makes a (non-null) result.
+            result = QString(QLatin1StringView(""));
+            anyPiece = true;
+        }
+        result.append(translated.toString());
+    }
+    return anyPiece ? result : QString();
+}

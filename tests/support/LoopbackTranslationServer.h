@@ -1,0 +1,119 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QPair>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+class QThread;
+class LoopbackServerWorker;
+struct LoopbackServerState;
+
+// A real HTTP/1.1 server on 127.0.0.1 (a random free port) standing in for the
+// translation endpoint. It serves from its own thread, so a test may block its own thread
+// (QProcess::waitForFinished, a nested capture) while the server answers.
+//
+// Every request gets the next scripted answer (enqueueAnswer), else the default answer
+// (setDefaultAnswer), which starts as Echo: "translation of <q>" with "en" detected.
+// Every request's exact request line and headers are recorded. Thread-safe.
+class LoopbackTranslationServer
+{
+public:
+    enum class Behaviour
+    {
+        Echo,           // 200, [[["translation of <q>","<q>",null,null,10]],null,"en"]
+        Well,           // 200 with the given body
+        Slowly,         // the given body after delayMs
+        TrickleForever, // 200, then one byte of a never-ending body every 100 ms
+        Garbage,        // 200 with a body that is no JSON
+        HtmlForbidden,  // 403 with an HTML error page
+        NonUtf8,        // 200 with bytes that are not UTF-8
+        ResetMidBody,   // half the announced body, then a connection reset
+        Redirect,       // 302 to location
+        RedirectLoop,   // 302 to the requested target itself, every time
+        Silent,         // reads the request and never answers
+    };
+
+    struct Answer
+    {
+        Behaviour behaviour = Behaviour::Echo;
+        QByteArray body;     // Well, Slowly, and the body after a Redirect
+        int delayMs = 0;     // Slowly
+        QByteArray location; // Redirect
+        QList<QPair<QByteArray, QByteArray>> extraHeaders; // added to the response
+
+        static Answer echo() { return {}; }
+        static Answer well(const QByteArray &body)
+        {
+            Answer answer = of(Behaviour::Well);
+            answer.body = body;
+            return answer;
+        }
+        static Answer slowly(const QByteArray &body, int delayMs)
+        {
+            Answer answer = of(Behaviour::Slowly);
+            answer.body = body;
+            answer.delayMs = delayMs;
+            return answer;
+        }
+        static Answer of(Behaviour behaviour)
+        {
+            Answer answer;
+            answer.behaviour = behaviour;
+            return answer;
+        }
+        static Answer redirect(const QByteArray &location)
+        {
+            Answer answer = of(Behaviour::Redirect);
+            answer.location = location;
+            return answer;
+        }
+    };
+
+    struct RecordedRequest
+    {
+        QByteArray requestLine;                       // "GET /path?query HTTP/1.1"
+        QList<QPair<QByteArray, QByteArray>> headers; // in the order sent, as sent
+        QByteArray method() const;
+        QByteArray target() const;                            // "/path?query"
+        QByteArray headerValue(const QByteArray &name) const; // case-insensitive; null if absent
+        QList<QByteArray> headerNames() const;
+    };
+
+    // port 0: any free port.
+    explicit LoopbackTranslationServer(quint16 port = 0);
+    ~LoopbackTranslationServer();
+    LoopbackTranslationServer(const LoopbackTranslationServer &) = delete;
+    LoopbackTranslationServer &operator=(const LoopbackTranslationServer &) = delete;
+
+    bool isListening() const;
+    quint16 port() const;
+    // "http://127.0.0.1:<port>", the client's base URL.
+    QString baseUrl() const;
+
+    void setDefaultAnswer(const Answer &answer);
+    void enqueueAnswer(const Answer &answer);
+
+    QList<RecordedRequest> requests() const;
+    int requestCount() const;
+    void clearRequests();
+    // Called on the server's thread for every request, after it is recorded.
+    void setRequestObserver(std::function<void(const RecordedRequest &)> observer);
+
+    // Connections accepted so far (a client reusing one connection counts once).
+    int connectionCount() const;
+
+    // The echo answer for a query value as it appears in the URL (form-encoded).
+    static QByteArray echoBody(const QByteArray &encodedQueryValue);
+    // The text echo answers translate "text" into.
+    static QString echoTranslation(const QString &text);
+
+private:
+    std::unique_ptr<LoopbackServerState> m_state;
+    std::unique_ptr<QThread> m_thread;
+    LoopbackServerWorker *m_worker = nullptr;
+    quint16 m_port = 0;
+};

@@ -1,0 +1,182 @@
+#include "common/Log.h"
+#include "translation/GoogleTranslateByURL.h"
+
+#include <QTest>
+
+namespace {
+
+const QString kNotJson = QStringLiteral(
+    "parseGoogleJSONResponseIntoReadableString: couldn't parse the string into JSON. The string "
+    "isn't real JSON? ");
+const QString kTopNotArray = QStringLiteral("Top object is not NSArray");
+const QString kFirstInnerNotArray =
+    QStringLiteral("First Inner object is not NSArray or has 0 elements");
+const QString kGuessedEn = QStringLiteral("Guessed source language: en");
+
+// A null QString in a row stands for "no result" (nil).
+const QString kNil;
+
+} // namespace
+
+class TestGoogleResponseParser : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void parsesAnswer_data();
+    void parsesAnswer();
+    void withoutLanguagePointer();
+    void largeAnswer();
+
+private:
+    QStringList m_log;
+};
+
+void TestGoogleResponseParser::init()
+{
+    m_log.clear();
+    tolkaro::setLogSink([this](const QString &line) { m_log.append(line); });
+}
+
+void TestGoogleResponseParser::cleanup()
+{
+    tolkaro::setLogSink({});
+}
+
+void TestGoogleResponseParser::parsesAnswer_data()
+{
+    QTest::addColumn<QString>("response");
+    QTest::addColumn<QString>("translation");
+    QTest::addColumn<QString>("guessedLanguage");
+    // A line ending in "*" matches any line that starts with the rest.
+    QTest::addColumn<QStringList>("log");
+
+    QTest::newRow("two sentences, a short row skipped")
+        << R"([[["A. ","a. ",null,null,10],["B","b",null,null,10],["x","y","z"]],null,"en"])"
+        << QStringLiteral("A. B") << QStringLiteral("en") << QStringList{kGuessedEn};
+    QTest::newRow("empty slot before the language is repaired")
+        << R"([[["Hallo","Hello",null,null,1]],,"en"])" << QStringLiteral("Hallo")
+        << QStringLiteral("en") << QStringList{kGuessedEn};
+    QTest::newRow("three commas make a five-element row")
+        << R"([[["Hallo","Hello",,,1]],null,"en"])" << QStringLiteral("Hallo")
+        << QStringLiteral("en") << QStringList{kGuessedEn};
+    QTest::newRow("four commas make a nine-element row")
+        << R"([[["T","S",null,null,3,,,,"x"]]])" << QStringLiteral("T") << kNil << QStringList{};
+    QTest::newRow("commas inside a piece are repaired too")
+        << R"([[["a,,b","S",null,null,1]]])" << QStringLiteral("a,null,b") << kNil << QStringList{};
+    QTest::newRow("empty first slot is not repaired")
+        << R"([,[["T","S",null,null,1]]])" << kNil << kNil << QStringList{kNotJson + "*"};
+    QTest::newRow("pieces keep their own line breaks")
+        << R"([[["Line one.\n","L1",null,null,1],["Line two","L2",null,null,1]]])"
+        << QStringLiteral("Line one.\nLine two") << kNil << QStringList{};
+    QTest::newRow("non-ASCII and escapes")
+        << R"([[["Gr\u00fc\u00dfe \"\u65e5\"","Hi",null,null,1]],null,"de"])"
+        << QStringLiteral("Gr\u00fc\u00dfe \"\u65e5\"") << QStringLiteral("de")
+        << QStringList{QStringLiteral("Guessed source language: de")};
+    QTest::newRow("white space around the answer") << "  \n[[[\"T\",\"S\",null,null,1]]]\r\n"
+                                                   << QStringLiteral("T") << kNil << QStringList{};
+    QTest::newRow("empty first piece is still a translation")
+        << R"([[["","S",null,null,1]]])" << QString(QLatin1StringView("")) << kNil << QStringList{};
+    QTest::newRow("top array of two elements has no language")
+        << R"([[["T","S",null,null,1]],null])" << QStringLiteral("T") << kNil << QStringList{};
+    QTest::newRow("number at index 2 is no language")
+        << R"([[["T","S",null,null,1]],null,7])" << QStringLiteral("T") << kNil << QStringList{};
+    QTest::newRow("rows of 4, 6 and 7 elements only")
+        << R"([[["T","S",null,1],["T","S",null,null,1,1],["T","S",null,null,1,1,1]],null,"en"])"
+        << kNil << QStringLiteral("en") << QStringList{kGuessedEn};
+    QTest::newRow("index 4 not a number")
+        << R"([[["T","S",null,null,"1"],["U","S",null,null,true]]])" << kNil << kNil
+        << QStringList{};
+    QTest::newRow("index 1 not a string") << R"([[["T",null,null,null,1],["U","S",null,null,1]]])"
+                                          << QStringLiteral("U") << kNil << QStringList{};
+    QTest::newRow("translated piece not a string")
+        << R"([[[5,"S",null,null,1],["U","S",null,null,1]]])" << QStringLiteral("U") << kNil
+        << QStringList{};
+    QTest::newRow("non-array rows skipped") << R"([["x",null,{"a":1},["U","S",null,null,1]]])"
+                                            << QStringLiteral("U") << kNil << QStringList{};
+    QTest::newRow("string fragment on top")
+        << R"("just text")" << kNil << kNil << QStringList{kTopNotArray};
+    QTest::newRow("number fragment on top") << "42" << kNil << kNil << QStringList{kTopNotArray};
+    QTest::newRow("object on top")
+        << R"({"sentences":[]})" << kNil << kNil << QStringList{kTopNotArray};
+    QTest::newRow("empty top array") << "[]" << kNil << kNil << QStringList{kTopNotArray};
+    QTest::newRow("sentence list not an array")
+        << R"(["x",null,"en"])" << kNil << QStringLiteral("en")
+        << QStringList{kGuessedEn, kFirstInnerNotArray};
+    QTest::newRow("empty sentence list") << R"([[],null,"en"])" << kNil << QStringLiteral("en")
+                                         << QStringList{kGuessedEn, kFirstInnerNotArray};
+    QTest::newRow("HTML error page") << "<html><title>Error 403 (Forbidden)!!1</title></html>"
+                                     << kNil << kNil << QStringList{kNotJson + "*"};
+    QTest::newRow("empty answer") << "" << kNil << kNil << QStringList{kNotJson + "*"};
+    QTest::newRow("two values in a row")
+        << "[1] [2]" << kNil << kNil << QStringList{kNotJson + "*"};
+    QTest::newRow("two values with a comma")
+        << "1,2" << kNil << kNil << QStringList{kNotJson + "*"};
+    QTest::newRow("cut off answer")
+        << R"([[["T","S",null,null,1]],null,"e)" << kNil << kNil << QStringList{kNotJson + "*"};
+}
+
+void TestGoogleResponseParser::parsesAnswer()
+{
+    QFETCH(QString, response);
+    QFETCH(QString, translation);
+    QFETCH(QString, guessedLanguage);
+    QFETCH(QStringList, log);
+
+    // Both entry points must agree: the text one and the UTF-8 one the client uses.
+    for (const bool fromUtf8 : {false, true}) {
+        m_log.clear();
+        QString guessed = QStringLiteral("stale");
+        const QString result =
+            fromUtf8
+                ? GoogleTranslateByURL::parseGoogleJSONResponseUtf8(response.toUtf8(), &guessed)
+                : GoogleTranslateByURL::parseGoogleJSONResponseIntoReadableString(response,
+                                                                                  &guessed);
+
+        QCOMPARE(result, translation);
+        QCOMPARE(result.isNull(), translation.isNull());
+        QCOMPARE(guessed, guessedLanguage);
+        QCOMPARE(guessed.isNull(), guessedLanguage.isNull());
+
+        QCOMPARE(m_log.size(), log.size());
+        for (qsizetype i = 0; i < log.size(); ++i) {
+            if (log.at(i).endsWith(QLatin1Char('*')))
+                QVERIFY2(m_log.at(i).startsWith(log.at(i).chopped(1)), qPrintable(m_log.at(i)));
+            else
+                QCOMPARE(m_log.at(i), log.at(i));
+        }
+    }
+}
+
+void TestGoogleResponseParser::withoutLanguagePointer()
+{
+    const QString result = GoogleTranslateByURL::parseGoogleJSONResponseIntoReadableString(
+        QStringLiteral(R"([[["T","S",null,null,1]],null,"en"])"), nullptr);
+    QCOMPARE(result, QStringLiteral("T"));
+    QCOMPARE(m_log, QStringList{kGuessedEn});
+}
+
+void TestGoogleResponseParser::largeAnswer()
+{
+    // Long texts come back as thousands of rows, many with empty slots; the repair and the
+    // join must stay linear. A quadratic step would not finish within the test's time.
+    constexpr int kRows = 200000;
+    QByteArray answer = "[[";
+    QString expected;
+    for (int i = 0; i < kRows; ++i) {
+        const QByteArray piece = "Satz " + QByteArray::number(i) + ". ";
+        answer += (i ? "," : "") + QByteArray("[\"") + piece + "\",\"Sentence\",,,3]";
+        expected += QString::fromLatin1(piece);
+    }
+    answer += "],,\"en\"]";
+
+    QString guessed;
+    const QString result = GoogleTranslateByURL::parseGoogleJSONResponseUtf8(answer, &guessed);
+    QCOMPARE(result.size(), expected.size());
+    QCOMPARE(result, expected);
+    QCOMPARE(guessed, QStringLiteral("en"));
+}
+
+QTEST_APPLESS_MAIN(TestGoogleResponseParser)
+#include "tst_googleresponseparser.moc"

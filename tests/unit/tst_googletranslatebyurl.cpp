@@ -1,0 +1,437 @@
+#include "LoopbackTranslationServer.h"
+
+#include "common/Log.h"
+#include "translation/GoogleTranslateByURL.h"
+
+#include <QMutex>
+#include <QMutexLocker>
+#include <QTest>
+
+#include <memory>
+
+using Answer = LoopbackTranslationServer::Answer;
+using Behaviour = LoopbackTranslationServer::Behaviour;
+
+Q_DECLARE_METATYPE(LoopbackTranslationServer::Answer)
+
+namespace {
+
+constexpr int kWaitMs = 15000;
+const QString kNoData = QStringLiteral("NSURLResponse's data is nil");
+const QString kNotUtf8 = QStringLiteral(
+    "responseDataString is nil. Couldn't build string from returned by the server NSData");
+const QString kUnable = QStringLiteral("Unable to translate text.");
+const QByteArray kUserAgent =
+    "Mozilla/5.0 (iPhone; CPU iPhone OS 6_0 like Mac OS X) AppleWebKit/536.26 (KHTML, like "
+    "Gecko) Version/6.0 Mobile/10A5376e Safari/8536.25";
+
+// What one request's completion was called with, and how often.
+struct Outcome
+{
+    int calls = 0;
+    bool success = false;
+    QString text;
+    QString guessed;
+    QString error;
+
+    TranslationCompletion recorder()
+    {
+        return [this](bool ok, const QString &t, const QString &g, const QString &e) {
+            ++calls;
+            success = ok;
+            text = t;
+            guessed = g;
+            error = e;
+        };
+    }
+};
+
+// Whether line matches pattern, in which each "*" stands for any run of characters.
+bool matchesPattern(const QString &line, const QString &pattern)
+{
+    const QStringList parts = pattern.split(QLatin1Char('*'));
+    if (parts.size() == 1)
+        return line == pattern;
+    if (!line.startsWith(parts.constFirst()) || !line.endsWith(parts.constLast()))
+        return false;
+    qsizetype from = parts.constFirst().size();
+    for (qsizetype i = 1; i + 1 < parts.size(); ++i) {
+        from = line.indexOf(parts.at(i), from);
+        if (from < 0)
+            return false;
+        from += parts.at(i).size();
+    }
+    return from <= line.size() - parts.constLast().size();
+}
+
+} // namespace
+
+class TestGoogleTranslateByURL : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void sendsExactRequestLine_data();
+    void sendsExactRequestLine();
+    void sendsOnlyTransportHeadersBesideUserAgent();
+    void logsTheRequestAndTheAnswer();
+    void endsEachAnswerWithOneOutcome_data();
+    void endsEachAnswerWithOneOutcome();
+    void refusedConnectionGivesNoData();
+    void failsAtOnceWhenNoUrlCanBeFormed_data();
+    void failsAtOnceWhenNoUrlCanBeFormed();
+    void newRequestCancelsTheOneInFlight();
+    void explicitCancelEndsTheRequest();
+    void destroyingTheClientEndsTheRequest();
+    void completionMayStartTheNextRequest();
+
+private:
+    QStringList takeLog();
+
+    std::unique_ptr<LoopbackTranslationServer> m_server;
+    QMutex m_logMutex;
+    QStringList m_log;
+};
+
+void TestGoogleTranslateByURL::init()
+{
+    m_server = std::make_unique<LoopbackTranslationServer>();
+    QVERIFY(m_server->isListening());
+    {
+        QMutexLocker locker(&m_logMutex);
+        m_log.clear();
+    }
+    tolkaro::setLogSink([this](const QString &line) {
+        QMutexLocker locker(&m_logMutex);
+        m_log.append(line);
+    });
+}
+
+void TestGoogleTranslateByURL::cleanup()
+{
+    tolkaro::setLogSink({});
+    m_server.reset();
+}
+
+QStringList TestGoogleTranslateByURL::takeLog()
+{
+    QMutexLocker locker(&m_logMutex);
+    return std::exchange(m_log, {});
+}
+
+void TestGoogleTranslateByURL::sendsExactRequestLine_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QByteArray>("query");
+
+    QTest::newRow("ampersand and plus")
+        << QStringLiteral("Hello & good+bye") << QStringLiteral("de")
+        << QByteArray("client=gtx&sl=auto&tl=de&dt=t&q=Hello+%26+good%2Bbye");
+    QTest::newRow("empty text sends an empty q")
+        << QString() << QStringLiteral("fr") << QByteArray("client=gtx&sl=auto&tl=fr&dt=t&q=");
+    QTest::newRow("code with a region") << QStringLiteral("x") << QStringLiteral("zh-CN")
+                                        << QByteArray("client=gtx&sl=auto&tl=zh-CN&dt=t&q=x");
+    // Every printable ASCII byte: the URL layer must not re-encode or decode any of them.
+    QString printable;
+    for (char c = 0x20; c < 0x7F; ++c)
+        printable.append(QLatin1Char(c));
+    QTest::newRow("every printable ASCII byte")
+        << printable << QStringLiteral("en")
+        << QByteArray("client=gtx&sl=auto&tl=en&dt=t&q=") + urlEncode(printable).toLatin1();
+    QTest::newRow("non-ASCII letters")
+        << QStringLiteral("Stra\u00dfe \u65e5\u672c") << QStringLiteral("en")
+        << QByteArray("client=gtx&sl=auto&tl=en&dt=t&q=Stra%C3%9Fe+%E6%97%A5%E6%9C%AC");
+}
+
+void TestGoogleTranslateByURL::sendsExactRequestLine()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, target);
+    QFETCH(QByteArray, query);
+
+    GoogleTranslateByURL client(m_server->baseUrl());
+    Outcome outcome;
+    client.translateText(text, target, outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
+
+    QCOMPARE(m_server->requestCount(), 1);
+    QCOMPARE(m_server->requests().constFirst().requestLine,
+             "GET /translate_a/single?" + query + " HTTP/1.1");
+    QVERIFY2(outcome.success, qPrintable(outcome.error));
+    QCOMPARE(outcome.text,
+             LoopbackTranslationServer::echoTranslation(text.isNull() ? QStringLiteral("") : text));
+    QCOMPARE(outcome.guessed, QStringLiteral("en"));
+    QCOMPARE(outcome.error, QString());
+}
+
+void TestGoogleTranslateByURL::sendsOnlyTransportHeadersBesideUserAgent()
+{
+    // The first answer tries to set a cookie; the second request must not carry it.
+    Answer withCookie = Answer::echo();
+    withCookie.extraHeaders = {{"Set-Cookie", "NID=tracking; Path=/"}};
+    m_server->enqueueAnswer(withCookie);
+
+    GoogleTranslateByURL client(m_server->baseUrl());
+    for (int i = 0; i < 2; ++i) {
+        Outcome outcome;
+        client.translateText(QStringLiteral("Hi"), QStringLiteral("de"), outcome.recorder());
+        QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
+        QVERIFY(outcome.success);
+    }
+
+    const QList<LoopbackTranslationServer::RecordedRequest> requests = m_server->requests();
+    QCOMPARE(requests.size(), 2);
+    for (const auto &request : requests) {
+        QList<QByteArray> names = request.headerNames();
+        for (QByteArray &name : names)
+            name = name.toLower();
+        std::sort(names.begin(), names.end());
+        // Host, Connection, Accept-Encoding and Accept-Language are added by Qt's HTTP
+        // stack and cannot be left out; anything beyond them is a regression.
+        const QList<QByteArray> expected{"accept-encoding", "accept-language", "connection", "host",
+                                         "user-agent"};
+        QCOMPARE(names, expected);
+        QCOMPARE(request.headerValue("User-Agent"), kUserAgent);
+        QCOMPARE(request.headerValue("Host"), "127.0.0.1:" + QByteArray::number(m_server->port()));
+        QCOMPARE(request.method(), QByteArray("GET"));
+    }
+}
+
+void TestGoogleTranslateByURL::logsTheRequestAndTheAnswer()
+{
+    const QByteArray body = R"([[["Hallo","Hello",null,null,10]],null,"en"])";
+    m_server->setDefaultAnswer(Answer::well(body));
+    GoogleTranslateByURL client(m_server->baseUrl());
+    Outcome outcome;
+    client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
+
+    QCOMPARE(takeLog(),
+             (QStringList{QStringLiteral("Translating \"Hello\" into de"), QString::fromUtf8(body),
+                          QStringLiteral("Guessed source language: en")}));
+    QVERIFY(outcome.success);
+    QCOMPARE(outcome.text, QStringLiteral("Hallo"));
+}
+
+void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
+{
+    QTest::addColumn<Answer>("answer");
+    QTest::addColumn<bool>("success");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("guessed");
+    QTest::addColumn<QString>("error");
+    // The last log line; "*" stands for any run of characters.
+    QTest::addColumn<QString>("lastLog");
+
+    const QString noDataLog = QStringLiteral("data is nil :(. Response: *");
+    const QString unableLog = QStringLiteral(
+        "parseGoogleJSONResponseIntoReadableString returned nil. Looks like this is a malformed "
+        "JSON or not JSON at all? Here's the printout of the responseDataString that we tried to "
+        "parse: *");
+
+    QTest::newRow("well, without a detected language")
+        << Answer::well(R"([[["Hallo","Hello",null,null,10]]])") << true << QStringLiteral("Hallo")
+        << QString() << QString() << QStringLiteral("[[[\"Hallo\",\"Hello\",null,null,10]]]");
+    QTest::newRow("garbage") << Answer::of(Behaviour::Garbage) << false << QString() << QString()
+                             << kUnable << unableLog;
+    QTest::newRow("HTML page with status 403") << Answer::of(Behaviour::HtmlForbidden) << false
+                                               << QString() << QString() << kUnable << unableLog;
+    QTest::newRow("empty body") << Answer::well("") << false << QString() << QString() << kUnable
+                                << unableLog;
+    QTest::newRow("bytes that are not UTF-8")
+        << Answer::of(Behaviour::NonUtf8) << false << QString() << QString() << kNotUtf8
+        << QStringLiteral("responseDataString is nil");
+    QTest::newRow("UTF-8 cut inside a character")
+        << Answer::well("[[[\"caf\xC3\",\"x\",null,null,1]]]") << false << QString() << QString()
+        << kNotUtf8 << QStringLiteral("responseDataString is nil");
+    QTest::newRow("connection reset mid-body") << Answer::of(Behaviour::ResetMidBody) << false
+                                               << QString() << QString() << kNoData << noDataLog;
+    QTest::newRow("redirect loop") << Answer::of(Behaviour::RedirectLoop) << false << QString()
+                                   << QString() << kNoData << noDataLog;
+    QTest::newRow("answer after 5 s ends at the 4 s bound")
+        << Answer::slowly(R"([[["Late","x",null,null,1]]])", 5000) << false << QString()
+        << QString() << kNoData
+        << QStringLiteral("data is nil :(. Response: (null), error: The request timed out.");
+    QTest::newRow("answer trickling forever ends at the 4 s bound")
+        << Answer::of(Behaviour::TrickleForever) << false << QString() << QString() << kNoData
+        << QStringLiteral("data is nil :(. Response: { URL: http://127.0.0.1:*/translate_a/single?*"
+                          " } { Status Code: 200 }, error: The request timed out.");
+}
+
+void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
+{
+    QFETCH(Answer, answer);
+    QFETCH(bool, success);
+    QFETCH(QString, text);
+    QFETCH(QString, guessed);
+    QFETCH(QString, error);
+    QFETCH(QString, lastLog);
+
+    m_server->setDefaultAnswer(answer);
+    GoogleTranslateByURL client(m_server->baseUrl());
+    Outcome outcome;
+    client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
+
+    QCOMPARE(outcome.success, success);
+    QCOMPARE(outcome.text, text);
+    QVERIFY(!outcome.text.isNull() || !success);
+    QCOMPARE(outcome.guessed, guessed);
+    QCOMPARE(outcome.guessed.isNull(), guessed.isNull());
+    QCOMPARE(outcome.error, error);
+
+    const QStringList log = takeLog();
+    QVERIFY(!log.isEmpty());
+    QVERIFY2(matchesPattern(log.constLast(), lastLog), qPrintable(log.constLast()));
+
+    // Nothing else arrives for this request later.
+    QTest::qWait(200);
+    QCOMPARE(outcome.calls, 1);
+}
+
+void TestGoogleTranslateByURL::refusedConnectionGivesNoData()
+{
+    const QString deadUrl = m_server->baseUrl();
+    m_server.reset(); // nothing listens on that port any more
+
+    GoogleTranslateByURL client(deadUrl);
+    Outcome outcome;
+    client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
+    QCOMPARE(outcome.success, false);
+    QCOMPARE(outcome.error, kNoData);
+    QVERIFY(outcome.guessed.isNull());
+    const QStringList log = takeLog();
+    QVERIFY2(matchesPattern(log.constLast(),
+                            QStringLiteral("data is nil :(. Response: (null), error: *refused*")),
+             qPrintable(log.constLast()));
+}
+
+void TestGoogleTranslateByURL::failsAtOnceWhenNoUrlCanBeFormed_data()
+{
+    QTest::addColumn<QString>("baseUrl");
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QString>("error");
+    QTest::addColumn<QString>("log");
+
+    const QString noUrl = QStringLiteral("NSURL is nil. Malformed textToTranslate or targetLang?");
+    const QString noUrlLog = QStringLiteral(
+        "in method translateText: formed url is nil. Malformed textToTranslate or targetLang?");
+    const QString noRequest = QStringLiteral("NSURLRequest is nil. We supplied malformed NSURL?");
+    const QString noRequestLog = QStringLiteral("in method translateText: NSURLRequest is nil");
+
+    QTest::newRow("space in the target code")
+        << QString() << QStringLiteral("d e") << noUrl << noUrlLog;
+    QTest::newRow("stray percent sign in the target code")
+        << QString() << QStringLiteral("d%e") << noUrl << noUrlLog;
+    QTest::newRow("base without a scheme")
+        << QStringLiteral("translate.example") << QStringLiteral("de") << noRequest << noRequestLog;
+    QTest::newRow("base with an unsupported scheme")
+        << QStringLiteral("ftp://127.0.0.1") << QStringLiteral("de") << noRequest << noRequestLog;
+}
+
+void TestGoogleTranslateByURL::failsAtOnceWhenNoUrlCanBeFormed()
+{
+    QFETCH(QString, baseUrl);
+    QFETCH(QString, target);
+    QFETCH(QString, error);
+    QFETCH(QString, log);
+
+    GoogleTranslateByURL client(baseUrl.isNull() ? m_server->baseUrl() : baseUrl);
+    Outcome outcome;
+    client.translateText(QStringLiteral("Hello"), target, outcome.recorder());
+    // Called before translateText() returned.
+    QCOMPARE(outcome.calls, 1);
+    QCOMPARE(outcome.success, false);
+    QCOMPARE(outcome.text, QString());
+    QVERIFY(outcome.guessed.isNull());
+    QCOMPARE(outcome.error, error);
+    QCOMPARE(takeLog(),
+             (QStringList{QStringLiteral("Translating \"Hello\" into %1").arg(target), log}));
+
+    QTest::qWait(100);
+    QCOMPARE(outcome.calls, 1);
+    QCOMPARE(m_server->requestCount(), 0);
+}
+
+void TestGoogleTranslateByURL::newRequestCancelsTheOneInFlight()
+{
+    m_server->enqueueAnswer(Answer::of(Behaviour::Silent));
+    GoogleTranslateByURL client(m_server->baseUrl());
+    Outcome first;
+    Outcome second;
+    client.translateText(QStringLiteral("first"), QStringLiteral("de"), first.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
+
+    client.translateText(QStringLiteral("second"), QStringLiteral("de"), second.recorder());
+    QCOMPARE(first.calls, 1);
+    QCOMPARE(first.success, false);
+    QCOMPARE(first.error, kNoData);
+    QVERIFY(first.guessed.isNull());
+
+    QTRY_COMPARE_WITH_TIMEOUT(second.calls, 1, kWaitMs);
+    QVERIFY(second.success);
+    QCOMPARE(second.text, LoopbackTranslationServer::echoTranslation(QStringLiteral("second")));
+    QCOMPARE(first.calls, 1);
+}
+
+void TestGoogleTranslateByURL::explicitCancelEndsTheRequest()
+{
+    m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
+    GoogleTranslateByURL client(m_server->baseUrl());
+    Outcome outcome;
+    client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
+    takeLog();
+
+    client.cancelCurrentTranslationRequestIfAny();
+    QCOMPARE(outcome.calls, 1);
+    QCOMPARE(outcome.error, kNoData);
+    QCOMPARE(takeLog(),
+             QStringList{QStringLiteral("data is nil :(. Response: (null), error: cancelled")});
+
+    // A second cancel, and the 4 s deadline of the cancelled request, change nothing.
+    client.cancelCurrentTranslationRequestIfAny();
+    QTest::qWait(4500);
+    QCOMPARE(outcome.calls, 1);
+}
+
+void TestGoogleTranslateByURL::destroyingTheClientEndsTheRequest()
+{
+    m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
+    auto client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
+    Outcome outcome;
+    client->translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
+
+    client.reset();
+    QCOMPARE(outcome.calls, 1);
+    QCOMPARE(outcome.success, false);
+    QCOMPARE(outcome.error, kNoData);
+    QTest::qWait(200);
+    QCOMPARE(outcome.calls, 1);
+}
+
+void TestGoogleTranslateByURL::completionMayStartTheNextRequest()
+{
+    m_server->enqueueAnswer(Answer::of(Behaviour::Garbage));
+    GoogleTranslateByURL client(m_server->baseUrl());
+    Outcome retried;
+    int firstCalls = 0;
+    client.translateText(QStringLiteral("one"), QStringLiteral("de"),
+                         [&](bool, const QString &, const QString &, const QString &) {
+                             ++firstCalls;
+                             client.translateText(QStringLiteral("two"), QStringLiteral("de"),
+                                                  retried.recorder());
+                         });
+    QTRY_COMPARE_WITH_TIMEOUT(retried.calls, 1, kWaitMs);
+    QCOMPARE(firstCalls, 1);
+    QVERIFY(retried.success);
+    QCOMPARE(retried.text, LoopbackTranslationServer::echoTranslation(QStringLiteral("two")));
+}
+
+QTEST_GUILESS_MAIN(TestGoogleTranslateByURL)
+#include "tst_googletranslatebyurl.moc"

@@ -1,0 +1,49 @@
+#include "translation/GoogleTranslateByURL.h"
+
+#include <QTest>
+
+class TestUrlEncode : public QObject
+{
+    Q_OBJECT
+private slots:
+    void encodesEachByte_data();
+    void encodesEachByte();
+};
+
+void TestUrlEncode::encodesEachByte_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("encoded");
+
+    QTest::newRow("empty") << QString() << QString();
+    QTest::newRow("space becomes plus")
+        << QStringLiteral("Hello world") << QStringLiteral("Hello+world");
+    QTest::newRow("unreserved bytes kept")
+        << QStringLiteral("AZaz09-._~") << QStringLiteral("AZaz09-._~");
+    QTest::newRow("ampersand plus number percent question")
+        << QStringLiteral("a&b+c#d%e?f") << QStringLiteral("a%26b%2Bc%23d%25e%3Ff");
+    QTest::newRow("sub-delimiters are encoded too")
+        << QStringLiteral("*'()!=/:;,@$") << QStringLiteral("%2A%27%28%29%21%3D%2F%3A%3B%2C%40%24");
+    QTest::newRow("control characters")
+        << QStringLiteral("line\nnext\ttab") << QStringLiteral("line%0Anext%09tab");
+    QTest::newRow("two-byte letter, upper-case hex")
+        << QStringLiteral("caf\u00e9 \u00ff") << QStringLiteral("caf%C3%A9+%C3%BF");
+    QTest::newRow("three-byte letters")
+        << QStringLiteral("\u65e5\u672c") << QStringLiteral("%E6%97%A5%E6%9C%AC");
+    QTest::newRow("four-byte emoji")
+        << QString::fromUtf8("\xF0\x9F\x98\x80") << QStringLiteral("%F0%9F%98%80");
+    QTest::newRow("embedded NUL ends the input")
+        << QString::fromLatin1("ab\0cd", 5) << QStringLiteral("ab");
+    QTest::newRow("NUL first gives nothing") << QString::fromLatin1("\0abc", 4) << QString();
+}
+
+void TestUrlEncode::encodesEachByte()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, encoded);
+    const QString result = urlEncode(text);
+    QCOMPARE(result, encoded);
+}
+
+QTEST_APPLESS_MAIN(TestUrlEncode)
+#include "tst_urlencode.moc"
