@@ -13,6 +13,10 @@ PACKAGES=(
   xvfb openbox trayer dbus-x11 dbus-bin at-spi2-core x11-utils xclip xdotool imagemagick
   python3 python3-gi gir1.2-gtk-3.0 gir1.2-atspi-2.0 python3-dbus
   qt6-qpa-plugins fonts-dejavu-core fonts-noto-color-emoji
+  # certificates made at test time (hostile endpoints)
+  openssl
+  # fuzzing (fuzz/run.sh): libFuzzer and the sanitizers
+  clang libclang-rt-14-dev
 )
 
 missing=()
