@@ -1,16 +1,226 @@
 #include "system/Updater.h"
 
+#include "common/Log.h"
 #include "settings/Preferences.h"
+#include "updates/Appcast.h"
+#include "updates/VersionComparator.h"
+
+#include <QDesktopServices>
+#include <QLocale>
+#include <QMessageBox>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPushButton>
+#include <QSysInfo>
+#include <QThread>
+#include <QUrlQuery>
+
+namespace {
+
+// A feed is a few kilobytes; a check that takes longer than this has failed.
+constexpr int kFeedTransferTimeoutMs = 30000;
+
+class MessageBoxUpdatePresenter : public UpdatePresenter
+{
+public:
+    void showUpdateFound(const UpdateCheckResult &result) override
+    {
+        QMessageBox box;
+        box.setIcon(QMessageBox::Information);
+        box.setWindowTitle(QStringLiteral("Software Update"));
+        box.setText(QStringLiteral("A new version of Tolkaro is available!"));
+        box.setInformativeText(
+            QStringLiteral("Tolkaro %1 is now available—you have %2. Download it from its "
+                           "page, or update it with your package manager if it came from one.")
+                .arg(result.newestVersion, result.currentVersion));
+        QPushButton *download = nullptr;
+        QPushButton *notes = nullptr;
+        if (result.downloadURL.isValid())
+            download = box.addButton(QStringLiteral("Download"), QMessageBox::AcceptRole);
+        if (result.releaseNotesURL.isValid())
+            notes = box.addButton(QStringLiteral("Release Notes"), QMessageBox::HelpRole);
+        box.addButton(QStringLiteral("Remind Me Later"), QMessageBox::RejectRole);
+        if (download)
+            box.setDefaultButton(download);
+        box.exec();
+        if (download && box.clickedButton() == download)
+            QDesktopServices::openUrl(result.downloadURL);
+        else if (notes && box.clickedButton() == notes)
+            QDesktopServices::openUrl(result.releaseNotesURL);
+    }
+
+    void showUpToDate(const UpdateCheckResult &result) override
+    {
+        QMessageBox::information(
+            nullptr, QStringLiteral("Software Update"),
+            QStringLiteral("You're up to date!\n\nTolkaro %1 is currently the newest version "
+                           "available.")
+                .arg(result.currentVersion));
+    }
+
+    void showCheckFailed(const UpdateCheckResult &) override
+    {
+        QMessageBox::warning(nullptr, QStringLiteral("Software Update"),
+                             QStringLiteral("Update Error!\n\nAn error occurred in retrieving "
+                                            "update information. Please try again later."));
+    }
+
+    void showNoFeed() override
+    {
+        QMessageBox::information(
+            nullptr, QStringLiteral("Software Update"),
+            QStringLiteral("Updates for Tolkaro come from your package manager.\n\nUse your "
+                           "distribution's software updater (or apt) to get the newest version."));
+    }
+};
+
+// What the update feed's owner learns when the user agreed to share it: nothing that names
+// the user or the machine.
+QList<QPair<QString, QString>> systemProfile()
+{
+    return {
+        {QStringLiteral("appName"), QStringLiteral("Tolkaro")},
+        {QStringLiteral("appVersion"), QStringLiteral(TOLKARO_VERSION)},
+        {QStringLiteral("osName"), QSysInfo::productType()},
+        {QStringLiteral("osVersion"), QSysInfo::productVersion()},
+        {QStringLiteral("kernelVersion"), QSysInfo::kernelVersion()},
+        {QStringLiteral("cpuArchitecture"), QSysInfo::currentCpuArchitecture()},
+        {QStringLiteral("ncpu"), QString::number(QThread::idealThreadCount())},
+        {QStringLiteral("lang"), QLocale::system().name()},
+    };
+}
+
+} // namespace
 
 Updater::Updater(Preferences *preferences, UpdatePresenter *presenter, QObject *parent)
-    : QObject(parent), m_preferences(preferences), m_presenter(presenter)
+    : QObject(parent), m_preferences(preferences), m_presenter(presenter),
+      m_network(new QNetworkAccessManager(this))
 {
+    if (!m_preferences) {
+        m_ownPreferences = std::make_unique<Preferences>();
+        m_preferences = m_ownPreferences.get();
+    }
+    if (!m_presenter) {
+        m_ownPresenter = std::make_unique<MessageBoxUpdatePresenter>();
+        m_presenter = m_ownPresenter.get();
+    }
 }
-Updater::~Updater() = default;
-void Updater::checkForUpdates() {}
-void Updater::checkForUpdatesInBackground() {}
-void Updater::setSendsSystemProfile(bool sendsSystemProfile) { m_sendsSystemProfile = sendsSystemProfile; }
-bool Updater::hasFeed() const { return false; }
-QUrl Updater::feedURL() const { return {}; }
-void Updater::startCheck(bool) {}
-void Updater::finishCheck(QNetworkReply *) {}
+
+Updater::~Updater()
+{
+    if (m_reply)
+        m_reply->abort();
+}
+
+void Updater::checkForUpdates()
+{
+    startCheck(true);
+}
+
+void Updater::checkForUpdatesInBackground()
+{
+    startCheck(false);
+}
+
+void Updater::setSendsSystemProfile(bool sendsSystemProfile)
+{
+    m_sendsSystemProfile = sendsSystemProfile;
+}
+
+bool Updater::hasFeed() const
+{
+    return feedURL().isValid();
+}
+
+QUrl Updater::feedURL() const
+{
+    const QUrl url(m_preferences->updateFeedURL().trimmed(), QUrl::StrictMode);
+    if (url.isEmpty() || !url.isValid() || url.isRelative())
+        return {};
+    return url;
+}
+
+void Updater::startCheck(bool userInitiated)
+{
+    // A check already under way answers both: the user's request only makes it speak up.
+    m_userInitiated = m_userInitiated || userInitiated;
+    if (m_reply)
+        return;
+
+    const QUrl feed = feedURL();
+    if (!feed.isValid()) {
+        UpdateCheckResult result;
+        result.outcome = UpdateCheckResult::Outcome::NoFeed;
+        result.currentVersion = QStringLiteral(TOLKARO_VERSION);
+        if (m_userInitiated)
+            m_presenter->showNoFeed();
+        m_userInitiated = false;
+        emit updateCheckFinished(result);
+        return;
+    }
+
+    QUrl url = feed;
+    if (m_sendsSystemProfile) {
+        QUrlQuery query(url);
+        for (const auto &[key, value] : systemProfile())
+            query.addQueryItem(key, QString::fromUtf8(QUrl::toPercentEncoding(value)));
+        url.setQuery(query);
+    }
+    QNetworkRequest request(url);
+    request.setHeader(QNetworkRequest::UserAgentHeader,
+                      QStringLiteral("Tolkaro/%1").arg(QStringLiteral(TOLKARO_VERSION)));
+    request.setTransferTimeout(kFeedTransferTimeoutMs);
+    m_reply = m_network->get(request);
+    QNetworkReply *reply = m_reply;
+    connect(reply, &QNetworkReply::finished, this, [this, reply] { finishCheck(reply); });
+}
+
+void Updater::finishCheck(QNetworkReply *reply)
+{
+    reply->deleteLater();
+    m_reply = nullptr;
+    const bool userInitiated = m_userInitiated;
+    m_userInitiated = false;
+
+    UpdateCheckResult result;
+    result.currentVersion = QStringLiteral(TOLKARO_VERSION);
+    if (reply->error() != QNetworkReply::NoError) {
+        result.outcome = UpdateCheckResult::Outcome::Failed;
+        result.error = reply->errorString();
+    } else {
+        QString error;
+        const std::optional<Appcast::Item> newest = Appcast::newestItem(reply->readAll(), &error);
+        if (!newest) {
+            result.outcome = UpdateCheckResult::Outcome::Failed;
+            result.error = error;
+        } else {
+            result.newestVersion = newest->version;
+            result.title = newest->title;
+            result.releaseNotesURL = newest->releaseNotesURL;
+            result.downloadURL = newest->downloadURL;
+            result.outcome =
+                VersionComparator::compareVersions(newest->version, result.currentVersion) > 0
+                    ? UpdateCheckResult::Outcome::UpdateFound
+                    : UpdateCheckResult::Outcome::UpToDate;
+        }
+    }
+
+    switch (result.outcome) {
+    case UpdateCheckResult::Outcome::UpdateFound:
+        m_presenter->showUpdateFound(result);
+        break;
+    case UpdateCheckResult::Outcome::UpToDate:
+        if (userInitiated)
+            m_presenter->showUpToDate(result);
+        break;
+    case UpdateCheckResult::Outcome::Failed:
+        tolkaro::logLine(QStringLiteral("Update check failed: %1").arg(result.error));
+        if (userInitiated)
+            m_presenter->showCheckFailed(result);
+        break;
+    case UpdateCheckResult::Outcome::NoFeed:
+        break;
+    }
+    emit updateCheckFinished(result);
+}

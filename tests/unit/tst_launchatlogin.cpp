@@ -1,0 +1,281 @@
+#include "common/Log.h"
+#include "integration/DesktopEntry.h"
+#include "system/LaunchAtLoginController.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+// Every test runs with its own $HOME, $XDG_CONFIG_HOME and $XDG_DATA_HOME, and with
+// executables of its own standing in for Tolkaro and for other programs.
+class TestLaunchAtLogin : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void setLaunchAtLogin_data();
+    void setLaunchAtLogin();
+    void writtenEntry();
+    void appImageIsWhatStarts();
+    void removeAllItemsForDisplayName_data();
+    void removeAllItemsForDisplayName();
+    void clearBrokenItems();
+    void changeNotification_data();
+    void changeNotification();
+
+private:
+    QString makeExecutable(const QString &name);
+    void writeEntry(const QString &fileName, const QString &contents);
+    QStringList entryFiles() const;
+    QString autostart() const { return m_root->path() + "/config/autostart"; }
+
+    std::unique_ptr<QTemporaryDir> m_root;
+    QString m_self;  // "our" executable
+    QString m_other; // another program's
+    QByteArray m_savedPath;
+};
+
+void TestLaunchAtLogin::init()
+{
+    m_root = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_root->isValid());
+    for (const char *dir : {"config", "data", "home", "bin"})
+        QVERIFY(QDir(m_root->path()).mkpath(dir));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_root->path() + "/config"));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(m_root->path() + "/data"));
+    qputenv("HOME", QFile::encodeName(m_root->path() + "/home"));
+    qunsetenv("APPIMAGE");
+    m_savedPath = qgetenv("PATH");
+    qputenv("PATH", QFile::encodeName(m_root->path() + "/bin") + ":" + m_savedPath);
+    m_self = makeExecutable("tolkaro");
+    m_other = makeExecutable("other-program");
+}
+
+void TestLaunchAtLogin::cleanup()
+{
+    tolkaro::setLogSink({});
+    qputenv("PATH", m_savedPath);
+    qunsetenv("APPIMAGE");
+    m_root.reset();
+}
+
+QString TestLaunchAtLogin::makeExecutable(const QString &name)
+{
+    const QString path = m_root->path() + "/bin/" + name;
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return {};
+    file.write("#!/bin/sh\nexit 0\n");
+    file.close();
+    file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser);
+    return path;
+}
+
+void TestLaunchAtLogin::writeEntry(const QString &fileName, const QString &contents)
+{
+    QVERIFY(QDir().mkpath(autostart()));
+    QFile file(autostart() + "/" + fileName);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(contents.toUtf8());
+}
+
+QStringList TestLaunchAtLogin::entryFiles() const
+{
+    return QDir(autostart()).entryList({"*.desktop"}, QDir::Files, QDir::Name);
+}
+
+void TestLaunchAtLogin::setLaunchAtLogin_data()
+{
+    // Entries on disk before, as "file name|Exec value|extra lines"; $SELF, $OTHER, $ROOT
+    // stand for our executable, another one, and the test's root.
+    QTest::addColumn<QStringList>("before");
+    QTest::addColumn<bool>("enable");
+    QTest::addColumn<bool>("onBefore");
+    QTest::addColumn<bool>("onAfter");
+    QTest::addColumn<QStringList>("filesAfter");
+
+    const QString own = "tolkaro.desktop|$SELF|";
+    QTest::newRow("no entry, on") << QStringList{} << true << false << true
+                                  << QStringList{"tolkaro.desktop"};
+    QTest::newRow("no entry, off") << QStringList{} << false << false << false << QStringList{};
+    QTest::newRow("on twice: one entry") << QStringList{own} << true << true << true
+                                         << QStringList{"tolkaro.desktop"};
+    QTest::newRow("own entry, off") << QStringList{own} << false << true << false
+                                    << QStringList{};
+    QTest::newRow("two own entries, off removes only the first")
+        << QStringList{own, "zz-copy.desktop|$SELF|"} << false << true << true
+        << QStringList{"zz-copy.desktop"};
+    QTest::newRow("own entry by name on $PATH, off")
+        << QStringList{"tolkaro.desktop|tolkaro --typing-mode|"} << false << true << false
+        << QStringList{};
+    QTest::newRow("own entry through a symbolic link, off")
+        << QStringList{"tolkaro.desktop|$ROOT/link/tolkaro|"} << false << true << false
+        << QStringList{};
+    QTest::newRow("entry of a moved copy does not count, on")
+        << QStringList{"tolkaro.desktop|$ROOT/Downloads/tolkaro|"} << true << false << true
+        << QStringList{"tolkaro-2.desktop", "tolkaro.desktop"};
+    QTest::newRow("entry of a moved copy is not removed, off")
+        << QStringList{"tolkaro.desktop|$ROOT/Downloads/tolkaro|"} << false << false << false
+        << QStringList{"tolkaro.desktop"};
+    QTest::newRow("another program's entry stays, off")
+        << QStringList{"other.desktop|$OTHER|"} << false << false << false
+        << QStringList{"other.desktop"};
+    QTest::newRow("broken quoting does not count")
+        << QStringList{"tolkaro.desktop|\"$SELF|"} << true << false << true
+        << QStringList{"tolkaro-2.desktop", "tolkaro.desktop"};
+    QTest::newRow("hidden own entry is off; on switches it on in place")
+        << QStringList{"tolkaro.desktop|$SELF|Hidden=true"} << true << false << true
+        << QStringList{"tolkaro.desktop"};
+    QTest::newRow("GNOME-disabled own entry is off; on switches it on in place")
+        << QStringList{"tolkaro.desktop|$SELF|X-GNOME-Autostart-enabled=false"} << true << false
+        << true << QStringList{"tolkaro.desktop"};
+}
+
+void TestLaunchAtLogin::setLaunchAtLogin()
+{
+    QFETCH(QStringList, before);
+    QFETCH(bool, enable);
+    QFETCH(bool, onBefore);
+    QFETCH(bool, onAfter);
+    QFETCH(QStringList, filesAfter);
+
+    QVERIFY(QDir(m_root->path()).mkpath("link"));
+    QVERIFY(QFile::link(m_self, m_root->path() + "/link/tolkaro"));
+    for (const QString &spec : before) {
+        const QStringList parts = spec.split('|');
+        QString exec = parts[1];
+        exec.replace("$SELF", m_self).replace("$OTHER", m_other).replace("$ROOT", m_root->path());
+        writeEntry(parts[0], "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec=" + exec
+                                 + "\n" + parts[2] + "\n");
+    }
+
+    LaunchAtLoginController controller;
+    QCOMPARE(controller.willLaunchAtLogin(m_self), onBefore);
+    controller.setLaunchAtLogin(enable, m_self);
+    QCOMPARE(controller.willLaunchAtLogin(m_self), onAfter);
+    QCOMPARE(entryFiles(), filesAfter);
+    // Another program's question is never answered by our entries.
+    QCOMPARE(controller.willLaunchAtLogin(m_other), before.contains("other.desktop|$OTHER|"));
+}
+
+void TestLaunchAtLogin::writtenEntry()
+{
+    LaunchAtLoginController controller;
+    controller.setLaunchAtLogin(true, m_self);
+
+    QFile file(autostart() + "/tolkaro.desktop");
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QMap<QString, QString> group =
+        DesktopEntry::parseDesktopEntryGroup(QString::fromUtf8(file.readAll()));
+    QCOMPARE(group.value("Type"), QString("Application"));
+    QCOMPARE(group.value("Name"), QString("Tolkaro"));
+    QCOMPARE(DesktopEntry::splitExec(group.value("Exec")).value_or(QStringList{}),
+             QStringList{m_self});
+    QVERIFY(!DesktopEntry::isDisabled(group));
+}
+
+void TestLaunchAtLogin::appImageIsWhatStarts()
+{
+    const QString appImage = makeExecutable("Tolkaro x86_64.AppImage");
+    qputenv("APPIMAGE", QFile::encodeName(appImage));
+    QCOMPARE(LaunchAtLoginController::appURL(), appImage);
+
+    LaunchAtLoginController controller;
+    QSignalSpy changed(&controller, &LaunchAtLoginController::launchAtLoginChanged);
+    QVERIFY(!controller.launchAtLogin());
+    controller.setLaunchAtLogin(true);
+    QVERIFY(controller.launchAtLogin());
+    QVERIFY(!changed.isEmpty());
+    QVERIFY(controller.findItemWithURL(appImage).has_value());
+    QVERIFY(!controller.findItemWithURL(m_self).has_value());
+    controller.setLaunchAtLogin(false);
+    QVERIFY(!controller.launchAtLogin());
+    QCOMPARE(entryFiles(), QStringList{});
+}
+
+void TestLaunchAtLogin::removeAllItemsForDisplayName_data()
+{
+    QTest::addColumn<int>("matching");
+
+    QTest::newRow("no match: one line, nothing removed") << 0;
+    QTest::newRow("one match: two lines") << 1;
+    QTest::newRow("three matches: four lines") << 3;
+}
+
+void TestLaunchAtLogin::removeAllItemsForDisplayName()
+{
+    QFETCH(int, matching);
+
+    for (int i = 0; i < matching; ++i)
+        writeEntry(QString("old-%1.desktop").arg(i),
+                   "[Desktop Entry]\nType=Application\nName=Old Tolkaro\nExec=/gone/tolkaro\n");
+    writeEntry("other.desktop", "[Desktop Entry]\nType=Application\nName=Old Tolkaro 2\nExec="
+                                    + m_other + "\n");
+    writeEntry("case.desktop", "[Desktop Entry]\nType=Application\nName=old tolkaro\nExec="
+                                   + m_other + "\n");
+
+    QStringList lines;
+    tolkaro::setLogSink([&lines](const QString &line) { lines << line; });
+    LaunchAtLoginController controller;
+    controller.removeAllItemsForDisplayName("Old Tolkaro");
+
+    QCOMPARE(lines.size(), matching + 1);
+    for (int i = 0; i < matching; ++i)
+        QVERIFY2(lines[i].startsWith("removing old launch item " + autostart() + "/old-"),
+                 qPrintable(lines[i]));
+    QCOMPARE(lines.last(), QString("removing old launch item (null)"));
+    QCOMPARE(entryFiles(), (QStringList{"case.desktop", "other.desktop"}));
+}
+
+void TestLaunchAtLogin::clearBrokenItems()
+{
+    const QString appImage = makeExecutable("Tolkaro-x86_64.AppImage");
+    qputenv("APPIMAGE", QFile::encodeName(appImage));
+    writeEntry("a.desktop", "[Desktop Entry]\nName=Tolkaro-x86_64\nExec=/gone/Tolkaro-x86_64.AppImage\n");
+    writeEntry("b.desktop", "[Desktop Entry]\nName=Tolkaro\nExec=" + m_self + "\n");
+
+    LaunchAtLoginController controller;
+    controller.clearBrokenItems();
+    QCOMPARE(entryFiles(), QStringList{"b.desktop"});
+}
+
+void TestLaunchAtLogin::changeNotification_data()
+{
+    QTest::addColumn<bool>("directoryExists");
+
+    QTest::newRow("autostart directory exists") << true;
+    QTest::newRow("autostart directory appears") << false;
+}
+
+void TestLaunchAtLogin::changeNotification()
+{
+    QFETCH(bool, directoryExists);
+
+    if (directoryExists)
+        QVERIFY(QDir().mkpath(autostart()));
+    LaunchAtLoginController controller;
+    QSignalSpy changed(&controller, &LaunchAtLoginController::launchAtLoginChanged);
+
+    // Another program (a session settings tool) adds our entry.
+    writeEntry("tolkaro.desktop", "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec="
+                                      + m_self + "\n");
+    QVERIFY(changed.wait(10000));
+    QVERIFY(controller.willLaunchAtLogin(m_self));
+
+    // ...and later switches it off by editing it in place.
+    QCoreApplication::processEvents();
+    changed.clear();
+    QFile file(autostart() + "/tolkaro.desktop");
+    QVERIFY(file.open(QIODevice::Append));
+    file.write("Hidden=true\n");
+    file.close();
+    QVERIFY(changed.wait(10000));
+    QVERIFY(!controller.willLaunchAtLogin(m_self));
+}
+
+QTEST_GUILESS_MAIN(TestLaunchAtLogin)
+#include "tst_launchatlogin.moc"

@@ -1,0 +1,334 @@
+#include "common/Log.h"
+#include "settings/Preferences.h"
+#include "system/MoveToApplications.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <unistd.h>
+
+namespace {
+
+// Answers the alerts as a user would, and counts them.
+class ScriptedAlerts : public MoveAlerts
+{
+public:
+    Answer answer;
+    int questions = 0;
+    int failures = 0;
+    Answer askToMove() override
+    {
+        ++questions;
+        return answer;
+    }
+    void showFailureAlert() override { ++failures; }
+};
+
+enum class Obstacle {
+    None,
+    ExistingCopy,          // a copy with the same name is already in ~/Applications
+    NoApplicationsDirectory,
+    TrashRefusesExisting,  // the existing copy cannot go to the trash
+    ApplicationsReadOnly,  // the copy cannot be written
+    RunningCopyStuck,      // the running copy cannot leave its folder
+    NotStartable,          // the copied file is not executable
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Obstacle)
+
+// A self-contained copy in ~/Downloads of a temporary $HOME, moved for real: real copies, the
+// real freedesktop trash under $XDG_DATA_HOME, and a real start of the moved copy.
+class TestMoveToApplications : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void currentEnvironment();
+    void notOffered_data();
+    void notOffered();
+    void move_data();
+    void move();
+    void declineIsRemembered();
+
+private:
+    bool makeUnwritable(const QString &directory);
+    QStringList trashedPaths() const;
+    MoveEnvironment environment(ScriptedAlerts *alerts);
+
+    std::unique_ptr<QTemporaryDir> m_root;
+    std::unique_ptr<Preferences> m_preferences;
+    QString m_home, m_self, m_applications, m_marker;
+    QStringList m_unwritable;
+    QStringList m_log;
+};
+
+void TestMoveToApplications::init()
+{
+    m_root = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_root->isValid());
+    m_home = m_root->path() + "/home";
+    QVERIFY(QDir().mkpath(m_home + "/Downloads"));
+    QVERIFY(QDir().mkpath(m_home + "/.local/share"));
+    QVERIFY(QDir().mkpath(m_home + "/.config"));
+    qputenv("HOME", QFile::encodeName(m_home));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(m_home + "/.local/share"));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home + "/.config"));
+    qunsetenv("APPIMAGE");
+    m_applications = m_home + "/Applications";
+    m_marker = m_root->path() + "/started";
+    m_self = m_home + "/Downloads/Tolkaro-x86_64.AppImage";
+    QFile self(m_self);
+    QVERIFY(self.open(QIODevice::WriteOnly));
+    self.write("#!/bin/sh\necho \"$0\" > '" + QFile::encodeName(m_marker) + "'\n");
+    self.close();
+    QVERIFY(self.setPermissions(self.permissions() | QFile::ExeOwner | QFile::ExeUser));
+    m_preferences = std::make_unique<Preferences>(m_root->path() + "/Tolkaro.conf");
+    m_log.clear();
+    tolkaro::setLogSink([this](const QString &line) { m_log << line; });
+}
+
+void TestMoveToApplications::cleanup()
+{
+    tolkaro::setLogSink({});
+    for (const QString &directory : std::as_const(m_unwritable)) {
+        QProcess::execute("chattr", {"-i", directory});
+        QFile::setPermissions(directory, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    m_unwritable.clear();
+    m_preferences.reset();
+    m_root.reset();
+}
+
+// Root ignores permissions, but not the immutable attribute.
+bool TestMoveToApplications::makeUnwritable(const QString &directory)
+{
+    m_unwritable << directory;
+    if (::geteuid() == 0)
+        return QProcess::execute("chattr", {"+i", directory}) == 0;
+    return QFile::setPermissions(directory, QFile::ReadOwner | QFile::ExeOwner);
+}
+
+QStringList TestMoveToApplications::trashedPaths() const
+{
+    QStringList paths;
+    QDirIterator info(m_home + "/.local/share/Trash/info", {"*.trashinfo"}, QDir::Files);
+    while (info.hasNext()) {
+        QSettings trashInfo(info.next(), QSettings::IniFormat);
+        paths << QUrl::fromPercentEncoding(trashInfo.value("Trash Info/Path").toByteArray());
+    }
+    paths.sort();
+    return paths;
+}
+
+MoveEnvironment TestMoveToApplications::environment(ScriptedAlerts *alerts)
+{
+    MoveEnvironment environment = currentMoveEnvironment(m_preferences.get(), alerts);
+    environment.selfPath = m_self;
+    return environment;
+}
+
+void TestMoveToApplications::currentEnvironment()
+{
+    qputenv("APPIMAGE", QFile::encodeName(m_self));
+    ScriptedAlerts alerts;
+    const MoveEnvironment current = currentMoveEnvironment(m_preferences.get(), &alerts);
+    QCOMPARE(current.selfPath, m_self);
+    QCOMPARE(current.destinationDirectory, m_applications);
+    QCOMPARE(current.applicationsDirectories.first(), m_applications);
+    QVERIFY(current.applicationsDirectories.contains("/usr/bin"));
+
+    qunsetenv("APPIMAGE");
+    QCOMPARE(currentMoveEnvironment(m_preferences.get(), &alerts).selfPath,
+             QCoreApplication::applicationFilePath());
+}
+
+void TestMoveToApplications::notOffered_data()
+{
+    QTest::addColumn<QString>("selfPath");
+    QTest::addColumn<bool>("suppressed");
+
+    QTest::newRow("in ~/Applications") << "$HOME/Applications/Tolkaro.AppImage" << false;
+    QTest::newRow("in ~/.local/bin") << "$HOME/.local/bin/tolkaro" << false;
+    QTest::newRow("in /usr/bin") << "/usr/bin/tolkaro" << false;
+    QTest::newRow("development build") << "$HOME/src/tolkaro/Build-Debug/tolkaro" << false;
+    QTest::newRow("suppressed") << "$HOME/Downloads/Tolkaro-x86_64.AppImage" << true;
+}
+
+void TestMoveToApplications::notOffered()
+{
+    QFETCH(QString, selfPath);
+    QFETCH(bool, suppressed);
+
+    m_preferences->setMoveToApplicationsFolderAlertSuppress(suppressed);
+    ScriptedAlerts alerts;
+    alerts.answer = {true, false};
+    MoveEnvironment moving = environment(&alerts);
+    moving.selfPath = selfPath.replace("$HOME", m_home);
+    QVERIFY(!moveToApplicationsFolderIfNecessary(moving));
+    QCOMPARE(alerts.questions, 0);
+    QCOMPARE(alerts.failures, 0);
+    QCOMPARE(m_log, QStringList{});
+    QVERIFY(QFile::exists(m_self));
+}
+
+void TestMoveToApplications::move_data()
+{
+    QTest::addColumn<Obstacle>("obstacle");
+    QTest::addColumn<bool>("asked");
+    QTest::addColumn<QStringList>("log"); // $D: the destination, $P: the running copy
+    QTest::addColumn<QStringList>("trashed");
+    QTest::addColumn<bool>("relaunched");
+
+    const QString moving = "Moving myself to the Applications folder";
+    QTest::newRow("moved, started from the new place")
+        << Obstacle::None << true << QStringList{moving} << QStringList{"$P"} << true;
+    QTest::newRow("existing copy goes to the trash first")
+        << Obstacle::ExistingCopy << true << QStringList{moving} << QStringList{"$D", "$P"}
+        << true;
+    QTest::newRow("no applications directory: told without asking")
+        << Obstacle::NoApplicationsDirectory << false
+        << QStringList{"ERROR -- Could not find the Applications directory"} << QStringList{}
+        << false;
+    QTest::newRow("existing copy cannot be trashed")
+        << Obstacle::TrashRefusesExisting << true
+        << QStringList{moving, "ERROR -- Could not trash '$D'"} << QStringList{} << false;
+    QTest::newRow("copy cannot be written")
+        << Obstacle::ApplicationsReadOnly << true
+        << QStringList{moving, "ERROR -- Could not copy myself to ~/Applications (*)"}
+        << QStringList{} << false;
+    QTest::newRow("running copy cannot be trashed")
+        << Obstacle::RunningCopyStuck << true
+        << QStringList{moving, "ERROR -- Could not trash '$P'"} << QStringList{} << false;
+    QTest::newRow("moved copy does not start")
+        << Obstacle::NotStartable << true
+        << QStringList{moving, "ERROR -- Could not start '$D'"} << QStringList{"$P"} << false;
+}
+
+void TestMoveToApplications::move()
+{
+    QFETCH(Obstacle, obstacle);
+    QFETCH(bool, asked);
+    QFETCH(QStringList, log);
+    QFETCH(QStringList, trashed);
+    QFETCH(bool, relaunched);
+
+    const QString destination = m_applications + "/Tolkaro-x86_64.AppImage";
+    ScriptedAlerts alerts;
+    // The check box is ignored when the user chooses to move.
+    alerts.answer = {true, true};
+    MoveEnvironment moving = environment(&alerts);
+
+    const auto placeExistingCopy = [&] {
+        QVERIFY(QDir().mkpath(m_applications));
+        QFile old(destination);
+        QVERIFY(old.open(QIODevice::WriteOnly));
+        old.write("old copy");
+    };
+    switch (obstacle) {
+    case Obstacle::None:
+        break;
+    case Obstacle::ExistingCopy:
+        placeExistingCopy();
+        break;
+    case Obstacle::NoApplicationsDirectory:
+        moving.destinationDirectory.clear();
+        break;
+    case Obstacle::TrashRefusesExisting: {
+        placeExistingCopy();
+        // A trash whose files/ is not a directory takes nothing.
+        QVERIFY(QDir().mkpath(m_home + "/.local/share/Trash"));
+        QFile blocker(m_home + "/.local/share/Trash/files");
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        break;
+    }
+    case Obstacle::ApplicationsReadOnly:
+        QVERIFY(QDir().mkpath(m_applications));
+        if (!makeUnwritable(m_applications))
+            QSKIP("cannot make a directory unwritable here");
+        break;
+    case Obstacle::RunningCopyStuck:
+        if (!makeUnwritable(m_home + "/Downloads"))
+            QSKIP("cannot make a directory unwritable here");
+        break;
+    case Obstacle::NotStartable:
+        QVERIFY(QFile::setPermissions(m_self, QFile::ReadOwner | QFile::WriteOwner));
+        break;
+    }
+
+    QCOMPARE(moveToApplicationsFolderIfNecessary(moving), relaunched);
+
+    QCOMPARE(alerts.questions, asked ? 1 : 0);
+    QCOMPARE(alerts.failures, log.last().startsWith("ERROR") ? 1 : 0);
+    QCOMPARE(m_log.size(), log.size());
+    for (qsizetype i = 0; i < log.size(); ++i) {
+        const QString expected =
+            QString(log[i]).replace("$D", destination).replace("$P", m_self);
+        if (expected.endsWith("(*)"))
+            QVERIFY2(m_log[i].startsWith(expected.chopped(2)) && m_log[i].size() > expected.size(),
+                     qPrintable(m_log[i]));
+        else
+            QCOMPARE(m_log[i], expected);
+    }
+    for (QString &path : trashed)
+        path.replace("$D", destination).replace("$P", m_self);
+    trashed.sort();
+    QCOMPARE(trashedPaths(), trashed);
+    QVERIFY(!m_preferences->moveToApplicationsFolderAlertSuppress());
+
+    if (trashed.contains(m_self)) {
+        QVERIFY(!QFile::exists(m_self));
+        QFile copy(destination);
+        QVERIFY(copy.open(QIODevice::ReadOnly));
+        QVERIFY(copy.readAll().contains(QFile::encodeName(m_marker)));
+    }
+    if (obstacle == Obstacle::RunningCopyStuck) {
+        // The new copy stays in place and this one runs on from the old place.
+        QVERIFY(QFile::exists(m_self));
+        QVERIFY(QFile::exists(destination));
+    }
+    if (relaunched) {
+        // The moved copy itself ran, from its new place.
+        const auto startedAs = [this] {
+            QFile marker(m_marker);
+            return marker.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(marker.readAll()).trimmed()
+                                                    : QString();
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(startedAs(), destination, 20000);
+    } else {
+        QVERIFY(!QFile::exists(m_marker));
+    }
+}
+
+void TestMoveToApplications::declineIsRemembered()
+{
+    ScriptedAlerts alerts;
+    // Declined without the box: asked again next time.
+    alerts.answer = {false, false};
+    QVERIFY(!moveToApplicationsFolderIfNecessary(environment(&alerts)));
+    QVERIFY(!moveToApplicationsFolderIfNecessary(environment(&alerts)));
+    QCOMPARE(alerts.questions, 2);
+    QVERIFY(!m_preferences->moveToApplicationsFolderAlertSuppress());
+
+    // Declined with the box: never asked again, and the answer is on disk.
+    alerts.answer = {false, true};
+    QVERIFY(!moveToApplicationsFolderIfNecessary(environment(&alerts)));
+    QVERIFY(!moveToApplicationsFolderIfNecessary(environment(&alerts)));
+    QCOMPARE(alerts.questions, 3);
+    QVERIFY(Preferences(m_root->path() + "/Tolkaro.conf").moveToApplicationsFolderAlertSuppress());
+
+    QCOMPARE(alerts.failures, 0);
+    QCOMPARE(m_log, QStringList{});
+    QVERIFY(QFile::exists(m_self));
+    QVERIFY(!QFile::exists(m_applications));
+}
+
+QTEST_GUILESS_MAIN(TestMoveToApplications)
+#include "tst_movetoapplications.moc"
