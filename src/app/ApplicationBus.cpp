@@ -67,7 +67,8 @@ bool ApplicationBusObject::exportOnSessionBus()
 
 void ApplicationBusObject::AnotherInstanceStarted(const QStringList &)
 {
-    tolkaro::logLine(QStringLiteral("Another Tolkaro was started and left: this one keeps running"));
+    tolkaro::logLine(
+        QStringLiteral("Another Tolkaro was started and left: this one keeps running"));
 }
 
 void ApplicationBusObject::ShowMenu()
@@ -166,8 +167,38 @@ QVariantMap ApplicationTestBusObject::StatusItemState()
     QVariantMap state;
     const StatusMenu *menu = m_delegate.statusMenu();
     state.insert(QStringLiteral("systemTrayAvailable"), QSystemTrayIcon::isSystemTrayAvailable());
-    state.insert(QStringLiteral("visible"), menu && menu->statusItem() && menu->statusItem()->isVisible());
+    state.insert(QStringLiteral("visible"),
+                 menu && menu->statusItem() && menu->statusItem()->isVisible());
     state.insert(QStringLiteral("hasIcon"),
                  menu && menu->statusItem() && !menu->statusItem()->icon().isNull());
+    if (menu && menu->statusItem()) {
+        const QRect geometry = menu->statusItem()->geometry();
+        state.insert(QStringLiteral("geometry"),
+                     QVariantList{geometry.x(), geometry.y(), geometry.width(), geometry.height()});
+    }
     return state;
+}
+
+QVariantList ApplicationTestBusObject::MenuItemGeometry(const QStringList &titles)
+{
+    const StatusMenu *statusMenu = m_delegate.statusMenu();
+    QMenu *menu = statusMenu ? statusMenu->attachedMenu() : nullptr;
+    for (int i = 0; menu && i < titles.size(); ++i) {
+        if (!menu->isVisible())
+            return {};
+        QAction *found = nullptr;
+        for (QAction *action : menu->actions()) {
+            if (action->text() == titles[i])
+                found = action;
+        }
+        if (!found)
+            return {};
+        if (i + 1 == titles.size()) {
+            const QRect local = menu->actionGeometry(found);
+            const QPoint topLeft = menu->mapToGlobal(local.topLeft());
+            return {topLeft.x(), topLeft.y(), local.width(), local.height()};
+        }
+        menu = found->menu();
+    }
+    return {};
 }

@@ -73,8 +73,11 @@ public slots:
     // The attached menu as JSON: [{"title", "checkable", "checked", "separator",
     // "enabled", "submenu": [...]}].
     Q_SCRIPTABLE QString MenuLayout();
-    // Whether the tray icon is visible and the system tray is available.
+    // Whether the tray icon is visible and the system tray is available; where it is.
     Q_SCRIPTABLE QVariantMap StatusItemState();
+    // Where the item at the path of titles is on screen in the open menu (x, y, width,
+    // height; empty when that menu is not open), so a test can point and click at it.
+    Q_SCRIPTABLE QVariantList MenuItemGeometry(const QStringList &titles);
 
 private:
     AppDelegate &m_delegate;
