@@ -1,0 +1,1117 @@
+#include "UIElementUtilities.h"
+
+#include "AtspiThread.h"
+#include "MenuKeyBinding.h"
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QHash>
+#include <QScreen>
+
+#include <atspi/atspi.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+
+namespace {
+
+// Deepest descent through get_accessible_at_point; real trees are far shallower.
+constexpr int kMaxPointDepth = 40;
+// How many elements the search for the focused element of a window looks at.
+constexpr int kFocusSearchBudget = 400;
+// How deep the parent walk goes before it gives up on a cycle.
+constexpr int kMaxParentDepth = 100;
+
+const QString kRole = QStringLiteral("AXRole");
+const QString kRoleDescription = QStringLiteral("AXRoleDescription");
+const QString kTitle = QStringLiteral("AXTitle");
+const QString kDescription = QStringLiteral("AXDescription");
+const QString kValue = QStringLiteral("AXValue");
+const QString kSelectedText = QStringLiteral("AXSelectedText");
+const QString kSelectedTextRange = QStringLiteral("AXSelectedTextRange");
+const QString kNumberOfCharacters = QStringLiteral("AXNumberOfCharacters");
+const QString kParent = QStringLiteral("AXParent");
+const QString kChildren = QStringLiteral("AXChildren");
+const QString kRows = QStringLiteral("AXRows");
+const QString kWindows = QStringLiteral("AXWindows");
+const QString kWindow = QStringLiteral("AXWindow");
+const QString kTopLevel = QStringLiteral("AXTopLevelUIElement");
+const QString kFocusedWindow = QStringLiteral("AXFocusedWindow");
+const QString kFocusedElement = QStringLiteral("AXFocusedUIElement");
+const QString kPosition = QStringLiteral("AXPosition");
+const QString kSize = QStringLiteral("AXSize");
+const QString kEnabled = QStringLiteral("AXEnabled");
+const QString kFocused = QStringLiteral("AXFocused");
+const QString kCmdChar = QStringLiteral("AXMenuItemCmdChar");
+const QString kCmdModifiers = QStringLiteral("AXMenuItemCmdModifiers");
+const QString kPress = QStringLiteral("AXPress");
+const QString kApplicationRole = QStringLiteral("AXApplication");
+
+thread_local bool t_gaveUp = false;
+
+// Frees the error; a call that got no answer in time marks the piece of work as given up.
+bool failed(GError *error)
+{
+    if (!error)
+        return false;
+    if (std::strstr(error->message, "reply") || std::strstr(error->message, "Timeout") ||
+        std::strstr(error->message, "timed out"))
+        t_gaveUp = true;
+    g_error_free(error);
+    return true;
+}
+
+QString takeString(gchar *text)
+{
+    const QString result = QString::fromUtf8(text);
+    g_free(text);
+    return result;
+}
+
+bool isWindowRole(AtspiRole role)
+{
+    return role == ATSPI_ROLE_FRAME || role == ATSPI_ROLE_WINDOW || role == ATSPI_ROLE_DIALOG ||
+           role == ATSPI_ROLE_ALERT || role == ATSPI_ROLE_FILE_CHOOSER;
+}
+
+bool isMenuItemRole(AtspiRole role)
+{
+    return role == ATSPI_ROLE_MENU_ITEM || role == ATSPI_ROLE_CHECK_MENU_ITEM ||
+           role == ATSPI_ROLE_RADIO_MENU_ITEM || role == ATSPI_ROLE_TEAROFF_MENU_ITEM;
+}
+
+AtspiRole roleOf(AtspiAccessible *accessible)
+{
+    if (t_gaveUp)
+        return ATSPI_ROLE_INVALID;
+    GError *error = nullptr;
+    const AtspiRole role = atspi_accessible_get_role(accessible, &error);
+    return failed(error) ? ATSPI_ROLE_INVALID : role;
+}
+
+bool hasState(AtspiAccessible *accessible, AtspiStateType state)
+{
+    AtspiStateSet *states = atspi_accessible_get_state_set(accessible);
+    if (!states)
+        return false;
+    const bool contains = atspi_state_set_contains(states, state);
+    g_object_unref(states);
+    return contains;
+}
+
+QString camelCaseRoleName(AtspiRole role)
+{
+    QString name = QStringLiteral("AX");
+    const QString words = takeString(atspi_role_get_name(role));
+    bool upper = true;
+    for (const QChar c : words) {
+        if (c == u' ' || c == u'-' || c == u'_') {
+            upper = true;
+            continue;
+        }
+        name += upper ? c.toUpper() : c;
+        upper = false;
+    }
+    return name;
+}
+
+QString axRoleName(AtspiAccessible *accessible, AtspiRole role)
+{
+    switch (role) {
+    case ATSPI_ROLE_APPLICATION:
+        return kApplicationRole;
+    case ATSPI_ROLE_MENU_BAR:
+        return QStringLiteral("AXMenuBar");
+    case ATSPI_ROLE_MENU:
+    case ATSPI_ROLE_POPUP_MENU:
+        return QStringLiteral("AXMenu");
+    case ATSPI_ROLE_MENU_ITEM:
+    case ATSPI_ROLE_CHECK_MENU_ITEM:
+    case ATSPI_ROLE_RADIO_MENU_ITEM:
+    case ATSPI_ROLE_TEAROFF_MENU_ITEM:
+        return QStringLiteral("AXMenuItem");
+    case ATSPI_ROLE_PUSH_BUTTON:
+    case ATSPI_ROLE_TOGGLE_BUTTON:
+        return QStringLiteral("AXButton");
+    case ATSPI_ROLE_CHECK_BOX:
+        return QStringLiteral("AXCheckBox");
+    case ATSPI_ROLE_RADIO_BUTTON:
+        return QStringLiteral("AXRadioButton");
+    case ATSPI_ROLE_FRAME:
+    case ATSPI_ROLE_WINDOW:
+    case ATSPI_ROLE_DIALOG:
+    case ATSPI_ROLE_ALERT:
+    case ATSPI_ROLE_FILE_CHOOSER:
+        return QStringLiteral("AXWindow");
+    case ATSPI_ROLE_LABEL:
+    case ATSPI_ROLE_STATIC:
+    case ATSPI_ROLE_PARAGRAPH:
+        return QStringLiteral("AXStaticText");
+    case ATSPI_ROLE_TEXT:
+    case ATSPI_ROLE_ENTRY:
+    case ATSPI_ROLE_PASSWORD_TEXT:
+        return hasState(accessible, ATSPI_STATE_MULTI_LINE) ? QStringLiteral("AXTextArea")
+                                                            : QStringLiteral("AXTextField");
+    case ATSPI_ROLE_SCROLL_PANE:
+        return QStringLiteral("AXScrollArea");
+    case ATSPI_ROLE_PANEL:
+    case ATSPI_ROLE_FILLER:
+    case ATSPI_ROLE_GROUPING:
+        return QStringLiteral("AXGroup");
+    case ATSPI_ROLE_TOOL_BAR:
+        return QStringLiteral("AXToolbar");
+    case ATSPI_ROLE_PAGE_TAB_LIST:
+        return QStringLiteral("AXTabGroup");
+    default:
+        return camelCaseRoleName(role);
+    }
+}
+
+UIElement parentOf(AtspiAccessible *accessible)
+{
+    if (t_gaveUp || roleOf(accessible) == ATSPI_ROLE_APPLICATION)
+        return {};
+    GError *error = nullptr;
+    AtspiAccessible *parent = atspi_accessible_get_parent(accessible, &error);
+    if (failed(error))
+        return {};
+    return UIElement::adopt(parent);
+}
+
+QList<UIElement> childrenOf(AtspiAccessible *accessible)
+{
+    QList<UIElement> children;
+    if (t_gaveUp)
+        return children;
+    GError *error = nullptr;
+    const gint count = atspi_accessible_get_child_count(accessible, &error);
+    if (failed(error))
+        return children;
+    for (gint i = 0; i < count && !t_gaveUp; ++i) {
+        AtspiAccessible *child = atspi_accessible_get_child_at_index(accessible, i, &error);
+        if (failed(error))
+            continue;
+        if (child)
+            children.append(UIElement::adopt(child));
+    }
+    return children;
+}
+
+UIElement windowOf(AtspiAccessible *accessible)
+{
+    UIElement current = UIElement::retain(accessible);
+    for (int depth = 0; current && depth < kMaxParentDepth; ++depth) {
+        if (isWindowRole(roleOf(current.accessible())))
+            return current;
+        current = parentOf(current.accessible());
+    }
+    return {};
+}
+
+UIElement activeWindowOf(AtspiAccessible *application)
+{
+    const QList<UIElement> windows = childrenOf(application);
+    for (const UIElement &window : windows) {
+        if (hasState(window.accessible(), ATSPI_STATE_ACTIVE))
+            return window;
+    }
+    return {};
+}
+
+// Breadth first, so the search spends its budget near the window before deep subtrees.
+UIElement findDescendant(AtspiAccessible *root, const std::function<bool(AtspiAccessible *)> &test,
+                         int budget)
+{
+    QList<UIElement> queue{UIElement::retain(root)};
+    while (!queue.isEmpty() && budget-- > 0 && !t_gaveUp) {
+        const UIElement element = queue.takeFirst();
+        if (test(element.accessible()))
+            return element;
+        queue.append(childrenOf(element.accessible()));
+    }
+    return {};
+}
+
+std::optional<MenuKeyBinding> menuKeyBinding(AtspiAccessible *accessible)
+{
+    AtspiAction *action = atspi_accessible_get_action_iface(accessible);
+    if (!action)
+        return std::nullopt;
+    GError *error = nullptr;
+    const gint count = atspi_action_get_n_actions(action, &error);
+    std::optional<MenuKeyBinding> result;
+    for (gint i = 0; !failed(error) && i < count && !result; ++i) {
+        const QString binding = takeString(atspi_action_get_key_binding(action, i, &error));
+        if (failed(error))
+            break;
+        result = MenuKeyBinding::parse(binding);
+    }
+    g_object_unref(action);
+    return result;
+}
+
+// The index of an action by name; "AXPress" finds the element's press action.
+int actionIndex(AtspiAction *action, const QString &name)
+{
+    GError *error = nullptr;
+    const gint count = atspi_action_get_n_actions(action, &error);
+    if (failed(error))
+        return -1;
+    static const QStringList pressNames{QStringLiteral("click"), QStringLiteral("press"),
+                                        QStringLiteral("activate"), QStringLiteral("jump"),
+                                        QStringLiteral("toggle")};
+    int pressIndex = -1;
+    int pressRank = int(pressNames.size());
+    for (gint i = 0; i < count; ++i) {
+        const QString actionName = takeString(atspi_action_get_action_name(action, i, &error));
+        if (failed(error))
+            return -1;
+        if (actionName == name)
+            return i;
+        const int rank = int(pressNames.indexOf(actionName.toLower()));
+        if (rank >= 0 && rank < pressRank) {
+            pressRank = rank;
+            pressIndex = i;
+        }
+    }
+    if (name != kPress)
+        return -1;
+    return pressIndex >= 0 ? pressIndex : (count == 1 ? 0 : -1);
+}
+
+std::optional<QString> textContents(AtspiText *text)
+{
+    GError *error = nullptr;
+    const gint count = atspi_text_get_character_count(text, &error);
+    if (failed(error))
+        return std::nullopt;
+    if (count <= 0)
+        return QString();
+    QString contents = takeString(atspi_text_get_text(text, 0, count, &error));
+    if (failed(error))
+        return std::nullopt;
+    return contents;
+}
+
+QHash<QString, QString> objectAttributes(AtspiAccessible *accessible)
+{
+    QHash<QString, QString> result;
+    GError *error = nullptr;
+    GHashTable *attributes = atspi_accessible_get_attributes(accessible, &error);
+    if (failed(error) || !attributes)
+        return result;
+    GHashTableIter iter;
+    gpointer key;
+    gpointer value;
+    g_hash_table_iter_init(&iter, attributes);
+    while (g_hash_table_iter_next(&iter, &key, &value))
+        result.insert(QString::fromUtf8(static_cast<const char *>(key)),
+                      QString::fromUtf8(static_cast<const char *>(value)));
+    g_hash_table_unref(attributes);
+    return result;
+}
+
+bool hasInterface(AtspiAccessible *accessible, const char *name)
+{
+    GArray *interfaces = atspi_accessible_get_interfaces(accessible);
+    if (!interfaces)
+        return false;
+    bool found = false;
+    for (guint i = 0; i < interfaces->len && !found; ++i)
+        found = std::strcmp(g_array_index(interfaces, gchar *, i), name) == 0;
+    for (guint i = 0; i < interfaces->len; ++i)
+        g_free(g_array_index(interfaces, gchar *, i));
+    g_array_free(interfaces, TRUE);
+    return found;
+}
+
+QStringList attributeNames(AtspiAccessible *accessible)
+{
+    const AtspiRole role = roleOf(accessible);
+    if (role == ATSPI_ROLE_INVALID)
+        return {};
+    QStringList names{kRole, kRoleDescription, kTitle, kDescription, kChildren, kEnabled,
+                      kFocused};
+    if (role == ATSPI_ROLE_APPLICATION) {
+        names << kWindows << kFocusedWindow << kFocusedElement;
+    } else {
+        names << kParent << kWindow << kTopLevel;
+    }
+    if (hasInterface(accessible, "Component"))
+        names << kPosition << kSize;
+    if (hasInterface(accessible, "Text"))
+        names << kValue << kSelectedText << kSelectedTextRange << kNumberOfCharacters;
+    else if (hasInterface(accessible, "Value"))
+        names << kValue;
+    if (isMenuItemRole(role) && menuKeyBinding(accessible))
+        names << kCmdChar << kCmdModifiers;
+    const QHash<QString, QString> attributes = objectAttributes(accessible);
+    for (auto it = attributes.cbegin(); it != attributes.cend(); ++it) {
+        if (!names.contains(it.key()))
+            names << it.key();
+    }
+    return names;
+}
+
+UIElementValue readAttribute(AtspiAccessible *accessible, const QString &attribute)
+{
+    if (t_gaveUp)
+        return {};
+    GError *error = nullptr;
+    if (attribute == kRole) {
+        const AtspiRole role = roleOf(accessible);
+        if (role == ATSPI_ROLE_INVALID)
+            return {};
+        return axRoleName(accessible, role);
+    }
+    if (attribute == kRoleDescription) {
+        QString description = takeString(atspi_accessible_get_localized_role_name(accessible, &error));
+        return failed(error) ? UIElementValue() : UIElementValue(description);
+    }
+    if (attribute == kTitle || attribute == kDescription) {
+        QString text = takeString(attribute == kTitle
+                                      ? atspi_accessible_get_name(accessible, &error)
+                                      : atspi_accessible_get_description(accessible, &error));
+        if (failed(error) || text.isEmpty())
+            return {};
+        return text;
+    }
+    if (attribute == kValue) {
+        if (AtspiText *text = atspi_accessible_get_text_iface(accessible)) {
+            const std::optional<QString> contents = textContents(text);
+            g_object_unref(text);
+            return contents ? UIElementValue(*contents) : UIElementValue();
+        }
+        if (AtspiValue *value = atspi_accessible_get_value_iface(accessible)) {
+            const double current = atspi_value_get_current_value(value, &error);
+            g_object_unref(value);
+            return failed(error) ? UIElementValue() : UIElementValue(current);
+        }
+        return {};
+    }
+    if (attribute == kSelectedText || attribute == kSelectedTextRange ||
+        attribute == kNumberOfCharacters) {
+        AtspiText *text = atspi_accessible_get_text_iface(accessible);
+        if (!text)
+            return {};
+        UIElementValue result;
+        if (attribute == kNumberOfCharacters) {
+            const gint count = atspi_text_get_character_count(text, &error);
+            if (!failed(error))
+                result = double(count);
+        } else {
+            AtspiRange *range = atspi_text_get_selection(text, 0, &error);
+            if (!failed(error) && range) {
+                if (attribute == kSelectedTextRange) {
+                    result = AXRange{range->start_offset, range->end_offset - range->start_offset};
+                } else {
+                    QString selected = takeString(
+                        atspi_text_get_text(text, range->start_offset, range->end_offset, &error));
+                    if (!failed(error))
+                        result = selected;
+                }
+            }
+            g_free(range);
+        }
+        g_object_unref(text);
+        return result;
+    }
+    if (attribute == kParent) {
+        const UIElement parent = parentOf(accessible);
+        return parent ? UIElementValue(parent) : UIElementValue();
+    }
+    if (attribute == kChildren || attribute == kWindows)
+        return childrenOf(accessible);
+    if (attribute == kWindow || attribute == kTopLevel) {
+        const UIElement window = windowOf(accessible);
+        return window ? UIElementValue(window) : UIElementValue();
+    }
+    if (attribute == kFocusedWindow) {
+        const UIElement window = activeWindowOf(accessible);
+        return window ? UIElementValue(window) : UIElementValue();
+    }
+    if (attribute == kFocusedElement) {
+        const UIElement window = activeWindowOf(accessible);
+        if (!window)
+            return {};
+        const UIElement focused = findDescendant(
+            window.accessible(),
+            [](AtspiAccessible *candidate) { return hasState(candidate, ATSPI_STATE_FOCUSED); },
+            kFocusSearchBudget);
+        return focused ? UIElementValue(focused) : UIElementValue();
+    }
+    if (attribute == kPosition || attribute == kSize) {
+        AtspiComponent *component = atspi_accessible_get_component_iface(accessible);
+        if (!component)
+            return {};
+        AtspiRect *extents = atspi_component_get_extents(component, ATSPI_COORD_TYPE_SCREEN, &error);
+        g_object_unref(component);
+        if (failed(error) || !extents)
+            return {};
+        const UIElementValue result =
+            attribute == kPosition ? UIElementValue(AXPoint{double(extents->x), double(extents->y)})
+                                   : UIElementValue(AXSize{double(extents->width),
+                                                           double(extents->height)});
+        g_free(extents);
+        return result;
+    }
+    if (attribute == kEnabled)
+        return hasState(accessible, ATSPI_STATE_ENABLED) ? 1.0 : 0.0;
+    if (attribute == kFocused)
+        return hasState(accessible, ATSPI_STATE_FOCUSED) ? 1.0 : 0.0;
+    if (attribute == kCmdChar || attribute == kCmdModifiers) {
+        const std::optional<MenuKeyBinding> binding = menuKeyBinding(accessible);
+        if (!binding)
+            return {};
+        return attribute == kCmdChar ? UIElementValue(binding->key)
+                                     : UIElementValue(double(binding->modifiers));
+    }
+    const QHash<QString, QString> attributes = objectAttributes(accessible);
+    const auto found = attributes.constFind(attribute);
+    return found == attributes.cend() ? UIElementValue() : UIElementValue(*found);
+}
+
+QString formatNumber(double number)
+{
+    return QString::number(number, 'g', 17);
+}
+
+// printf's %g, which the geometric formats use.
+QString g(double number)
+{
+    return QString::asprintf("%g", number);
+}
+
+template <typename T>
+T onAtspiThread(std::function<T()> work, T fallback = T())
+{
+    return AtspiThread::instance().call<T>(std::move(work)).value_or(std::move(fallback));
+}
+
+} // namespace
+
+UIElement UIElement::adopt(AtspiAccessible *accessible)
+{
+    UIElement element;
+    if (!accessible)
+        return element;
+    element.m_accessible.reset(accessible, [](AtspiAccessible *object) {
+        AtspiThread &thread = AtspiThread::instance();
+        if (thread.isCurrentThread())
+            g_object_unref(object);
+        else
+            thread.post([object] { g_object_unref(object); });
+    });
+    return element;
+}
+
+UIElement UIElement::retain(AtspiAccessible *accessible)
+{
+    return adopt(accessible ? static_cast<AtspiAccessible *>(g_object_ref(accessible)) : nullptr);
+}
+
+void UIElementUtilities::beginWork()
+{
+    t_gaveUp = false;
+}
+
+bool UIElementUtilities::gaveUp()
+{
+    return t_gaveUp;
+}
+
+UIElementValue UIElementUtilities::valueOfAttribute(const QString &attribute,
+                                                    const UIElement &element)
+{
+    if (!element)
+        return {};
+    return onAtspiThread<UIElementValue>([=]() -> UIElementValue {
+        if (!attributeNames(element.accessible()).contains(attribute))
+            return {};
+        return readAttribute(element.accessible(), attribute);
+    });
+}
+
+void UIElementUtilities::performAction(const QString &action, const UIElement &element)
+{
+    if (!element)
+        return;
+    onAtspiThread<bool>([=] {
+        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
+        if (!actions)
+            return false;
+        const int index = actionIndex(actions, action);
+        GError *error = nullptr;
+        const bool done = index >= 0 && atspi_action_do_action(actions, index, &error);
+        failed(error);
+        g_object_unref(actions);
+        return done;
+    });
+}
+
+bool UIElementUtilities::isApplicationUIElement(const UIElement &element)
+{
+    const UIElementValue role = roleOfUIElement(element);
+    const QString *name = std::get_if<QString>(&role);
+    return name && *name == kApplicationRole;
+}
+
+UIElementValue UIElementUtilities::roleOfUIElement(const UIElement &element)
+{
+    return valueOfAttribute(kRole, element);
+}
+
+UIElementValue UIElementUtilities::titleOfUIElement(const UIElement &element)
+{
+    return valueOfAttribute(kTitle, element);
+}
+
+UIElementValue UIElementUtilities::parentOfUIElement(const UIElement &element)
+{
+    return valueOfAttribute(kParent, element);
+}
+
+UIElementValue UIElementUtilities::windowElementOfUIElement(const UIElement &element)
+{
+    return valueOfAttribute(kWindow, element);
+}
+
+UIElementValue UIElementUtilities::topLevelElementOfUIElement(const UIElement &element)
+{
+    return valueOfAttribute(kTopLevel, element);
+}
+
+QPointF UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(const QPointF &point)
+{
+    const QScreen *found = nullptr;
+    for (const QScreen *screen : QGuiApplication::screens()) {
+        if (QRectF(screen->geometry()).contains(point))
+            found = screen;
+    }
+    if (!found)
+        return QPointF(0, 0);
+    // Qt keeps each screen's top-left corner where it is and scales from there.
+    const QPointF origin = found->geometry().topLeft();
+    return origin + (point - origin) * found->devicePixelRatio();
+}
+
+QRectF UIElementUtilities::flippedScreenBounds(const QRectF &bounds)
+{
+    const QList<QScreen *> screens = QGuiApplication::screens();
+    if (screens.isEmpty())
+        return bounds;
+    const QScreen *first = screens.first();
+    const QPointF origin = first->geometry().topLeft();
+    const qreal ratio = first->devicePixelRatio();
+    return QRectF(origin + (bounds.topLeft() - origin) / ratio, bounds.size() / ratio);
+}
+
+std::optional<QString> UIElementUtilities::descriptionForUIElement(const UIElement &element,
+                                                                   const QString &attribute,
+                                                                   bool verbose)
+{
+    if (!element)
+        return std::nullopt;
+    return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
+        if (attribute == kChildren || attribute == kRows) {
+            GError *error = nullptr;
+            const gint count = atspi_accessible_get_child_count(element.accessible(), &error);
+            if (!failed(error))
+                return QStringLiteral("<array of size %1>").arg(count);
+        }
+        const UIElementValue value = readAttribute(element.accessible(), attribute);
+        if (isNullValue(value))
+            return std::nullopt;
+        return descriptionOfValue(value, verbose);
+    });
+}
+
+std::optional<QStringList> UIElementUtilities::attributeNamesOfUIElement(const UIElement &element)
+{
+    if (!element)
+        return std::nullopt;
+    return onAtspiThread<std::optional<QStringList>>([=]() -> std::optional<QStringList> {
+        const QStringList names = attributeNames(element.accessible());
+        if (names.isEmpty())
+            return std::nullopt;
+        return names;
+    });
+}
+
+std::optional<QStringList> UIElementUtilities::actionNamesOfUIElement(const UIElement &element)
+{
+    if (!element)
+        return std::nullopt;
+    return onAtspiThread<std::optional<QStringList>>([=]() -> std::optional<QStringList> {
+        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
+        if (!actions)
+            return std::nullopt;
+        GError *error = nullptr;
+        const gint count = atspi_action_get_n_actions(actions, &error);
+        std::optional<QStringList> names;
+        if (!failed(error)) {
+            names = QStringList();
+            for (gint i = 0; i < count; ++i) {
+                names->append(takeString(atspi_action_get_action_name(actions, i, &error)));
+                if (failed(error)) {
+                    names.reset();
+                    break;
+                }
+            }
+        }
+        g_object_unref(actions);
+        return names;
+    });
+}
+
+std::optional<QString> UIElementUtilities::descriptionOfAction(const QString &action,
+                                                               const UIElement &element)
+{
+    if (!element)
+        return std::nullopt;
+    return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
+        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
+        if (!actions)
+            return std::nullopt;
+        std::optional<QString> description;
+        const int index = actionIndex(actions, action);
+        GError *error = nullptr;
+        if (index >= 0) {
+            QString text = takeString(atspi_action_get_action_description(actions, index, &error));
+            if (!failed(error))
+                description = text;
+        }
+        g_object_unref(actions);
+        return description;
+    });
+}
+
+qint64 UIElementUtilities::processIdentifierOfUIElement(const UIElement &element)
+{
+    if (!element)
+        return 0;
+    return onAtspiThread<qint64>([=]() -> qint64 {
+        GError *error = nullptr;
+        const guint pid = atspi_accessible_get_process_id(element.accessible(), &error);
+        return failed(error) ? 0 : qint64(pid);
+    });
+}
+
+bool UIElementUtilities::canSetAttribute(const QString &attribute, const UIElement &element)
+{
+    if (!element)
+        return false;
+    return onAtspiThread<bool>([=] {
+        AtspiAccessible *accessible = element.accessible();
+        if (attribute == kValue) {
+            if (hasInterface(accessible, "Text"))
+                return hasInterface(accessible, "EditableText") &&
+                       hasState(accessible, ATSPI_STATE_EDITABLE);
+            return hasInterface(accessible, "Value");
+        }
+        if (attribute == kPosition || attribute == kSize || attribute == kFocused)
+            return hasInterface(accessible, "Component");
+        return false;
+    });
+}
+
+void UIElementUtilities::setStringValue(const QString &text, const QString &attribute,
+                                        const UIElement &element)
+{
+    if (attribute.isEmpty() || !element)
+        return;
+    onAtspiThread<bool>([=] {
+        AtspiAccessible *accessible = element.accessible();
+        const UIElementValue current = readAttribute(accessible, attribute);
+        if (isNullValue(current))
+            return false;
+        const QByteArray utf8 = text.toUtf8();
+        GError *error = nullptr;
+        bool done = false;
+        if (const auto *point = std::get_if<AXPoint>(&current)) {
+            float x = point->x;
+            float y = point->y;
+            AtspiComponent *component = atspi_accessible_get_component_iface(accessible);
+            if (component && std::sscanf(utf8.constData(), "x=%g y=%g", &x, &y) == 2)
+                done = atspi_component_set_position(component, gint(x), gint(y),
+                                                    ATSPI_COORD_TYPE_SCREEN, &error);
+            if (component)
+                g_object_unref(component);
+        } else if (const auto *size = std::get_if<AXSize>(&current)) {
+            float width = size->width;
+            float height = size->height;
+            AtspiComponent *component = atspi_accessible_get_component_iface(accessible);
+            if (component && std::sscanf(utf8.constData(), "w=%g h=%g", &width, &height) == 2)
+                done = atspi_component_set_size(component, gint(width), gint(height), &error);
+            if (component)
+                g_object_unref(component);
+        } else if (const auto *range = std::get_if<AXRange>(&current)) {
+            long location = range->location;
+            long length = range->length;
+            AtspiText *textIface = atspi_accessible_get_text_iface(accessible);
+            if (textIface &&
+                std::sscanf(utf8.constData(), "pos=%ld len=%ld", &location, &length) == 2)
+                done = atspi_text_set_selection(textIface, 0, gint(location),
+                                                gint(location + length), &error);
+            if (textIface)
+                g_object_unref(textIface);
+        } else if (std::holds_alternative<QString>(current)) {
+            AtspiEditableText *editable = atspi_accessible_get_editable_text_iface(accessible);
+            if (editable) {
+                done = atspi_editable_text_set_text_contents(editable, utf8.constData(), &error);
+                g_object_unref(editable);
+            }
+        } else if (std::holds_alternative<double>(current)) {
+            if (attribute == kFocused) {
+                AtspiComponent *component = atspi_accessible_get_component_iface(accessible);
+                if (component && text.toDouble() != 0)
+                    done = atspi_component_grab_focus(component, &error);
+                if (component)
+                    g_object_unref(component);
+            } else if (AtspiValue *value = atspi_accessible_get_value_iface(accessible)) {
+                done = atspi_value_set_current_value(value, text.toDouble(), &error);
+                g_object_unref(value);
+            }
+        }
+        failed(error);
+        return done;
+    });
+}
+
+QRectF UIElementUtilities::frameOfUIElement(const UIElement &element)
+{
+    const UIElementValue position = valueOfAttribute(kPosition, element);
+    const UIElementValue size = valueOfAttribute(kSize, element);
+    const auto *point = std::get_if<AXPoint>(&position);
+    const auto *extent = std::get_if<AXSize>(&size);
+    if (!point || !extent)
+        return QRectF();
+    return flippedScreenBounds(QRectF(point->x, point->y, extent->width, extent->height));
+}
+
+QString UIElementUtilities::stringDescriptionOfAXValue(const UIElementValue &value, bool verbose)
+{
+    if (const auto *point = std::get_if<AXPoint>(&value))
+        return verbose ? QStringLiteral("<AXPointValue x=%1 y=%2>").arg(g(point->x), g(point->y))
+                       : QStringLiteral("x=%1 y=%2").arg(g(point->x), g(point->y));
+    if (const auto *size = std::get_if<AXSize>(&value))
+        return verbose
+                   ? QStringLiteral("<AXSizeValue w=%1 h=%2>").arg(g(size->width), g(size->height))
+                   : QStringLiteral("w=%1 h=%2").arg(g(size->width), g(size->height));
+    if (const auto *rect = std::get_if<AXRect>(&value)) {
+        const QString numbers = QStringLiteral("x=%1 y=%2 w=%3 h=%4")
+                                    .arg(g(rect->x), g(rect->y), g(rect->width), g(rect->height));
+        return verbose ? QStringLiteral("<AXRectValue  %1>").arg(numbers) : numbers;
+    }
+    if (const auto *range = std::get_if<AXRange>(&value)) {
+        const QString numbers =
+            QStringLiteral("pos=%1 len=%2").arg(range->location).arg(range->length);
+        return verbose ? QStringLiteral("<AXRangeValue %1>").arg(numbers) : numbers;
+    }
+    return QStringLiteral("AXValue???");
+}
+
+std::optional<QString> UIElementUtilities::descriptionOfValue(const UIElementValue &value,
+                                                              bool verbose)
+{
+    if (isNullValue(value))
+        return std::nullopt;
+    if (std::holds_alternative<AXPoint>(value) || std::holds_alternative<AXSize>(value) ||
+        std::holds_alternative<AXRect>(value) || std::holds_alternative<AXRange>(value))
+        return stringDescriptionOfAXValue(value, verbose);
+    if (const auto *list = std::get_if<QList<UIElement>>(&value))
+        return QStringLiteral("<array of size %1>").arg(list->size());
+    if (const auto *text = std::get_if<QString>(&value))
+        return *text;
+    if (const auto *number = std::get_if<double>(&value))
+        return formatNumber(*number);
+    const UIElement element = std::get<UIElement>(value);
+    return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
+        const UIElementValue role = readAttribute(element.accessible(), kRole);
+        if (isNullValue(role))
+            return QStringLiteral("<AtspiAccessible %1>")
+                .arg(quintptr(element.accessible()), 0, 16);
+        const QString roleName = std::get<QString>(role);
+        const UIElementValue title = attributeNames(element.accessible()).contains(kTitle)
+                                         ? readAttribute(element.accessible(), kTitle)
+                                         : UIElementValue();
+        if (const auto *titleText = std::get_if<QString>(&title))
+            return QStringLiteral("<%1: \u201c%2\u201d>").arg(roleName, *titleText);
+        return QStringLiteral("<%1>").arg(roleName);
+    });
+}
+
+QStringList UIElementUtilities::lineageOfUIElement(const UIElement &element)
+{
+    QStringList lineage;
+    if (!element)
+        return lineage;
+    const UIElementValue parent = parentOfUIElement(element);
+    if (const auto *parentElement = std::get_if<UIElement>(&parent))
+        lineage = lineageOfUIElement(*parentElement);
+    lineage.append(descriptionOfValue(element, false).value_or(QString()));
+    return lineage;
+}
+
+QString UIElementUtilities::lineageDescriptionOfUIElement(const UIElement &element)
+{
+    QString description;
+    QString indent;
+    for (const QString &entry : lineageOfUIElement(element)) {
+        description += QStringLiteral("%1%2\n").arg(indent, entry);
+        indent += u' ';
+    }
+    return description;
+}
+
+QString UIElementUtilities::stringDescriptionOfUIElement(const UIElement &element)
+{
+    QString report = lineageDescriptionOfUIElement(element);
+    const std::optional<QStringList> attributes = attributeNamesOfUIElement(element);
+    if (attributes && !attributes->isEmpty()) {
+        report += QStringLiteral("\nAttributes:\n");
+        for (const QString &attribute : *attributes) {
+            const QString settable =
+                canSetAttribute(attribute, element) ? QStringLiteral(" (W)") : QString();
+            const QString text = descriptionForUIElement(element, attribute, false).value_or(QString());
+            report += QStringLiteral("   %1%2:  \u201c%3\u201d\n").arg(attribute, settable, text);
+        }
+    }
+    const std::optional<QStringList> actions = actionNamesOfUIElement(element);
+    if (actions && !actions->isEmpty()) {
+        report += QStringLiteral("\nActions:\n");
+        for (const QString &action : *actions) {
+            report += QStringLiteral("   %1 - %2\n")
+                          .arg(action, descriptionOfAction(action, element).value_or(QString()));
+        }
+    }
+    return report;
+}
+
+QString UIElementUtilities::descriptionOfAXDescriptionOfUIElement(const UIElement &element)
+{
+    const UIElementValue description = valueOfAttribute(kDescription, element);
+    const auto *text = std::get_if<QString>(&description);
+    if (!text || text->isEmpty())
+        return QStringLiteral("No Description");
+    return *text;
+}
+
+UIElement UIElementUtilities::applicationElementForProcess(qint64 pid)
+{
+    // A blocking call into our own process would wait for a main thread that is waiting.
+    if (pid <= 0 || pid == qint64(getpid()))
+        return {};
+    return onAtspiThread<UIElement>([pid]() -> UIElement {
+        AtspiAccessible *desktop = atspi_get_desktop(0);
+        if (!desktop)
+            return {};
+        UIElement found;
+        GError *error = nullptr;
+        const gint count = atspi_accessible_get_child_count(desktop, &error);
+        // The newest application last: start there, it is the likeliest target.
+        for (gint i = count - 1; !failed(error) && i >= 0 && !found; --i) {
+            AtspiAccessible *application = atspi_accessible_get_child_at_index(desktop, i, &error);
+            if (failed(error) || !application)
+                continue;
+            const guint applicationPid = atspi_accessible_get_process_id(application, &error);
+            if (!failed(error) && qint64(applicationPid) == pid)
+                found = UIElement::retain(application);
+            g_object_unref(application);
+        }
+        g_object_unref(desktop);
+        return found;
+    });
+}
+
+UIElement UIElementUtilities::elementAtScreenPoint(const UIElement &application,
+                                                   const QPoint &point)
+{
+    if (!application)
+        return {};
+    return onAtspiThread<UIElement>([=]() -> UIElement {
+        // The window under the point: the active one first when windows overlap.
+        UIElement window;
+        for (const UIElement &candidate : childrenOf(application.accessible())) {
+            AtspiComponent *component = atspi_accessible_get_component_iface(candidate.accessible());
+            if (!component)
+                continue;
+            GError *error = nullptr;
+            const bool contains = atspi_component_contains(component, point.x(), point.y(),
+                                                           ATSPI_COORD_TYPE_SCREEN, &error);
+            g_object_unref(component);
+            if (failed(error) || !contains || !hasState(candidate.accessible(), ATSPI_STATE_SHOWING))
+                continue;
+            if (!window || hasState(candidate.accessible(), ATSPI_STATE_ACTIVE))
+                window = candidate;
+        }
+        UIElement current = window;
+        for (int depth = 0; current && depth < kMaxPointDepth && !t_gaveUp; ++depth) {
+            AtspiComponent *component = atspi_accessible_get_component_iface(current.accessible());
+            if (!component)
+                break;
+            GError *error = nullptr;
+            AtspiAccessible *child = atspi_component_get_accessible_at_point(
+                component, point.x(), point.y(), ATSPI_COORD_TYPE_SCREEN, &error);
+            g_object_unref(component);
+            if (failed(error) || !child)
+                break;
+            UIElement next = UIElement::adopt(child);
+            if (next.accessible() == current.accessible())
+                break;
+            current = next;
+        }
+        // Qt answers with the deepest element at once, and its text views hold a viewport
+        // and scroll bars: what the user points at is the text around them.
+        if (current && current != window && !hasInterface(current.accessible(), "Text")) {
+            UIElement ancestor = parentOf(current.accessible());
+            for (int depth = 0; ancestor && ancestor != window && depth < kMaxParentDepth;
+                 ++depth) {
+                if (hasInterface(ancestor.accessible(), "Text"))
+                    return ancestor;
+                ancestor = parentOf(ancestor.accessible());
+            }
+        }
+        return current;
+    });
+}
+
+UIElement UIElementUtilities::applicationOfUIElement(const UIElement &element)
+{
+    if (!element)
+        return {};
+    return onAtspiThread<UIElement>([=]() -> UIElement {
+        UIElement current = element;
+        for (int depth = 0; current && depth < kMaxParentDepth; ++depth) {
+            if (roleOf(current.accessible()) == ATSPI_ROLE_APPLICATION)
+                return current;
+            current = parentOf(current.accessible());
+        }
+        return {};
+    });
+}
+
+std::optional<QString> UIElementUtilities::selectedText(const UIElement &element)
+{
+    if (!element)
+        return std::nullopt;
+    return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
+        const UIElementValue value = readAttribute(element.accessible(), kSelectedText);
+        const auto *text = std::get_if<QString>(&value);
+        if (!text || text->isEmpty())
+            return std::nullopt;
+        return *text;
+    });
+}
+
+std::optional<QString> UIElementUtilities::paragraphAtScreenPoint(const UIElement &element,
+                                                                  const QPoint &point)
+{
+    if (!element)
+        return std::nullopt;
+    return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
+        AtspiText *text = atspi_accessible_get_text_iface(element.accessible());
+        if (!text)
+            return std::nullopt;
+        std::optional<QString> paragraph;
+        GError *error = nullptr;
+        const gint offset = atspi_text_get_offset_at_point(text, point.x(), point.y(),
+                                                           ATSPI_COORD_TYPE_SCREEN, &error);
+        if (!failed(error) && offset >= 0) {
+            AtspiTextRange *range = atspi_text_get_string_at_offset(
+                text, offset, ATSPI_TEXT_GRANULARITY_PARAGRAPH, &error);
+            if (!failed(error) && range) {
+                paragraph = QString::fromUtf8(range->content).trimmed();
+                g_free(range->content);
+                g_free(range);
+            }
+        }
+        g_object_unref(text);
+        if (paragraph && paragraph->isEmpty())
+            paragraph.reset();
+        return paragraph;
+    });
+}
+
+std::optional<qsizetype> UIElementUtilities::characterCount(const UIElement &element)
+{
+    if (!element)
+        return std::nullopt;
+    return onAtspiThread<std::optional<qsizetype>>([=]() -> std::optional<qsizetype> {
+        AtspiText *text = atspi_accessible_get_text_iface(element.accessible());
+        if (!text)
+            return std::nullopt;
+        GError *error = nullptr;
+        const gint count = atspi_text_get_character_count(text, &error);
+        g_object_unref(text);
+        if (failed(error))
+            return std::nullopt;
+        return qsizetype(count);
+    });
+}
+
+bool UIElementUtilities::replaceSelectedText(const UIElement &element, const QString &text)
+{
+    if (!element)
+        return false;
+    const bool qtToolkit = toolkitName(element).compare(u"qt", Qt::CaseInsensitive) == 0;
+    return onAtspiThread<bool>([=] {
+        AtspiAccessible *accessible = element.accessible();
+        if (!hasState(accessible, ATSPI_STATE_EDITABLE))
+            return false;
+        AtspiEditableText *editable = atspi_accessible_get_editable_text_iface(accessible);
+        AtspiText *textIface = atspi_accessible_get_text_iface(accessible);
+        bool done = false;
+        if (editable && textIface) {
+            GError *error = nullptr;
+            gint start = atspi_text_get_caret_offset(textIface, &error);
+            if (!failed(error)) {
+                gint end = start;
+                AtspiRange *range = atspi_text_get_selection(textIface, 0, &error);
+                if (!failed(error) && range && range->end_offset > range->start_offset) {
+                    start = range->start_offset;
+                    end = range->end_offset;
+                }
+                g_free(range);
+                if (end > start) {
+                    atspi_editable_text_delete_text(editable, start, end, &error);
+                    failed(error);
+                }
+                const QByteArray utf8 = text.toUtf8();
+                // Qt reads the length in UTF-16 code units, GTK in bytes.
+                const gint length = qtToolkit ? gint(text.size()) : gint(utf8.size());
+                if (!t_gaveUp) {
+                    atspi_editable_text_insert_text(editable, start, utf8.constData(), length,
+                                                    &error);
+                    failed(error);
+                }
+                // Read back: the calls' answers do not say whether the text changed.
+                const gint characters = gint(text.toUcs4().size());
+                const QString readBack = takeString(
+                    atspi_text_get_text(textIface, start, start + characters, &error));
+                done = !failed(error) && readBack == text;
+                if (done) {
+                    atspi_text_set_caret_offset(textIface, start + characters, &error);
+                    failed(error);
+                }
+            }
+        }
+        if (editable)
+            g_object_unref(editable);
+        if (textIface)
+            g_object_unref(textIface);
+        return done;
+    });
+}
+
+QString UIElementUtilities::toolkitName(const UIElement &element)
+{
+    if (!element)
+        return {};
+    return onAtspiThread<QString>([=] {
+        GError *error = nullptr;
+        QString name = takeString(atspi_accessible_get_toolkit_name(element.accessible(), &error));
+        return failed(error) ? QString() : name;
+    });
+}
