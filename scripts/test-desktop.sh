@@ -7,7 +7,8 @@
 #   --no-targets        do not start the two target applications
 #   --timeout SECONDS   stop COMMAND after this long (exit 124); default: no limit
 #   --screenshot PATH   on failure, save a screenshot of the desktop to PATH
-#   --qt-target PATH    the tolkaro-qt-target executable (default: found in the build tree)
+#   --qt-target PATH    the tolkaro-qt-target executable (default: from $BUILD_DIR, ./build,
+#                       the newest build*/ tree, or $PATH)
 #   -v, --verbose       say how long each step took
 # Environment: TOLKARO_DESKTOP_SCREENSHOT=PATH is the same as --screenshot;
 #   TOLKARO_QT_TARGET=PATH as --qt-target; TOLKARO_DESKTOP_STEP_TIMEOUT (seconds, default 15)
@@ -71,8 +72,11 @@ if [ "${1:-}" != "--inner" ]; then
     [ $# -gt 0 ] || { log "no command given"; usage; }
 
     if [ "$targets" = 1 ] && [ -z "$qt_target" ]; then
+        # $BUILD_DIR, ./build, the newest of the other build trees, then $PATH.
+        newest_build="$(ls -t "$root"/build*/tests/fixtures/tolkaro-qt-target 2>/dev/null | head -n 1)"
         for candidate in "${BUILD_DIR:-}/tests/fixtures/tolkaro-qt-target" \
-            "$root/build/tests/fixtures/tolkaro-qt-target" "$(command -v tolkaro-qt-target)"; do
+            "$root/build/tests/fixtures/tolkaro-qt-target" "$newest_build" \
+            "$(command -v tolkaro-qt-target)"; do
             [ -x "$candidate" ] && [ -f "$candidate" ] && { qt_target="$candidate"; break; }
         done
     fi

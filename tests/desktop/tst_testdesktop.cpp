@@ -1,0 +1,230 @@
+// The test desktop itself: keys sent through XTest reach the focused widget of real GTK and Qt
+// applications, and AT-SPI reads back what they show. Every later desktop test stands on this.
+
+#include "AtspiProbe.h"
+#include "platform/x11/XTestKeySender.h"
+
+#include <QProcess>
+#include <QtTest>
+
+#include <X11/keysym.h>
+
+namespace {
+
+// Key codes of the standard PC keyboard under Xvfb's default (US) mapping.
+constexpr uint8_t kLeftControl = 37;
+constexpr uint8_t kLeftShift = 50;
+constexpr uint8_t kRightShift = 62;
+constexpr uint8_t kKeyA = 38;
+constexpr uint8_t kKeyX = 53;
+
+const char kEntryName[] = "Target entry";
+const char kTextViewName[] = "Target text view";
+
+// Key codes in the order they are pressed (true) and released (false).
+using KeyStrokes = QList<QPair<int, bool>>;
+
+struct Target
+{
+    qint64 pid = 0;
+    QString title;
+};
+
+Target targetFromEnvironment(const QString &which)
+{
+    return {qEnvironmentVariable(qPrintable(QStringLiteral("TOLKARO_%1_TARGET_PID").arg(which)))
+                .toLongLong(),
+            qEnvironmentVariable(qPrintable(QStringLiteral("TOLKARO_%1_TARGET_TITLE").arg(which)))};
+}
+
+bool inject(const QStringList &steps)
+{
+    QProcess injector;
+    injector.start(QStringLiteral(TOLKARO_XTEST_INJECT), steps);
+    if (!injector.waitForFinished(30000))
+        return false;
+    if (injector.exitStatus() != QProcess::NormalExit || injector.exitCode() != 0) {
+        qWarning() << "tolkaro-xtest-inject:" << injector.readAllStandardError();
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+class TestDesktop : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void typedTextReachesTheFocusedWidget_data();
+    void typedTextReachesTheFocusedWidget();
+    void keyCodesReachTheFocusedWidget_data();
+    void keyCodesReachTheFocusedWidget();
+    void editMenuOffersCopyAndPaste_data();
+    void editMenuOffersCopyAndPaste();
+
+private:
+    // The named widget of the target's window, found through AT-SPI.
+    AtspiElement widget(const QString &target, const QString &name) const;
+    // Gives `element` the keyboard focus: a click on it, or a request through AT-SPI.
+    bool focus(const AtspiElement &element, const QString &how) const;
+
+    QHash<QString, Target> m_targets;
+};
+
+void TestDesktop::initTestCase()
+{
+    m_targets.insert(QStringLiteral("GTK"), targetFromEnvironment(QStringLiteral("GTK")));
+    m_targets.insert(QStringLiteral("QT"), targetFromEnvironment(QStringLiteral("QT")));
+    for (const Target &target : std::as_const(m_targets)) {
+        if (target.pid == 0)
+            QFAIL("no target applications: run this under scripts/test-desktop.sh");
+    }
+    QVERIFY2(AtspiProbe::init(), "no accessibility bus");
+    QVERIFY(XTestKeySender().isValid());
+}
+
+AtspiElement TestDesktop::widget(const QString &target, const QString &name) const
+{
+    const Target &info = m_targets.value(target);
+    const AtspiElement window = AtspiProbe::window(AtspiProbe::applicationByPid(info.pid),
+                                                   info.title);
+    return window.find(name, QStringLiteral("text"));
+}
+
+bool TestDesktop::focus(const AtspiElement &element, const QString &how) const
+{
+    if (how == QLatin1String("click")) {
+        const QRect rect = element.screenRect();
+        if (rect.isEmpty())
+            return false;
+        const QPoint center = rect.center();
+        if (!inject({QStringLiteral("click:%1,%2").arg(center.x()).arg(center.y())}))
+            return false;
+    } else if (!element.grabFocus()) {
+        return false;
+    }
+    return QTest::qWaitFor([&] { return element.isFocused(); }, 5000);
+}
+
+void TestDesktop::typedTextReachesTheFocusedWidget_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QString>("widgetName");
+    QTest::addColumn<QString>("focusBy");
+    QTest::addColumn<QString>("text");
+
+    const QString ascii = QStringLiteral("Hello, World! 1+1=2 (quoted \"text\")");
+    const QString nonAscii = QStringLiteral("Grüße, señor — naïve café €5");
+    for (const QString &target : {QStringLiteral("GTK"), QStringLiteral("QT")}) {
+        QTest::addRow("%s entry, clicked, ASCII", qPrintable(target))
+            << target << kEntryName << "click" << ascii;
+        QTest::addRow("%s entry, focused through AT-SPI, beyond the key map", qPrintable(target))
+            << target << kEntryName << "atspi" << nonAscii;
+        QTest::addRow("%s text view, clicked, two lines", qPrintable(target))
+            << target << kTextViewName << "click" << QStringLiteral("first line\nsecond line");
+    }
+}
+
+void TestDesktop::typedTextReachesTheFocusedWidget()
+{
+    QFETCH(QString, target);
+    QFETCH(QString, widgetName);
+    QFETCH(QString, focusBy);
+    QFETCH(QString, text);
+
+    AtspiElement element;
+    QVERIFY(QTest::qWaitFor([&] { return !(element = widget(target, widgetName)).isNull(); }));
+    QVERIFY(element.setText(QString()));
+    QTRY_COMPARE(element.text(), QString());
+    QVERIFY2(focus(element, focusBy), "the widget did not take the focus");
+
+    QVERIFY(inject({QStringLiteral("type:") + text}));
+    QTRY_COMPARE(element.text(), text);
+}
+
+void TestDesktop::keyCodesReachTheFocusedWidget_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QString>("initialText");
+    QTest::addColumn<KeyStrokes>("keys");
+    QTest::addColumn<QString>("expectedText");
+
+    const KeyStrokes leftShiftA{
+        {kLeftShift, true}, {kKeyA, true}, {kKeyA, false}, {kLeftShift, false}};
+    const KeyStrokes rightShiftA{
+        {kRightShift, true}, {kKeyA, true}, {kKeyA, false}, {kRightShift, false}};
+    // Ctrl+A selects all; x then replaces the selection.
+    const KeyStrokes selectAllThenX{{kLeftControl, true}, {kKeyA, true},
+                                                 {kKeyA, false},       {kLeftControl, false},
+                                                 {kKeyX, true},        {kKeyX, false}};
+    // Shift released before the key: a lower-case letter.
+    const KeyStrokes shiftReleasedFirst{
+        {kLeftShift, true}, {kLeftShift, false}, {kKeyA, true}, {kKeyA, false}};
+    for (const QString &target : {QStringLiteral("GTK"), QStringLiteral("QT")}) {
+        QTest::addRow("%s: left Shift + a", qPrintable(target))
+            << target << "abc" << leftShiftA << "abcA";
+        QTest::addRow("%s: right Shift + a", qPrintable(target))
+            << target << "abc" << rightShiftA << "abcA";
+        QTest::addRow("%s: left Ctrl + a, then x", qPrintable(target))
+            << target << "to be replaced" << selectAllThenX << "x";
+        QTest::addRow("%s: Shift released before a", qPrintable(target))
+            << target << "" << shiftReleasedFirst << "a";
+    }
+}
+
+void TestDesktop::keyCodesReachTheFocusedWidget()
+{
+    QFETCH(QString, target);
+    QFETCH(QString, initialText);
+    QFETCH(KeyStrokes, keys);
+    QFETCH(QString, expectedText);
+
+    AtspiElement entry;
+    QVERIFY(QTest::qWaitFor([&] { return !(entry = widget(target, kEntryName)).isNull(); }));
+    QVERIFY(focus(entry, QStringLiteral("click")));
+    QVERIFY(entry.setText(initialText));
+    QTRY_COMPARE(entry.text(), initialText);
+    // Put the caret at the end, where typing appends.
+    XTestKeySender sender;
+    sender.setAnnouncesToKeyMonitor(false);
+    QVERIFY(sender.tapKeysym(XK_End));
+
+    for (const auto &[keyCode, press] : keys)
+        QVERIFY(press ? sender.pressKeyCode(uint8_t(keyCode)) : sender.releaseKeyCode(uint8_t(keyCode)));
+    sender.sync();
+    QTRY_COMPARE(entry.text(), expectedText);
+    QVERIFY(sender.pressedKeyCodes().isEmpty());
+}
+
+void TestDesktop::editMenuOffersCopyAndPaste_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QString>("item");
+    QTest::addColumn<QString>("bindingEnd");
+
+    // GTK gives "<mnemonic>;<sequence>;<shortcut>", Qt the shortcut alone.
+    QTest::newRow("GTK Copy") << "GTK" << "Copy" << "<Primary>c";
+    QTest::newRow("GTK Paste") << "GTK" << "Paste" << "<Primary>v";
+    QTest::newRow("Qt Copy") << "QT" << "Copy" << "Ctrl+C";
+    QTest::newRow("Qt Paste") << "QT" << "Paste" << "Ctrl+V";
+}
+
+void TestDesktop::editMenuOffersCopyAndPaste()
+{
+    QFETCH(QString, target);
+    QFETCH(QString, item);
+    QFETCH(QString, bindingEnd);
+
+    const Target &info = m_targets.value(target);
+    const AtspiElement window =
+        AtspiProbe::window(AtspiProbe::applicationByPid(info.pid), info.title);
+    const AtspiElement menuItem = window.find(item, QStringLiteral("menu item"));
+    QVERIFY(!menuItem.isNull());
+    QVERIFY2(menuItem.keyBinding().endsWith(bindingEnd), qPrintable(menuItem.keyBinding()));
+}
+
+QTEST_GUILESS_MAIN(TestDesktop)
+#include "tst_testdesktop.moc"

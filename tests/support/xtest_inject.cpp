@@ -1,0 +1,347 @@
+// tolkaro-xtest-inject: plays a script of keyboard and pointer events through XTest, as a
+// user at the keyboard would, for the desktop tests and for trying things by hand.
+//
+//   tolkaro-xtest-inject [--display NAME] [--key-delay MS] STEP...
+//   tolkaro-xtest-inject [--display NAME] [--key-delay MS] -    (steps from stdin, one a line)
+//
+// Steps, played in order; "@MS" runs a step MS milliseconds after the start of the script
+// (steps without it follow the previous one at once):
+//   KEY:down[@MS]  KEY:up[@MS]  KEY:tap[@MS]   KEY = X key code (37) or keysym name (Control_L)
+//   move:X,Y[@MS]                              move the pointer to screen position X,Y
+//   click[:X,Y][@MS]                           left button press and release (after a move)
+//   button:N:down[@MS]  button:N:up[@MS]       pointer button N
+//   sleep:MS                                   pause
+//   type:TEXT                                  type TEXT (the rest of the step, spaces too);
+//                                              characters no key produces are typed through a
+//                                              spare key code mapped for the moment
+// Key codes and not key names for modifiers: left and right Control, Alt and Shift differ
+// only by key code, and that is what the key monitor sees.
+// Exits 0 when every step was sent, 2 on a bad step, 1 when the X server refused.
+
+#include "platform/x11/XTestKeySender.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <X11/XKBlib.h>
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Step
+{
+    QString action; // the step without its "@MS"
+    std::optional<int> atMs;
+};
+
+[[noreturn]] void badStep(const QString &step, const char *why)
+{
+    std::fprintf(stderr, "tolkaro-xtest-inject: bad step \"%s\": %s\n", qPrintable(step), why);
+    std::exit(2);
+}
+
+Step parseStep(const QString &text)
+{
+    Step step{text, std::nullopt};
+    if (text.startsWith(QLatin1String("type:")))
+        return step;
+    const qsizetype at = text.lastIndexOf(QLatin1Char('@'));
+    if (at >= 0) {
+        bool ok = false;
+        const int ms = text.mid(at + 1).toInt(&ok);
+        if (!ok || ms < 0)
+            badStep(text, "the time after @ is not a number of milliseconds");
+        step.action = text.left(at);
+        step.atMs = ms;
+    }
+    return step;
+}
+
+// Types characters that no key of the current mapping produces through one spare key code
+// (a key code without keysyms), mapped to each such character in turn and cleared at the end.
+class SpareKey
+{
+public:
+    explicit SpareKey(Display *display) : m_display(display) {}
+    ~SpareKey() { clear(); }
+
+    bool type(KeySym keysym)
+    {
+        if (!find())
+            return false;
+        std::vector<KeySym> syms(m_symsPerCode, NoSymbol);
+        syms[0] = keysym;
+        if (m_symsPerCode > 1)
+            syms[1] = keysym;
+        XChangeKeyboardMapping(m_display, m_keyCode, m_symsPerCode, syms.data(), 1);
+        XSync(m_display, False);
+        // Applications fetch the new mapping when its notification reaches them, which can be
+        // after a further change: leave them time before the spare key is remapped again.
+        XTestFakeKeyEvent(m_display, m_keyCode, True, CurrentTime);
+        XTestFakeKeyEvent(m_display, m_keyCode, False, CurrentTime);
+        XSync(m_display, False);
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        m_mapped = true;
+        return true;
+    }
+
+    void clear()
+    {
+        if (!m_mapped)
+            return;
+        std::vector<KeySym> syms(m_symsPerCode, NoSymbol);
+        XChangeKeyboardMapping(m_display, m_keyCode, m_symsPerCode, syms.data(), 1);
+        XSync(m_display, False);
+        m_mapped = false;
+    }
+
+private:
+    bool find()
+    {
+        if (m_keyCode)
+            return true;
+        int minKeyCode = 0, maxKeyCode = 0;
+        XDisplayKeycodes(m_display, &minKeyCode, &maxKeyCode);
+        int symsPerCode = 0;
+        KeySym *map = XGetKeyboardMapping(m_display, KeyCode(minKeyCode),
+                                          maxKeyCode - minKeyCode + 1, &symsPerCode);
+        if (!map)
+            return false;
+        for (int keyCode = maxKeyCode; keyCode >= minKeyCode && !m_keyCode; --keyCode) {
+            const KeySym *syms = map + (keyCode - minKeyCode) * symsPerCode;
+            bool empty = true;
+            for (int i = 0; i < symsPerCode; ++i)
+                empty = empty && syms[i] == NoSymbol;
+            if (empty)
+                m_keyCode = KeyCode(keyCode);
+        }
+        XFree(map);
+        m_symsPerCode = symsPerCode;
+        return m_keyCode != 0;
+    }
+
+    Display *m_display;
+    KeyCode m_keyCode = 0;
+    int m_symsPerCode = 0;
+    bool m_mapped = false;
+};
+
+KeySym keysymForCharacter(char32_t c)
+{
+    if (c == U'\n')
+        return XK_Return;
+    if (c == U'\t')
+        return XK_Tab;
+    // Latin-1 keysyms are the code points; the rest of Unicode is offset by 0x1000000.
+    if ((c >= 0x20 && c <= 0x7e) || (c >= 0xa0 && c <= 0xff))
+        return KeySym(c);
+    return KeySym(0x1000000 + c);
+}
+
+class Player
+{
+public:
+    Player(XTestKeySender &sender, int keyDelayMs)
+        : m_sender(sender), m_display(sender.display()), m_spareKey(sender.display()),
+          m_keyDelayMs(keyDelayMs)
+    {}
+
+    bool play(const std::vector<Step> &steps)
+    {
+        const Clock::time_point start = Clock::now();
+        for (const Step &step : steps) {
+            if (step.atMs)
+                std::this_thread::sleep_until(start + std::chrono::milliseconds(*step.atMs));
+            if (!run(step.action))
+                return false;
+        }
+        m_spareKey.clear();
+        m_sender.sync();
+        return true;
+    }
+
+private:
+    bool run(const QString &action)
+    {
+        if (action.startsWith(QLatin1String("type:")))
+            return typeText(action.mid(5));
+        const QStringList parts = action.split(QLatin1Char(':'));
+        const QString &head = parts.first();
+        if (head == QLatin1String("sleep") && parts.size() == 2) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(number(action, parts[1])));
+            return true;
+        }
+        if (head == QLatin1String("move") && parts.size() == 2)
+            return moveTo(action, parts[1]);
+        if (head == QLatin1String("click") && parts.size() <= 2) {
+            if (parts.size() == 2 && !moveTo(action, parts[1]))
+                return false;
+            return button(1, true) && button(1, false);
+        }
+        if (head == QLatin1String("button") && parts.size() == 3)
+            return button(number(action, parts[1]), upOrDown(action, parts[2]));
+        if (parts.size() != 2)
+            badStep(action, "expected KEY:down, KEY:up or KEY:tap");
+        const uint8_t keyCode = keyCodeOf(action, head);
+        if (parts[1] == QLatin1String("tap"))
+            return m_sender.pressKeyCode(keyCode) && m_sender.releaseKeyCode(keyCode);
+        return upOrDown(action, parts[1]) ? m_sender.pressKeyCode(keyCode)
+                                          : m_sender.releaseKeyCode(keyCode);
+    }
+
+    uint8_t keyCodeOf(const QString &action, const QString &key)
+    {
+        bool isNumber = false;
+        const int code = key.toInt(&isNumber);
+        if (isNumber) {
+            if (code < 8 || code > 255)
+                badStep(action, "key codes run from 8 to 255");
+            return uint8_t(code);
+        }
+        const KeySym keysym = XStringToKeysym(key.toLatin1().constData());
+        if (keysym == NoSymbol)
+            badStep(action, "unknown keysym name");
+        const uint8_t keyCode = m_sender.keyCodeForKeysym(uint32_t(keysym));
+        if (keyCode == 0)
+            badStep(action, "no key produces this keysym");
+        return keyCode;
+    }
+
+    static int number(const QString &action, const QString &text)
+    {
+        bool ok = false;
+        const int value = text.toInt(&ok);
+        if (!ok || value < 0)
+            badStep(action, "expected a number");
+        return value;
+    }
+
+    static bool upOrDown(const QString &action, const QString &text)
+    {
+        if (text == QLatin1String("down"))
+            return true;
+        if (text != QLatin1String("up"))
+            badStep(action, "expected down or up");
+        return false;
+    }
+
+    bool moveTo(const QString &action, const QString &position)
+    {
+        const QStringList xy = position.split(QLatin1Char(','));
+        if (xy.size() != 2)
+            badStep(action, "expected X,Y");
+        const bool sent = XTestFakeMotionEvent(m_display, -1, number(action, xy[0]),
+                                               number(action, xy[1]), CurrentTime);
+        XFlush(m_display);
+        return sent;
+    }
+
+    bool button(int number, bool press)
+    {
+        const bool sent = XTestFakeButtonEvent(m_display, unsigned(number), press, CurrentTime);
+        XFlush(m_display);
+        return sent;
+    }
+
+    bool typeText(const QString &text)
+    {
+        for (char32_t c : text.toUcs4()) {
+            const KeySym keysym = keysymForCharacter(c);
+            const bool sent = m_sender.keyCodeForKeysym(uint32_t(keysym))
+                                  ? m_sender.tapKeysym(uint32_t(keysym))
+                                  : m_spareKey.type(keysym);
+            if (!sent)
+                return false;
+            if (m_keyDelayMs > 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(m_keyDelayMs));
+        }
+        return true;
+    }
+
+    XTestKeySender &m_sender;
+    Display *m_display;
+    SpareKey m_spareKey;
+    int m_keyDelayMs;
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QString displayName;
+    int keyDelayMs = 2;
+    QStringList stepTexts;
+    bool fromStdin = false;
+    for (int i = 1; i < argc; ++i) {
+        const QString arg = QString::fromLocal8Bit(argv[i]);
+        if ((arg == QLatin1String("--display") || arg == QLatin1String("--key-delay"))
+            && i + 1 < argc) {
+            const QString value = QString::fromLocal8Bit(argv[++i]);
+            if (arg == QLatin1String("--display"))
+                displayName = value;
+            else
+                keyDelayMs = value.toInt();
+        } else if (arg == QLatin1String("-")) {
+            fromStdin = true;
+        } else if (arg == QLatin1String("-h") || arg == QLatin1String("--help")) {
+            std::fprintf(stderr, "usage: tolkaro-xtest-inject [--display NAME] [--key-delay MS] "
+                                 "STEP... | -\n(see the top of tests/support/xtest_inject.cpp)\n");
+            return 0;
+        } else {
+            stepTexts.append(arg);
+        }
+    }
+    if (fromStdin || stepTexts.isEmpty()) {
+        std::string line;
+        while (std::getline(std::cin, line)) {
+            const QString text = QString::fromStdString(line);
+            const QString trimmed = text.trimmed();
+            if (trimmed.isEmpty() || trimmed.startsWith(QLatin1Char('#')))
+                continue;
+            // A typed text keeps its spaces; other lines may hold several steps.
+            if (trimmed.startsWith(QLatin1String("type:")))
+                stepTexts.append(text.mid(text.indexOf(QLatin1String("type:"))));
+            else
+                stepTexts.append(trimmed.split(QLatin1Char(' '), Qt::SkipEmptyParts));
+        }
+    }
+
+    std::vector<Step> steps;
+    int lastMs = 0;
+    for (const QString &text : stepTexts) {
+        steps.push_back(parseStep(text));
+        if (steps.back().atMs) {
+            if (*steps.back().atMs < lastMs)
+                badStep(text, "times must not go back");
+            lastMs = *steps.back().atMs;
+        }
+    }
+
+    XTestKeySender sender(displayName);
+    // These keystrokes are the user's, whoever watches them.
+    sender.setAnnouncesToKeyMonitor(false);
+    if (!sender.isValid()) {
+        std::fprintf(stderr, "tolkaro-xtest-inject: cannot open X display \"%s\" with XTest\n",
+                     qPrintable(displayName.isEmpty() ? qEnvironmentVariable("DISPLAY")
+                                                      : displayName));
+        return 1;
+    }
+    Player player(sender, keyDelayMs);
+    if (!player.play(steps)) {
+        std::fprintf(stderr, "tolkaro-xtest-inject: the X server refused an event\n");
+        return 1;
+    }
+    return 0;
+}
