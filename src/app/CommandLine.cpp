@@ -1,1 +1,163 @@
-// placeholder
+#include "CommandLine.h"
+
+#include "common/Log.h"
+#include "languages/LanguageTable.h"
+#include "settings/Preferences.h"
+#include "translation/GoogleTranslateByURL.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+namespace {
+
+// Options that belong to Qt's GUI application object (it takes them out of argv itself).
+// Known here only so that "tolkaro -platform xcb" still starts the tray application.
+struct GuiOption
+{
+    const char *name;
+    bool takesValue;
+};
+constexpr GuiOption kGuiApplicationOptions[] = {
+    {"platform", true},        {"platformpluginpath", true},
+    {"platformtheme", true},   {"plugin", true},
+    {"qwindowgeometry", true}, {"qwindowicon", true},
+    {"qwindowtitle", true},    {"session", true},
+    {"display", true},         {"geometry", true},
+    {"style", true},           {"stylesheet", true},
+    {"reverse", false},        {"widgetcount", false},
+    {"sync", false},
+};
+
+void printLine(std::FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    std::fprintf(stream, "%s\n", bytes.constData());
+    std::fflush(stream);
+}
+
+} // namespace
+
+CommandLine::CommandLine(const QStringList &arguments)
+    : m_translateOption(QStringLiteral("translate"),
+                        QStringLiteral("Translate <text>, print the translation and exit."),
+                        QStringLiteral("text")),
+      m_toOption(QStringLiteral("to"),
+                 QStringLiteral("Destination language code for --translate (for example de, "
+                                "zh-CN). Default: the language Tolkaro currently translates into."),
+                 QStringLiteral("code")),
+      m_quietOption({QStringLiteral("q"), QStringLiteral("quiet")},
+                    QStringLiteral("With --translate: no log lines on stderr, only the error.")),
+      m_typingModeOption(QStringLiteral("typing-mode"),
+                         QStringLiteral("Open or close the typing panel of the running Tolkaro.")),
+      m_helpOption({QStringLiteral("h"), QStringLiteral("help")},
+                   QStringLiteral("Show this help and exit.")),
+      m_versionOption({QStringLiteral("v"), QStringLiteral("version")},
+                      QStringLiteral("Show the version and exit."))
+{
+    m_parser.setApplicationDescription(
+        QStringLiteral("Translates the text under the pointer. Without options, Tolkaro starts "
+                       "in the system tray."));
+    // "-platform xcb" is one option, not the letters p, l, a, ...
+    m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    m_parser.addOptions({m_translateOption, m_toOption, m_quietOption, m_typingModeOption,
+                         m_helpOption, m_versionOption});
+    for (const GuiOption &guiOption : kGuiApplicationOptions) {
+        QCommandLineOption option(QString::fromLatin1(guiOption.name));
+        if (guiOption.takesValue)
+            option.setValueName(QStringLiteral("value"));
+        option.setFlags(QCommandLineOption::HiddenFromHelp);
+        m_parser.addOption(option);
+    }
+
+    if (!m_parser.parse(arguments)) {
+        m_action = Action::Error;
+        m_errorText = m_parser.errorText();
+    } else if (!m_parser.positionalArguments().isEmpty()) {
+        m_action = Action::Error;
+        m_errorText = QStringLiteral("Unexpected argument '%1'.")
+                          .arg(m_parser.positionalArguments().constFirst());
+    } else if (m_parser.isSet(m_helpOption)) {
+        m_action = Action::Help;
+    } else if (m_parser.isSet(m_versionOption)) {
+        m_action = Action::Version;
+    } else if (m_parser.isSet(m_translateOption) && m_parser.isSet(m_typingModeOption)) {
+        m_action = Action::Error;
+        m_errorText = QStringLiteral("--translate and --typing-mode cannot be combined.");
+    } else if (m_parser.isSet(m_translateOption)) {
+        m_action = Action::Translate;
+    } else if (m_parser.isSet(m_typingModeOption)) {
+        m_action = Action::TypingMode;
+    } else if (m_parser.isSet(m_toOption) || m_parser.isSet(m_quietOption)) {
+        m_action = Action::Error;
+        m_errorText = QStringLiteral("--to and --quiet only go with --translate.");
+    } else {
+        m_action = Action::RunTray;
+    }
+}
+
+int CommandLine::run(QCoreApplication &application)
+{
+    switch (m_action) {
+    case Action::Help:
+        std::fputs(qPrintable(m_parser.helpText()), stdout);
+        std::fflush(stdout);
+        return 0;
+    case Action::Version:
+        printLine(stdout, QStringLiteral("%1 %2").arg(QCoreApplication::applicationName(),
+                                                      QCoreApplication::applicationVersion()));
+        return 0;
+    case Action::Error:
+        printLine(stderr, QStringLiteral("tolkaro: %1").arg(m_errorText));
+        printLine(stderr, QStringLiteral("Try 'tolkaro --help' for more information."));
+        return 1;
+    case Action::TypingMode:
+        return toggleTypingModeOfRunningInstance();
+    case Action::Translate:
+        return translate(application);
+    case Action::RunTray:
+        break;
+    }
+    return 1;
+}
+
+int CommandLine::translate(QCoreApplication &application)
+{
+    if (m_parser.isSet(m_quietOption))
+        tolkaro::setLogSink([](const QString &) {});
+
+    Preferences preferences;
+    QString targetLanguage = m_parser.value(m_toOption);
+    if (!m_parser.isSet(m_toOption)) {
+        const LanguageSelection selection(preferences);
+        targetLanguage =
+            selection.getPreviouslyUsedLanguage(LanguageSelection::systemPreferredLanguages()).code;
+    }
+
+    // The completion may run before translateText() returns (a URL that cannot be formed),
+    // so the event loop only runs when the answer is still to come.
+    bool finished = false;
+    int exitCode = 1;
+    GoogleTranslateByURL client(preferences.translationServiceURL());
+    client.translateText(m_parser.value(m_translateOption), targetLanguage,
+                         [&](bool success, const QString &translatedText, const QString &,
+                             const QString &errorMessage) {
+                             if (success)
+                                 printLine(stdout, translatedText);
+                             else
+                                 printLine(stderr, errorMessage);
+                             exitCode = success ? 0 : 1;
+                             finished = true;
+                             application.exit(exitCode);
+                         });
+    if (!finished)
+        application.exec();
+    return exitCode;
+}
+
+int toggleTypingModeOfRunningInstance()
+{
+    // Filled in by the typing mode: it asks the running instance over the session bus.
+    printLine(stderr, QStringLiteral("tolkaro: --typing-mode is not available yet."));
+    return 1;
+}

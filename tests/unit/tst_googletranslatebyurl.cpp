@@ -257,8 +257,9 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
         << QStringLiteral("data is nil :(. Response: (null), error: The request timed out.");
     QTest::newRow("answer trickling forever ends at the 4 s bound")
         << Answer::of(Behaviour::TrickleForever) << false << QString() << QString() << kNoData
-        << QStringLiteral("data is nil :(. Response: { URL: http://127.0.0.1:*/translate_a/single?*"
-                          " } { Status Code: 200 }, error: The request timed out.");
+        << QStringLiteral("data is nil :(. Response: { URL: http://127.0.0.1:*/translate_a/single?"
+                          "client=gtx&sl=auto&tl=de&dt=t&q=Hello+%26+good%2Bbye } { Status Code: "
+                          "200 }, error: The request timed out.");
 }
 
 void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
@@ -273,7 +274,8 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
     m_server->setDefaultAnswer(answer);
     GoogleTranslateByURL client(m_server->baseUrl());
     Outcome outcome;
-    client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    client.translateText(QStringLiteral("Hello & good+bye"), QStringLiteral("de"),
+                         outcome.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
 
     QCOMPARE(outcome.success, success);

@@ -45,9 +45,9 @@ bool parseJsonFragment(const QByteArray &wrappedText, QJsonValue &value, QString
     const QJsonDocument document = QJsonDocument::fromJson(wrappedText, &parseError);
     if (parseError.error != QJsonParseError::NoError) {
         // Offsets are reported in the text as given, without the added bracket.
-        errorText = QStringLiteral("%1 at offset %2")
-                        .arg(parseError.errorString())
-                        .arg(qMax(0, parseError.offset - 1));
+        errorText =
+            QStringLiteral("%1 at offset %2")
+                .arg(parseError.errorString(), QString::number(qMax(0, parseError.offset - 1)));
         return false;
     }
     const QJsonArray wrapper = document.array();

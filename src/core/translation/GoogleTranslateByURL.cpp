@@ -42,9 +42,9 @@ QString describeResponse(const QNetworkReply *reply)
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (!status.isValid())
         return QStringLiteral("(null)");
+    // One arg() call: the URL's own percent escapes must not be taken for placeholders.
     return QStringLiteral("{ URL: %1 } { Status Code: %2 }")
-        .arg(reply->url().toString(QUrl::FullyEncoded))
-        .arg(status.toInt());
+        .arg(reply->url().toString(QUrl::FullyEncoded), QString::number(status.toInt()));
 }
 
 QString describeError(const QNetworkReply *reply)
