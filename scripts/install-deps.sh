@@ -12,6 +12,7 @@ PACKAGES=(
   # the test desktop
   xvfb openbox trayer dbus-x11 dbus-bin at-spi2-core x11-utils xclip xdotool imagemagick
   python3 python3-gi gir1.2-gtk-3.0 gir1.2-atspi-2.0 python3-dbus
+  dbus-daemon libglib2.0-bin coreutils
   qt6-qpa-plugins fonts-dejavu-core fonts-noto-color-emoji
   # certificates made at test time (hostile endpoints)
   openssl
