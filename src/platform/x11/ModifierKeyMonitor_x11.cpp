@@ -24,10 +24,9 @@ constexpr quint16 kXInputMajor = 2;
 constexpr quint16 kXInputMinor = 2;
 
 // Keysyms of the modifier keys, from X11/keysymdef.h.
-constexpr xcb_keysym_t kShiftL = 0xffe1, kShiftR = 0xffe2, kControlL = 0xffe3,
-                       kControlR = 0xffe4, kMetaL = 0xffe7, kMetaR = 0xffe8, kAltL = 0xffe9,
-                       kAltR = 0xffea, kSuperL = 0xffeb, kSuperR = 0xffec,
-                       kIsoLevel3Shift = 0xfe03;
+constexpr xcb_keysym_t kShiftL = 0xffe1, kShiftR = 0xffe2, kControlL = 0xffe3, kControlR = 0xffe4,
+                       kMetaL = 0xffe7, kMetaR = 0xffe8, kAltL = 0xffe9, kAltR = 0xffea,
+                       kSuperL = 0xffeb, kSuperR = 0xffec, kIsoLevel3Shift = 0xfe03;
 
 struct FreeDeleter
 {
@@ -54,17 +53,26 @@ constexpr Role kModifierRoles[] = {
     {kShiftL, ModifierKeyMonitorX11::kLeftShiftKeyCode, ModifierKeyMonitorX11::kShiftFlag},
     {kShiftR, ModifierKeyMonitorX11::kRightShiftKeyCode, ModifierKeyMonitorX11::kShiftFlag},
     {kSuperL, ModifierKeyMonitorX11::kLeftCommandKeyCode, ModifierKeyMonitorX11::kCommandFlag},
-    {kSuperR, ModifierKeyMonitorX11::kRightCommandKeyCode,
-     ModifierKeyMonitorX11::kCommandFlag},
+    {kSuperR, ModifierKeyMonitorX11::kRightCommandKeyCode, ModifierKeyMonitorX11::kCommandFlag},
 };
+
+// XInput 2 events travel as generic events: a server can announce XInput 2.2 with the
+// Generic Event Extension switched off, and then never deliver one.
+bool hasGenericEvents(xcb_connection_t *connection)
+{
+    static const char kName[] = "Generic Event Extension";
+    XcbReply<xcb_query_extension_reply_t> reply(xcb_query_extension_reply(
+        connection, xcb_query_extension(connection, sizeof(kName) - 1, kName), nullptr));
+    return reply && reply->present;
+}
 
 // Opens a connection and checks that it offers XInput 2.2. On failure logs why and
 // answers null.
 xcb_connection_t *openConnection(const QString &displayName, quint8 *xinputOpcode)
 {
     const QByteArray name = displayName.toLocal8Bit();
-    xcb_connection_t *connection = xcb_connect(name.isEmpty() ? nullptr : name.constData(),
-                                               nullptr);
+    xcb_connection_t *connection =
+        xcb_connect(name.isEmpty() ? nullptr : name.constData(), nullptr);
     if (xcb_connection_has_error(connection)) {
         xcb_disconnect(connection);
         tolkaro::logLine(QStringLiteral("Key monitor: cannot open the X display"));
@@ -72,14 +80,15 @@ xcb_connection_t *openConnection(const QString &displayName, quint8 *xinputOpcod
     }
     const xcb_query_extension_reply_t *extension =
         xcb_get_extension_data(connection, &xcb_input_id);
-    bool usable = extension && extension->present;
+    bool usable = extension && extension->present && hasGenericEvents(connection);
     if (usable) {
         XcbReply<xcb_input_xi_query_version_reply_t> version(xcb_input_xi_query_version_reply(
             connection, xcb_input_xi_query_version(connection, kXInputMajor, kXInputMinor),
             nullptr));
-        usable = version && (version->major_version > kXInputMajor ||
-                             (version->major_version == kXInputMajor &&
-                              version->minor_version >= kXInputMinor));
+        usable =
+            version &&
+            (version->major_version > kXInputMajor ||
+             (version->major_version == kXInputMajor && version->minor_version >= kXInputMinor));
     }
     if (!usable) {
         xcb_disconnect(connection);
@@ -159,8 +168,8 @@ bool ModifierKeyMonitorX11::install()
     refreshXTestDevices();
     resyncPressedKeys();
 
-    m_notifier = new QSocketNotifier(xcb_get_file_descriptor(m_connection),
-                                     QSocketNotifier::Read, this);
+    m_notifier =
+        new QSocketNotifier(xcb_get_file_descriptor(m_connection), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &ModifierKeyMonitorX11::readEvents);
     // The round trips above may have queued events already; the socket will not say so.
     readEvents();

@@ -1,0 +1,233 @@
+// The accessibility trust monitor against the session's real accessibility bus and X server:
+// the trust question follows IsEnabled as another program sets it, and the monitor's checks
+// drive the status menu, the key monitor, the permission dialog (once), the refusal and the
+// fatal alert in the right order. The check period is shortened; the tests wait for checks
+// to happen, they never time them.
+
+#include "common/Log.h"
+#include "platform/x11/ModifierKeyMonitor_x11.h"
+#include "system/AccessibilityTrust.h"
+#include "system/TrustAlerts.h"
+#include "system/TrustMonitor.h"
+#include "system/UsageReporter.h"
+
+#include <QProcess>
+#include <QtTest>
+
+namespace {
+
+constexpr std::chrono::milliseconds kShortCheckPeriod{30};
+const QString kNoSuchDisplay = QStringLiteral(":4711");
+
+// Sets IsEnabled as another program would (a settings panel, a screen reader).
+bool setIsEnabledFromOutside(bool enabled)
+{
+    QProcess gdbus;
+    gdbus.start(QStringLiteral("gdbus"),
+                {QStringLiteral("call"), QStringLiteral("--session"), QStringLiteral("--timeout"),
+                 QStringLiteral("5"), QStringLiteral("--dest"), QStringLiteral("org.a11y.Bus"),
+                 QStringLiteral("--object-path"), QStringLiteral("/org/a11y/bus"),
+                 QStringLiteral("--method"), QStringLiteral("org.freedesktop.DBus.Properties.Set"),
+                 QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
+                 enabled ? QStringLiteral("<true>") : QStringLiteral("<false>")});
+    return gdbus.waitForFinished(10000) && gdbus.exitStatus() == QProcess::NormalExit &&
+           gdbus.exitCode() == 0;
+}
+
+// Alerts answered from a list, each one written to the journal.
+class ScriptedAlerts : public TrustAlerts
+{
+public:
+    ScriptedAlerts(QStringList &journal, QList<bool> answers)
+        : m_journal(journal), m_answers(std::move(answers))
+    {
+    }
+    bool askForPermission() override
+    {
+        m_journal << QStringLiteral("ask");
+        return m_answers.isEmpty() ? false : m_answers.takeFirst();
+    }
+    void showRefusalAlert() override { m_journal << QStringLiteral("refusal alert"); }
+    void showMonitorFailureAlert() override { m_journal << QStringLiteral("failure alert"); }
+
+private:
+    QStringList &m_journal;
+    QList<bool> m_answers;
+};
+
+using Actions = QMap<int, QString>; // after check N: "revoke", "grant" or "menu item"
+
+} // namespace
+
+class TestTrustMonitor : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+    void trustFollowsTheAccessibilityBus_data();
+    void trustFollowsTheAccessibilityBus();
+    void checksDriveMenusMonitorAndAlerts_data();
+    void checksDriveMenusMonitorAndAlerts();
+};
+
+void TestTrustMonitor::initTestCase()
+{
+    if (qEnvironmentVariableIsEmpty("DISPLAY") ||
+        qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
+        QFAIL("no desktop: run this under scripts/test-desktop.sh");
+}
+
+void TestTrustMonitor::cleanup()
+{
+    tolkaro::setLogSink({});
+    QVERIFY(setIsEnabledFromOutside(true));
+}
+
+void TestTrustMonitor::trustFollowsTheAccessibilityBus_data()
+{
+    QTest::addColumn<bool>("isEnabled");
+    QTest::addColumn<QString>("monitorDisplay");
+    QTest::addColumn<bool>("expectedTrusted");
+
+    QTest::newRow("accessibility on, key monitor installable") << true << QString() << true;
+    QTest::newRow("accessibility off") << false << QString() << false;
+    QTest::newRow("accessibility on, no X server for the key monitor")
+        << true << kNoSuchDisplay << false;
+}
+
+void TestTrustMonitor::trustFollowsTheAccessibilityBus()
+{
+    QFETCH(bool, isEnabled);
+    QFETCH(QString, monitorDisplay);
+    QFETCH(bool, expectedTrusted);
+
+    ModifierKeyMonitorX11 monitor(monitorDisplay, QStringLiteral("Super_L"));
+    AccessibilityTrust trust([&] { return monitor.canInstall(); });
+
+    QVERIFY(setIsEnabledFromOutside(isEnabled));
+    QCOMPARE(trust.isAccessibilityEnabled(), isEnabled);
+    QCOMPARE(trust.isProcessTrusted(), expectedTrusted);
+    // Asking installs nothing.
+    QVERIFY(!monitor.isInstalled());
+
+    // Turned around from outside, the next question sees it.
+    QVERIFY(setIsEnabledFromOutside(!isEnabled));
+    QCOMPARE(trust.isAccessibilityEnabled(), !isEnabled);
+
+    // And from here: what the prompt does.
+    QVERIFY(trust.setAccessibilityEnabled(isEnabled));
+    QCOMPARE(trust.isAccessibilityEnabled(), isEnabled);
+}
+
+void TestTrustMonitor::checksDriveMenusMonitorAndAlerts_data()
+{
+    QTest::addColumn<bool>("enabledAtStart");
+    QTest::addColumn<bool>("monitorInstallable");
+    QTest::addColumn<QList<bool>>("answers");
+    QTest::addColumn<Actions>("actions");
+    QTest::addColumn<int>("checks");
+    QTest::addColumn<QStringList>("expected");
+
+    const QString notTrusted = QStringLiteral("log: Checking... Tolkaro is not trusted");
+    const QString trustedMenu = QStringLiteral("menu: trusted");
+    const QString untrustedMenu = QStringLiteral("menu: not trusted");
+    const QString listening = QStringLiteral("checked: trusted, monitor installed");
+    const QString waiting = QStringLiteral("checked: not trusted, no monitor");
+    const QString agreed =
+        QStringLiteral("usage: ") + QString::fromLatin1(UsageEvents::kAccessibilityConsentGiven);
+    const QString declined =
+        QStringLiteral("usage: ") + QString::fromLatin1(UsageEvents::kAccessibilityConsentDeclined);
+
+    QTest::newRow("trusted at start: no dialog, monitor kept, menu set every time")
+        << true << true << QList<bool>{} << Actions{} << 3
+        << QStringList{trustedMenu, listening, trustedMenu, listening, trustedMenu, listening};
+    QTest::newRow("not trusted at start, the user agrees: accessibility switched on")
+        << false << true << QList<bool>{true} << Actions{} << 2
+        << QStringList{notTrusted, untrustedMenu, "ask", agreed, waiting, trustedMenu, listening};
+    QTest::newRow("not trusted at start, the user declines: refusal and the end")
+        << false << true << QList<bool>{false} << Actions{} << 0
+        << QStringList{notTrusted, untrustedMenu, "ask", declined, "refusal alert", "terminate"};
+    QTest::newRow("revoked and granted again: monitor removed and back, no second dialog")
+        << false << true << QList<bool>{true} << Actions{{2, "revoke"}, {4, "grant"}} << 5
+        << QStringList{notTrusted,  untrustedMenu, "ask",      agreed,        waiting,
+                       trustedMenu, listening,     notTrusted, untrustedMenu, waiting,
+                       notTrusted,  untrustedMenu, waiting,    trustedMenu,   listening};
+    QTest::newRow("the menu item switches accessibility on")
+        << false << true << QList<bool>{true} << Actions{{2, "revoke"}, {3, "menu item"}} << 4
+        << QStringList{notTrusted, untrustedMenu, "ask",         agreed,  waiting,     trustedMenu,
+                       listening,  notTrusted,    untrustedMenu, waiting, trustedMenu, listening};
+    QTest::newRow("trusted but the key monitor cannot be installed: fatal alert")
+        << true << false << QList<bool>{} << Actions{} << 0
+        << QStringList{trustedMenu, "log: Key monitor: cannot open the X display", "failure alert",
+                       "terminate"};
+}
+
+void TestTrustMonitor::checksDriveMenusMonitorAndAlerts()
+{
+    QFETCH(bool, enabledAtStart);
+    QFETCH(bool, monitorInstallable);
+    QFETCH(QList<bool>, answers);
+    QFETCH(Actions, actions);
+    QFETCH(int, checks);
+    QFETCH(QStringList, expected);
+
+    QStringList journal;
+    tolkaro::setLogSink([&](const QString &line) { journal << QStringLiteral("log: ") + line; });
+    QVERIFY(setIsEnabledFromOutside(enabledAtStart));
+
+    ModifierKeyMonitorX11 monitor(monitorInstallable ? QString() : kNoSuchDisplay,
+                                  QStringLiteral("Super_L"));
+    // The monitor that will not install is still reported installable, as in a session
+    // whose X server goes away between the question and the installation.
+    AccessibilityTrust trust([&] { return monitorInstallable ? monitor.canInstall() : true; });
+    ScriptedAlerts alerts(journal, answers);
+    bool terminated = false;
+    TrustMonitor::Hooks hooks;
+    hooks.showStatusMenu = [&](bool trusted) {
+        journal << (trusted ? QStringLiteral("menu: trusted")
+                            : QStringLiteral("menu: not trusted"));
+    };
+    hooks.reportUsageEvent = [&](const QString &event) { journal << "usage: " + event; };
+    hooks.terminate = [&] {
+        journal << QStringLiteral("terminate");
+        terminated = true;
+    };
+    auto trustMonitor =
+        std::make_unique<TrustMonitor>(trust, monitor, alerts, hooks, kShortCheckPeriod);
+
+    int checksDone = 0;
+    connect(trustMonitor.get(), &TrustMonitor::checked, this, [&](bool trusted) {
+        journal << QStringLiteral("checked: %1, %2")
+                       .arg(trusted ? "trusted" : "not trusted",
+                            monitor.isInstalled() ? "monitor installed" : "no monitor");
+        ++checksDone;
+        const QString action = actions.value(checksDone);
+        if (action == QLatin1String("revoke"))
+            QVERIFY(setIsEnabledFromOutside(false));
+        else if (action == QLatin1String("grant"))
+            QVERIFY(setIsEnabledFromOutside(true));
+        else if (action == QLatin1String("menu item"))
+            trustMonitor->makeTrustedMenuItem();
+    });
+
+    trustMonitor->startRegularlyCheckingIfProcessIsTrusted();
+    if (checks > 0) {
+        QVERIFY(QTest::qWaitFor([&] { return checksDone >= checks; }, 20000));
+        QVERIFY(!terminated);
+    } else {
+        QVERIFY(terminated);
+        // The process would be gone: no check may follow, however long one waits.
+        QTest::qWait(int(kShortCheckPeriod.count()) * 5);
+        QCOMPARE(checksDone, 0);
+    }
+    QCOMPARE(trustMonitor->hasShownPermissionDialog(), !answers.isEmpty());
+    trustMonitor.reset(); // no further checks
+    QCOMPARE(journal.mid(0, expected.size()), expected);
+    if (checks == 0)
+        QCOMPARE(journal.size(), expected.size());
+}
+
+QTEST_MAIN(TestTrustMonitor)
+#include "tst_trustmonitor.moc"
