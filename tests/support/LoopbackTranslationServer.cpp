@@ -110,6 +110,7 @@ private:
             const qsizetype bodyLength = request.headerValue("Content-Length").toLongLong();
             if (connection->buffer.size() < consumed + bodyLength)
                 return;
+            request.body = connection->buffer.mid(consumed, bodyLength);
             consumed += bodyLength;
             connection->buffer.remove(0, consumed);
             std::function<void(const RecordedRequest &)> observer;

@@ -77,6 +77,7 @@ public:
     {
         QByteArray requestLine;                       // "GET /path?query HTTP/1.1"
         QList<QPair<QByteArray, QByteArray>> headers; // in the order sent, as sent
+        QByteArray body;                              // as sent (Content-Length bytes)
         QByteArray method() const;
         QByteArray target() const;                            // "/path?query"
         QByteArray headerValue(const QByteArray &name) const; // case-insensitive; null if absent

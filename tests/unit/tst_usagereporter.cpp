@@ -1,0 +1,132 @@
+#include "LoopbackTranslationServer.h"
+
+#include "settings/Preferences.h"
+#include "system/UsageReporter.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+class TestUsageReporter : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void sentOnlyWhenTurnedOn_data();
+    void sentOnlyWhenTurnedOn();
+    void settingsReadAtEveryReport();
+
+private:
+    // Sends a last event through a reporter that is surely on, and waits for it, so that
+    // every event sent before it has arrived too.
+    void sendSentinel();
+    QList<LoopbackTranslationServer::RecordedRequest> eventsSentTo(const QByteArray &target) const;
+
+    std::unique_ptr<QTemporaryDir> m_root;
+    std::unique_ptr<Preferences> m_preferences;
+    std::unique_ptr<LoopbackTranslationServer> m_server;
+};
+
+void TestUsageReporter::init()
+{
+    m_root = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_root->isValid());
+    m_preferences = std::make_unique<Preferences>(m_root->path() + "/Tolkaro.conf");
+    m_server = std::make_unique<LoopbackTranslationServer>();
+    QVERIFY(m_server->isListening());
+}
+
+void TestUsageReporter::cleanup()
+{
+    m_server.reset();
+    m_preferences.reset();
+    m_root.reset();
+}
+
+void TestUsageReporter::sendSentinel()
+{
+    Preferences on(m_root->path() + "/sentinel.conf");
+    on.settings().setValue("UsageReportingEnabled", true);
+    on.settings().setValue("UsageReportingURL", m_server->baseUrl() + "/sentinel");
+    UsageReporter reporter(&on);
+    reporter.report("sentinel");
+    QTRY_COMPARE_WITH_TIMEOUT(eventsSentTo("/sentinel").size(), 1, 20000);
+}
+
+QList<LoopbackTranslationServer::RecordedRequest>
+TestUsageReporter::eventsSentTo(const QByteArray &target) const
+{
+    QList<LoopbackTranslationServer::RecordedRequest> sent;
+    for (const auto &request : m_server->requests()) {
+        if (request.target() == target)
+            sent << request;
+    }
+    return sent;
+}
+
+void TestUsageReporter::sentOnlyWhenTurnedOn_data()
+{
+    QTest::addColumn<QVariant>("enabled"); // invalid: the key is absent
+    QTest::addColumn<QString>("endpoint"); // $SERVER: the loopback server
+    QTest::addColumn<bool>("sent");
+
+    QTest::newRow("nothing configured: off by default") << QVariant() << "" << false;
+    QTest::newRow("endpoint but not turned on") << QVariant() << "$SERVER/events" << false;
+    QTest::newRow("turned off explicitly") << QVariant(false) << "$SERVER/events" << false;
+    QTest::newRow("turned on, no endpoint") << QVariant(true) << "" << false;
+    QTest::newRow("turned on, endpoint not a URL") << QVariant(true) << "::events" << false;
+    QTest::newRow("turned on, endpoint of another scheme") << QVariant(true) << "ftp://127.0.0.1/e"
+                                                           << false;
+    QTest::newRow("turned on with an endpoint") << QVariant(true) << "$SERVER/events" << true;
+    QTest::newRow("turned on as text") << QVariant("true") << "$SERVER/events" << true;
+}
+
+void TestUsageReporter::sentOnlyWhenTurnedOn()
+{
+    QFETCH(QVariant, enabled);
+    QFETCH(QString, endpoint);
+    QFETCH(bool, sent);
+
+    if (enabled.isValid())
+        m_preferences->settings().setValue("UsageReportingEnabled", enabled);
+    m_preferences->settings().setValue("UsageReportingURL",
+                                       endpoint.replace("$SERVER", m_server->baseUrl()));
+    UsageReporter reporter(m_preferences.get());
+    QCOMPARE(reporter.isEnabled(), sent);
+    reporter.report(UsageEvents::kTranslationMade,
+                    {{"language", "de"}, {"text length", 12}, {"note", "a&b=c+d é"}});
+    sendSentinel();
+    if (sent)
+        QTRY_COMPARE_WITH_TIMEOUT(eventsSentTo("/events").size(), 1, 20000);
+
+    QCOMPARE(m_server->requestCount(), sent ? 2 : 1);
+    if (!sent)
+        return;
+    const LoopbackTranslationServer::RecordedRequest event = eventsSentTo("/events").first();
+    QCOMPARE(event.method(), QByteArray("POST"));
+    QCOMPARE(event.target(), QByteArray("/events"));
+    QCOMPARE(event.headerValue("Content-Type"), QByteArray("application/x-www-form-urlencoded"));
+    QCOMPARE(event.body, QByteArray("event=translationMade&version=" TOLKARO_VERSION
+                                    "&language=de&note=a%26b%3Dc%2Bd+%C3%A9&text+length=12"));
+}
+
+void TestUsageReporter::settingsReadAtEveryReport()
+{
+    UsageReporter reporter(m_preferences.get());
+    reporter.report(UsageEvents::kFirstLaunchEver);
+
+    m_preferences->settings().setValue("UsageReportingURL", m_server->baseUrl() + "/events");
+    m_preferences->settings().setValue("UsageReportingEnabled", true);
+    reporter.report(UsageEvents::kTypingModeOpened);
+
+    m_preferences->settings().setValue("UsageReportingEnabled", false);
+    reporter.report(UsageEvents::kAccessibilityConsentDeclined);
+    sendSentinel();
+    QTRY_COMPARE_WITH_TIMEOUT(eventsSentTo("/events").size(), 1, 20000);
+
+    QCOMPARE(m_server->requestCount(), 2);
+    QVERIFY(eventsSentTo("/events").first().body.startsWith("event=typingModeOpened&"));
+}
+
+QTEST_GUILESS_MAIN(TestUsageReporter)
+#include "tst_usagereporter.moc"
