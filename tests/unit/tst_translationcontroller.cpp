@@ -1,0 +1,259 @@
+#include "LoopbackTranslationServer.h"
+
+#include "controller/TranslationController.h"
+#include "languages/LanguageTable.h"
+#include "settings/Preferences.h"
+#include "translation/GoogleTranslateByURL.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using Answer = LoopbackTranslationServer::Answer;
+using Behaviour = LoopbackTranslationServer::Behaviour;
+
+Q_DECLARE_METATYPE(LoopbackTranslationServer::Answer)
+
+namespace {
+
+constexpr int kWaitMs = 15000;
+
+// The popover as the user would see it: whether it is up, and every text it showed.
+struct RecordingPresenter : TranslationPresenter
+{
+    bool shown = false;
+    int displays = 0;
+    QStringList texts; // "plain:<text>" or "gray:<text>", in order
+    bool isPopoverShown() const override { return shown; }
+    void displayPopOverWithText(const QString &text, const QPoint &) override
+    {
+        shown = true;
+        ++displays;
+        texts << QStringLiteral("open:") + text;
+    }
+    void hidePopOver() override { shown = false; }
+    void setAnimatedStringValue(const QString &text) override
+    {
+        texts << QStringLiteral("plain:") + text;
+    }
+    void setAnimatedGrayStringValue(const QString &text) override
+    {
+        texts << QStringLiteral("gray:") + text;
+    }
+    QPoint pointerPosition() const override { return {100, 100}; }
+};
+
+// The other application: the text it offers and what was pasted into it.
+struct ScriptedTextSource : TextSource
+{
+    std::optional<QString> text;
+    QStringList pasted;
+    bool isBooksAppActive() override { return false; }
+    std::optional<QString> getStringForBooksApp() override { return std::nullopt; }
+    std::optional<QString> getStringForCurrentUIElement() override { return text; }
+    void pasteIntoCapturedApplication(const QString &t) override { pasted << t; }
+};
+
+} // namespace
+
+class TestTranslationController : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void gestureShowsSourceThenAnswer_data();
+    void gestureShowsSourceThenAnswer();
+    void noTextShowsMessageAndSendsNothing();
+    void fnHeldAsksForTheAlternativeLanguage();
+    void releaseWhilePendingHidesAndCountsTheCancel();
+    void reTranslationKeepsThePopoverWhereItIs();
+    void optionPastesOnlyAKeptTranslation();
+
+private:
+    // Runs one gesture's press and waits for the answer to be shown.
+    void pressAndWaitForAnswer();
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<LoopbackTranslationServer> m_server;
+    std::unique_ptr<Preferences> m_preferences;
+    std::unique_ptr<GoogleTranslateByURL> m_client;
+    std::unique_ptr<LanguageSelection> m_languages;
+    std::unique_ptr<RecordingPresenter> m_presenter;
+    std::unique_ptr<ScriptedTextSource> m_source;
+    std::unique_ptr<TranslationController> m_controller;
+    QStringList m_events;
+    bool m_fnHeld = false;
+};
+
+void TestTranslationController::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_server = std::make_unique<LoopbackTranslationServer>();
+    m_preferences = std::make_unique<Preferences>(m_dir->filePath("Tolkaro.conf"));
+    m_client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
+    m_languages = std::make_unique<LanguageSelection>(*m_preferences);
+    m_languages->setLanguage(*LanguageTable::languageWithCode("de"));
+    m_languages->setLanguage2(*LanguageTable::languageWithCode("ja"));
+    m_presenter = std::make_unique<RecordingPresenter>();
+    m_source = std::make_unique<ScriptedTextSource>();
+    m_controller = std::make_unique<TranslationController>(*m_client, *m_languages, *m_preferences,
+                                                           *m_presenter, *m_source);
+    m_fnHeld = false;
+    m_events.clear();
+    m_controller->setFnStateSource([this] { return m_fnHeld; });
+    m_controller->setUsageReport([this](const QString &event, const QVariantMap &fields) {
+        m_events << event + QLatin1Char(':') + fields.value("counter").toString();
+    });
+}
+
+void TestTranslationController::cleanup()
+{
+    m_controller.reset();
+    m_client.reset();
+    m_server.reset();
+}
+
+void TestTranslationController::pressAndWaitForAnswer()
+{
+    QSignalSpy shown(m_controller.get(), &TranslationController::translationShown);
+    m_controller->controlDoublePressed();
+    QVERIFY(shown.wait(kWaitMs));
+}
+
+void TestTranslationController::gestureShowsSourceThenAnswer_data()
+{
+    QTest::addColumn<QString>("captured");
+    QTest::addColumn<Answer>("answer");
+    QTest::addColumn<QString>("shownSource");
+    QTest::addColumn<QString>("shownAnswer");
+    QTest::addColumn<bool>("kept");
+    QTest::addColumn<QString>("event");
+
+    const QString exact(1500, QLatin1Char('a'));
+    const QString tooLong(1501, QLatin1Char('b'));
+    QTest::newRow("short text") << "Hello" << Answer::echo() << "Hello"
+                                << "plain:" + LoopbackTranslationServer::echoTranslation("Hello")
+                                << true << "translationHasBeenMadeAnalytics:1";
+    QTest::newRow("empty text is sent like any other")
+        << "" << Answer::echo() << ""
+        << "plain:" + LoopbackTranslationServer::echoTranslation("") << true
+        << "translationHasBeenMadeAnalytics:1";
+    QTest::newRow("exactly 1500 units kept whole")
+        << exact << Answer::echo() << exact
+        << "plain:" + LoopbackTranslationServer::echoTranslation(exact) << true
+        << "translationHasBeenMadeAnalytics:1";
+    const QString cut = QString(1500, QLatin1Char('b')) + "...";
+    QTest::newRow("1501 units cut to 1500 and dots")
+        << tooLong << Answer::echo() << cut
+        << "plain:" + LoopbackTranslationServer::echoTranslation(cut) << true
+        << "translationHasBeenMadeAnalytics:1";
+    QTest::newRow("malformed answer shows the error in gray")
+        << "Hello" << Answer::of(Behaviour::Garbage) << "Hello"
+        << "gray:Unable to translate text." << false << "translationError:1";
+    QTest::newRow("refused service page shows the error in gray")
+        << "Hello" << Answer::of(Behaviour::HtmlForbidden) << "Hello"
+        << "gray:Unable to translate text." << false << "translationError:1";
+}
+
+void TestTranslationController::gestureShowsSourceThenAnswer()
+{
+    QFETCH(QString, captured);
+    QFETCH(Answer, answer);
+    QFETCH(QString, shownSource);
+    QFETCH(QString, shownAnswer);
+    QFETCH(bool, kept);
+    QFETCH(QString, event);
+
+    m_server->setDefaultAnswer(answer);
+    m_source->text = captured;
+    pressAndWaitForAnswer();
+
+    QCOMPARE(m_presenter->texts, QStringList({"open:" + shownSource, shownAnswer}));
+    QCOMPARE(m_server->requestCount(), 1);
+    QVERIFY(m_server->requests().first().target().contains("&tl=de&"));
+    QCOMPARE(m_controller->lastTranslatedText().has_value(), kept);
+    QCOMPARE(m_controller->getTranslationsCounter(), 1);
+    QCOMPARE(m_events, QStringList{event});
+}
+
+void TestTranslationController::noTextShowsMessageAndSendsNothing()
+{
+    m_source->text = "Hello";
+    pressAndWaitForAnswer();
+    QVERIFY(m_controller->lastTranslatedText());
+
+    m_presenter->hidePopOver();
+    m_presenter->texts.clear();
+    m_source->text.reset();
+    m_controller->controlDoublePressed();
+    QCOMPARE(m_presenter->texts,
+             QStringList({"open:No text to translate", "gray:No text to translate"}));
+    QVERIFY(!m_controller->lastTranslatedText());
+    QTest::qWait(200);
+    QCOMPARE(m_server->requestCount(), 1);
+}
+
+void TestTranslationController::fnHeldAsksForTheAlternativeLanguage()
+{
+    m_source->text = "Hello";
+    m_fnHeld = true;
+    pressAndWaitForAnswer();
+    QVERIFY(m_server->requests().first().target().contains("&tl=ja&"));
+}
+
+void TestTranslationController::releaseWhilePendingHidesAndCountsTheCancel()
+{
+    m_source->text = "Hello";
+    pressAndWaitForAnswer();
+    QVERIFY(m_controller->lastTranslatedText());
+
+    m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
+    QSignalSpy shown(m_controller.get(), &TranslationController::translationShown);
+    m_controller->controlDoublePressed();
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 2, kWaitMs);
+    m_controller->controlDoublePressReleased();
+    QVERIFY(!m_presenter->isPopoverShown());
+    QVERIFY(shown.wait(kWaitMs));
+
+    // The cancelled request still ends as a failure: counted, reported, translation dropped.
+    QCOMPARE(m_presenter->texts.last(), QStringLiteral("gray:NSURLResponse's data is nil"));
+    QVERIFY(!m_controller->lastTranslatedText());
+    QCOMPARE(m_controller->getTranslationsCounter(), 2);
+    QCOMPARE(m_events.last(), QStringLiteral("translationError:2"));
+}
+
+void TestTranslationController::reTranslationKeepsThePopoverWhereItIs()
+{
+    m_source->text = "Hello";
+    pressAndWaitForAnswer();
+    m_fnHeld = true;
+    pressAndWaitForAnswer();
+    QCOMPARE(m_presenter->displays, 1);
+    QCOMPARE(m_server->requestCount(), 2);
+    QVERIFY(m_server->requests().last().target().contains("&tl=ja&"));
+    QCOMPARE(m_controller->getTranslationsCounter(), 2);
+}
+
+void TestTranslationController::optionPastesOnlyAKeptTranslation()
+{
+    m_controller->altPressedWhenControlIsDoublePressed();
+    QVERIFY(m_source->pasted.isEmpty());
+
+    m_source->text = "Hello";
+    pressAndWaitForAnswer();
+    m_controller->altPressedWhenControlIsDoublePressed();
+    QCOMPARE(m_source->pasted,
+             QStringList{LoopbackTranslationServer::echoTranslation("Hello")});
+
+    m_server->setDefaultAnswer(Answer::of(Behaviour::Garbage));
+    pressAndWaitForAnswer();
+    m_controller->altPressedWhenControlIsDoublePressed();
+    QCOMPARE(m_source->pasted.size(), 1);
+}
+
+QTEST_GUILESS_MAIN(TestTranslationController)
+#include "tst_translationcontroller.moc"
