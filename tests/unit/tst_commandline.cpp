@@ -82,6 +82,10 @@ Run TestCommandLine::runTolkaro(const QStringList &arguments, const QString &ser
     environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
     environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+    // A proxy from the surroundings must not stand between tolkaro and the loopback server.
+    for (const char *proxy :
+         {"http_proxy", "https_proxy", "all_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY"})
+        environment.remove(QString::fromLatin1(proxy));
     environment.remove(QStringLiteral("LANGUAGE"));
 
     QProcess process;
@@ -113,6 +117,20 @@ void TestCommandLine::translatesWithoutDisplay()
     QCOMPARE(request.headerValue("User-Agent"), kUserAgent);
     // Reading the settings never writes them.
     QVERIFY(QDir(m_configHome->path()).isEmpty());
+
+    // Without log lines stderr stays empty on success, and holds only the error otherwise.
+    const Run quiet =
+        runTolkaro({QStringLiteral("--quiet"), QStringLiteral("--translate"), QStringLiteral("x"),
+                    QStringLiteral("--to"), QStringLiteral("de")});
+    QCOMPARE(quiet.exitCode, 0);
+    QCOMPARE(quiet.out, QByteArray("translation of x\n"));
+    QCOMPARE(quiet.err, QByteArray());
+    m_server->setDefaultAnswer(Answer::of(Behaviour::Garbage));
+    const Run quietFailure =
+        runTolkaro({QStringLiteral("-q"), QStringLiteral("--translate"), QStringLiteral("x"),
+                    QStringLiteral("--to"), QStringLiteral("de")});
+    QCOMPARE(quietFailure.exitCode, 1);
+    QCOMPARE(quietFailure.err, QByteArray("Unable to translate text.\n"));
 }
 
 void TestCommandLine::failsWithTheClientsErrorText_data()

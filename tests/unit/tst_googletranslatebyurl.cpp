@@ -70,6 +70,7 @@ class TestGoogleTranslateByURL : public QObject
 {
     Q_OBJECT
 private slots:
+    void initTestCase();
     void init();
     void cleanup();
 
@@ -94,6 +95,15 @@ private:
     QMutex m_logMutex;
     QStringList m_log;
 };
+
+void TestGoogleTranslateByURL::initTestCase()
+{
+    // A proxy from the surroundings must not stand between the client and the loopback
+    // server.
+    for (const char *proxy :
+         {"http_proxy", "https_proxy", "all_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY"})
+        qunsetenv(proxy);
+}
 
 void TestGoogleTranslateByURL::init()
 {
