@@ -18,8 +18,8 @@
 # XDG_CACHE_HOME (HOME is left alone), and:
 #   TOLKARO_DESKTOP_DIR        scratch directory, removed afterwards
 #   TOLKARO_WM_PID, TOLKARO_TRAY_PID
-#   TOLKARO_GTK_TARGET         command of the GTK target (/usr/bin/python3 .../gtk_target.py)
-#   TOLKARO_QT_TARGET          path of the Qt target
+#   TOLKARO_GTK_TARGET         path of the GTK target (runs with /usr/bin/python3)
+#   TOLKARO_QT_TARGET          path of the Qt target (needs QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1)
 #   TOLKARO_GTK_TARGET_PID, TOLKARO_GTK_TARGET_TITLE, TOLKARO_GTK_TARGET_LOG
 #   TOLKARO_QT_TARGET_PID, TOLKARO_QT_TARGET_TITLE, TOLKARO_QT_TARGET_LOG
 #     (the *_LOG files collect the targets' output: READY, COPY and PASTE lines)
@@ -98,7 +98,7 @@ if [ "${1:-}" != "--inner" ]; then
     export TOLKARO_DESKTOP__TARGETS="$targets" TOLKARO_DESKTOP__TIMEOUT="$command_timeout" \
         TOLKARO_DESKTOP__SCREENSHOT="$screenshot" TOLKARO_DESKTOP__VERBOSE="$verbose" \
         TOLKARO_DESKTOP__STARTED_MS="$started_ms" TOLKARO_QT_TARGET="$qt_target"
-    unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY
+    unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY NO_AT_BRIDGE
 
     xvfb_pid="" session_pid=""
     outer_teardown() {
@@ -241,7 +241,7 @@ wait_until "the system tray (trayer; owner of _NET_SYSTEM_TRAY_S0)" "$TOLKARO_TR
     "$logs/trayer.log" "${wait_helper[@]}" selection-owner _NET_SYSTEM_TRAY_S0 0
 step "tray up"
 
-export TOLKARO_GTK_TARGET="/usr/bin/python3 $root/tests/fixtures/gtk_target.py"
+export TOLKARO_GTK_TARGET="$root/tests/fixtures/gtk_target.py"
 if [ "$TOLKARO_DESKTOP__TARGETS" = 1 ]; then
     export TOLKARO_GTK_TARGET_TITLE="$gtk_title" TOLKARO_QT_TARGET_TITLE="$qt_title"
     export TOLKARO_GTK_TARGET_LOG="$logs/gtk-target.log" TOLKARO_QT_TARGET_LOG="$logs/qt-target.log"

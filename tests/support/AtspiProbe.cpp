@@ -278,7 +278,11 @@ QString AtspiElement::keyBinding(int index) const
 
 bool AtspiElement::doAction(const QString &actionName) const
 {
-    const int index = actionNames().indexOf(actionName);
+    return doAction(int(actionNames().indexOf(actionName)));
+}
+
+bool AtspiElement::doAction(int index) const
+{
     InterfaceRef<AtspiAction> action{
         m_accessible ? atspi_accessible_get_action_iface(m_accessible) : nullptr};
     ErrorSink error;

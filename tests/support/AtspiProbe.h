@@ -59,6 +59,7 @@ public:
     QStringList actionNames() const;
     QString keyBinding(int action = 0) const;
     bool doAction(const QString &actionName) const;
+    bool doAction(int index) const;
 
 private:
     _AtspiAccessible *m_accessible = nullptr;
