@@ -150,7 +150,6 @@ QVariantMap ApplicationTestBusObject::PopOverState()
         state.insert(QStringLiteral("width"), body.width());
         state.insert(QStringLiteral("height"), body.height());
         state.insert(QStringLiteral("abovePointer"), window->isAbovePointer());
-        state.insert(QStringLiteral("windowId"), qulonglong(window->winId()));
     }
     return state;
 }
@@ -173,8 +172,10 @@ QVariantMap ApplicationTestBusObject::StatusItemState()
                  menu && menu->statusItem() && !menu->statusItem()->icon().isNull());
     if (menu && menu->statusItem()) {
         const QRect geometry = menu->statusItem()->geometry();
-        state.insert(QStringLiteral("geometry"),
-                     QVariantList{geometry.x(), geometry.y(), geometry.width(), geometry.height()});
+        state.insert(QStringLiteral("x"), geometry.x());
+        state.insert(QStringLiteral("y"), geometry.y());
+        state.insert(QStringLiteral("width"), geometry.width());
+        state.insert(QStringLiteral("height"), geometry.height());
     }
     return state;
 }

@@ -68,12 +68,12 @@ public slots:
     // Cross-fades the popover's text; gray: as a message or an error.
     Q_SCRIPTABLE void SetPopOverText(const QString &text, bool gray);
     Q_SCRIPTABLE void HidePopOver();
-    // shown, windowVisible, text, x, y, width, height (the body), abovePointer, windowId.
+    // shown, windowVisible, text, color, x, y, width, height (the body), abovePointer.
     Q_SCRIPTABLE QVariantMap PopOverState();
     // The attached menu as JSON: [{"title", "checkable", "checked", "separator",
     // "enabled", "submenu": [...]}].
     Q_SCRIPTABLE QString MenuLayout();
-    // Whether the tray icon is visible and the system tray is available; where it is.
+    // systemTrayAvailable, visible, hasIcon, and where the icon is: x, y, width, height.
     Q_SCRIPTABLE QVariantMap StatusItemState();
     // Where the item at the path of titles is on screen in the open menu (x, y, width,
     // height; empty when that menu is not open), so a test can point and click at it.
