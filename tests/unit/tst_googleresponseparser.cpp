@@ -26,6 +26,8 @@ private slots:
     void cleanup();
     void parsesAnswer_data();
     void parsesAnswer();
+    void fillsEmptySlotsLikeTwoReplacePasses_data();
+    void fillsEmptySlotsLikeTwoReplacePasses();
     void withoutLanguagePointer();
     void largeAnswer();
 
@@ -147,6 +149,33 @@ void TestGoogleResponseParser::parsesAnswer()
                 QCOMPARE(m_log.at(i), log.at(i));
         }
     }
+}
+
+void TestGoogleResponseParser::fillsEmptySlotsLikeTwoReplacePasses_data()
+{
+    QTest::addColumn<QByteArray>("json");
+
+    QTest::newRow("no commas") << QByteArray("[1]");
+    QTest::newRow("empty") << QByteArray();
+    for (int run = 1; run <= 7; ++run) {
+        const QByteArray commas(run, ',');
+        QTest::addRow("%d commas inside", run) << "[1" + commas + "2]";
+        QTest::addRow("%d commas first", run) << commas + "x";
+        QTest::addRow("%d commas last", run) << "x" + commas;
+        QTest::addRow("%d commas twice", run) << "[" + commas + "a" + commas + "]";
+    }
+    QTest::newRow("mixed runs") << QByteArray("[[,,1,,,,2],,,\"a,,b\",[,],,]");
+}
+
+void TestGoogleResponseParser::fillsEmptySlotsLikeTwoReplacePasses()
+{
+    QFETCH(QByteArray, json);
+    // The rule as the service's answers need it: two passes, each replacing every
+    // non-overlapping ",," from left to right.
+    QByteArray reference = json;
+    reference.replace(",,", ",null,");
+    reference.replace(",,", ",null,");
+    QCOMPARE(fillEmptyArraySlots(json), reference);
 }
 
 void TestGoogleResponseParser::withoutLanguagePointer()

@@ -11,9 +11,11 @@
 
 namespace {
 
-// One left-to-right pass that turns every non-overlapping ",," into ",null,". The service
-// leaves empty array slots that no JSON reader accepts; two such passes fill any run of
-// commas, so the answer is repaired in linear time whatever its size.
+// Appends input with every empty array slot filled: the service writes "[a,,b]" where
+// JSON needs "[a,null,b]". Doing this as two left-to-right passes that each replace every
+// non-overlapping ",," by ",null," turns any run of commas into commas joined by null;
+// inserting "null" before every comma that directly follows another comma gives the same
+// text in one pass, without the intermediate copy.
 void appendWithEmptySlotsFilled(QByteArrayView input, QByteArray &output)
 {
     const char *const end = input.data() + input.size();
@@ -21,15 +23,16 @@ void appendWithEmptySlotsFilled(QByteArrayView input, QByteArray &output)
     const char *cursor = input.data();
     while (cursor < end) {
         const auto *comma = static_cast<const char *>(std::memchr(cursor, ',', end - cursor));
-        if (!comma || comma + 1 >= end)
+        if (!comma)
             break;
-        if (comma[1] != ',') {
-            cursor = comma + 1;
+        cursor = comma + 1;
+        if (cursor == end || *cursor != ',')
             continue;
+        output.append(copiedUpTo, cursor - copiedUpTo);
+        while (cursor < end && *cursor == ',') {
+            output.append("null,", 5);
+            ++cursor;
         }
-        output.append(copiedUpTo, comma - copiedUpTo);
-        output.append(",null,");
-        cursor = comma + 2;
         copiedUpTo = cursor;
     }
     output.append(copiedUpTo, end - copiedUpTo);
@@ -62,6 +65,14 @@ bool parseJsonFragment(const QByteArray &wrappedText, QJsonValue &value, QString
 
 } // namespace
 
+QByteArray fillEmptyArraySlots(QByteArrayView json)
+{
+    QByteArray filled;
+    filled.reserve(json.size() + json.size() / 8);
+    appendWithEmptySlotsFilled(json, filled);
+    return filled;
+}
+
 QString
 GoogleTranslateByURL::parseGoogleJSONResponseIntoReadableString(const QString &response,
                                                                 QString *guessedLanguageCode)
@@ -75,15 +86,11 @@ QString GoogleTranslateByURL::parseGoogleJSONResponseUtf8(QByteArrayView respons
     if (guessedLanguageCode)
         *guessedLanguageCode = QString();
 
-    QByteArray onePass;
-    onePass.reserve(response.size() + 64);
-    appendWithEmptySlotsFilled(response, onePass);
     QByteArray wrapped;
-    wrapped.reserve(onePass.size() + 66);
+    wrapped.reserve(response.size() + response.size() / 8 + 2);
     wrapped.append('[');
-    appendWithEmptySlotsFilled(onePass, wrapped);
+    appendWithEmptySlotsFilled(response, wrapped);
     wrapped.append(']');
-    onePass = QByteArray();
 
     QJsonValue topObject;
     QString parseError;

@@ -25,6 +25,10 @@ using TranslationCompletion =
 // other byte as %XX upper-case; input ends at the first NUL).
 QString urlEncode(const QString &text);
 
+// The service's answer with every empty array slot filled: each comma that directly
+// follows another comma gets "null" before it ("[a,,,b]" becomes "[a,null,null,b]").
+QByteArray fillEmptyArraySlots(QByteArrayView json);
+
 // The one translation client: one GET per text to the endpoint's /translate_a/single,
 // at most one request in flight (a new one cancels the old), the answer parsed into the
 // translation and the detected language.
