@@ -118,10 +118,8 @@ void ModifierKeyMonitorX11::setFnStandInKey(const QString &keysymName)
 {
     const KeySym keysym = XStringToKeysym(keysymName.toLatin1().constData());
     m_fnStandInKeysym = keysym == NoSymbol ? 0 : xcb_keysym_t(keysym);
-    if (m_connection) {
+    if (m_connection)
         refreshKeyRoles();
-        resyncPressedKeys();
-    }
 }
 
 bool ModifierKeyMonitorX11::canInstall() const
@@ -226,12 +224,13 @@ void ModifierKeyMonitorX11::handleEvent(const xcb_generic_event_t *event)
         }
     } else if (type == XCB_MAPPING_NOTIFY) {
         // Without the XKB extension initialised on this connection the server tells of every
-        // keymap change (setxkbmap, xmodmap, a new layout) with the core notify.
+        // keymap change (setxkbmap, xmodmap, a new layout) with the core notify. It also
+        // comes when the typing moves to another keyboard, and then before the raw event of
+        // the key that moved it: the held keys are not read again here, or that key would
+        // count as down already and its press be lost.
         const auto *mapping = reinterpret_cast<const xcb_mapping_notify_event_t *>(event);
-        if (mapping->request == XCB_MAPPING_KEYBOARD) {
+        if (mapping->request == XCB_MAPPING_KEYBOARD)
             refreshKeyRoles();
-            resyncPressedKeys();
-        }
     }
 }
 
@@ -241,8 +240,12 @@ void ModifierKeyMonitorX11::handleRawKey(bool pressed, quint32 keycode, quint16 
         if (device == sourceDevice && SyntheticKeyEvents::consumeAnnounced())
             return;
     }
-    if (keycode >= m_roles.size() || m_roles[keycode].keyCode == 0)
-        return; // not a modifier: forgotten here
+    if (keycode >= m_roles.size())
+        return;
+    if (m_roles[keycode].keyCode == 0) {
+        m_pressed.reset(keycode); // it may have been a modifier before a mapping change
+        return;                   // not a modifier: forgotten here
+    }
     // A press of a key already down (auto-repeat, a second keyboard) changes nothing. A
     // release always goes out: a lost release would leave the gesture held.
     if (pressed && m_pressed.test(keycode))
@@ -297,6 +300,11 @@ void ModifierKeyMonitorX11::refreshKeyRoles()
             }
         }
     }
+    // A held key that is no modifier any more is not held as one.
+    for (size_t keycode = 0; keycode < m_roles.size(); ++keycode) {
+        if (m_roles[keycode].keyCode == 0)
+            m_pressed.reset(keycode);
+    }
 }
 
 void ModifierKeyMonitorX11::refreshXTestDevices()
@@ -321,8 +329,8 @@ void ModifierKeyMonitorX11::refreshXTestDevices()
 
 void ModifierKeyMonitorX11::resyncPressedKeys()
 {
-    // Modifiers already held when watching starts (or when the mapping changes) count from
-    // the next event on, so the first change reports the right flags.
+    // Modifiers already held when watching starts count from the next event on, so the
+    // first change reports the right flags.
     m_pressed.reset();
     XcbReply<xcb_query_keymap_reply_t> keymap(
         xcb_query_keymap_reply(m_connection, xcb_query_keymap(m_connection), nullptr));
