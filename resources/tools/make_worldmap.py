@@ -68,8 +68,8 @@ def main():
         grid.append(f'<line x1="0" y1="{y:.1f}" x2="{SIZE}" y2="{y:.1f}"/>')
     svg = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{SIZE}" height="{SIZE}" viewBox="0 0 {SIZE} {SIZE}">',
-        '<g stroke="#ffffff" stroke-opacity="0.35" stroke-width="0.8">', *grid, '</g>',
-        '<g fill="#ffffff">', *dots, '</g>',
+        '<g stroke="#2c4a6b" stroke-opacity="0.35" stroke-width="0.8">', *grid, '</g>',
+        '<g fill="#2c4a6b">', *dots, '</g>',
         '</svg>',
     ]
     out = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "images", "worldmapreleasenotes.svg")

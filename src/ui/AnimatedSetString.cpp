@@ -23,7 +23,7 @@ QGraphicsOpacityEffect *opacityEffect(QLabel *field)
 }
 
 void fadeTo(QGraphicsOpacityEffect *effect, qreal opacity, int milliseconds,
-            QEasingCurve::Type curve, std::function<void()> completion)
+            const QEasingCurve &curve, std::function<void()> completion)
 {
     auto *animation = new QPropertyAnimation(effect, "opacity", effect);
     animation->setDuration(milliseconds);
@@ -34,14 +34,24 @@ void fadeTo(QGraphicsOpacityEffect *effect, qreal opacity, int milliseconds,
     animation->start(QAbstractAnimation::DeleteWhenStopped);
 }
 
+// The standard ease-out and ease-in timing curves: cubic Béziers through (0.0, 0.0,
+// 0.58, 1.0) and (0.42, 0.0, 1.0, 1.0).
+QEasingCurve cubicBezier(QPointF c1, QPointF c2)
+{
+    QEasingCurve curve(QEasingCurve::BezierSpline);
+    curve.addCubicBezierSegment(c1, c2, QPointF(1.0, 1.0));
+    return curve;
+}
+
 void crossFade(QLabel *field, std::function<void()> setValue)
 {
     QGraphicsOpacityEffect *effect = opacityEffect(field);
-    fadeTo(effect, 0.0, kFadeOutMilliseconds, QEasingCurve::OutQuad,
-           [effect, setValue = std::move(setValue)] {
-               setValue();
-               fadeTo(effect, 1.0, kFadeInMilliseconds, QEasingCurve::InQuad, {});
-           });
+    static const QEasingCurve easeOut = cubicBezier({0.0, 0.0}, {0.58, 1.0});
+    static const QEasingCurve easeIn = cubicBezier({0.42, 0.0}, {1.0, 1.0});
+    fadeTo(effect, 0.0, kFadeOutMilliseconds, easeOut, [effect, setValue = std::move(setValue)] {
+        setValue();
+        fadeTo(effect, 1.0, kFadeInMilliseconds, easeIn, {});
+    });
 }
 
 void applyColor(QLabel *field, const QColor &color)
