@@ -16,6 +16,8 @@ PACKAGES=(
   qt6-qpa-plugins fonts-dejavu-core fonts-noto-color-emoji
   # certificates made at test time (hostile endpoints)
   openssl
+  # the Debian package and its test (cpack -G DEB, packaging/test-deb.sh)
+  dpkg-dev desktop-file-utils file
   # fuzzing (fuzz/run.sh): libFuzzer and the sanitizers
   clang libclang-rt-14-dev
 )
