@@ -139,6 +139,7 @@ private slots:
     void modifierChangesArriveInOrder_data();
     void modifierChangesArriveInOrder();
     void otherKeysAreDroppedAndStillReachTheApplication();
+    void eventsArriveWhileAnotherClientGrabsTheKeyboard();
     void mappingChangesAreFollowed_data();
     void mappingChangesAreFollowed();
     void pressJustAfterAMappingChangeIsKept();
@@ -259,6 +260,29 @@ void TestModifierKeyMonitor::otherKeysAreDroppedAndStillReachTheApplication()
     QCOMPARE(recorder.reportedFor({QStringLiteral("type:abc 123")}), ReportedList{});
     // Nothing was grabbed: the application got every key.
     QTRY_COMPARE(m_entry.text(), QStringLiteral("abc 123"));
+}
+
+// The typing panel holds an active keyboard grab while it is open, and fn changes must
+// still reach it through the gesture.
+void TestModifierKeyMonitor::eventsArriveWhileAnotherClientGrabsTheKeyboard()
+{
+    Display *grabber = XOpenDisplay(nullptr);
+    QVERIFY(grabber);
+    QCOMPARE(XGrabKeyboard(grabber, DefaultRootWindow(grabber), False, GrabModeAsync, GrabModeAsync,
+                           CurrentTime),
+             GrabSuccess);
+    XSync(grabber, False);
+
+    ModifierKeyMonitorX11 monitor(QString(), QStringLiteral("Super_L"));
+    QVERIFY(monitor.install());
+    Recorder recorder(monitor);
+    const ReportedList reported = recorder.reportedFor({tap(kLeftSuper), tap(kLeftControl)});
+    XUngrabKeyboard(grabber, CurrentTime);
+    XCloseDisplay(grabber);
+    QCOMPARE(reported, (ReportedList{{kFnCode, kFnFlag},
+                                     {kFnCode, 0},
+                                     {kLeftControlKeyCode, kControlFlag},
+                                     {kLeftControlKeyCode, 0}}));
 }
 
 void TestModifierKeyMonitor::mappingChangesAreFollowed_data()
