@@ -1,0 +1,76 @@
+#pragma once
+
+#include "settings/Preferences.h"
+#include "typing/EditTimers.h"
+
+#include <QObject>
+#include <QPointer>
+
+#include <functional>
+
+class QLabel;
+class QToolButton;
+class SpotlightWindow;
+class TSTTextGrowth;
+
+// The typing panel's controller: opens and closes the panel, sizes it to its fields, and
+// tells the rest of the application what the user did through named notifications —
+// "SpotlightEditingFinished" (user info "text") half a second after the last edit or on
+// Return with nothing translated yet, "SpotlightEnterPressedNotification" (user info
+// "translation") on Return with a translation shown. It knows nothing of translation: the
+// application hands it the text to show (expandWithDetailsText). Main thread.
+class SpotlightWindowController : public QObject
+{
+    Q_OBJECT
+
+public:
+    // The panel's width and where it first appears (the user may drag it elsewhere).
+    static constexpr int kPanelWidth = 560;
+    static constexpr qreal kCornerRadius = 8.0;
+
+    explicit SpotlightWindowController(QObject *parent = nullptr);
+    ~SpotlightWindowController() override;
+
+    SpotlightWindow *window() const { return m_window; }
+    TSTTextGrowth *inputTextField() const { return m_inputTextField; }
+    QLabel *detailsTextField() const { return m_detailsTextField; }
+    bool isExpanded() const { return m_isExpanded; }
+    bool isVisible() const;
+
+    // Lets the panel recognise the shortcut while it holds the keyboard, to close on it.
+    void setShortcutSource(std::function<StoredShortcut()> source);
+
+public slots:
+    // Shows the panel when hidden (old text selected, details collapsed), else closes it.
+    void toggle();
+    void close();
+    void expandWithDetailsText(const QString &text);
+    void shrinkDetails();
+    // Height from the fields, keeping the top edge where it is.
+    void updateViewSize();
+    void toggleButton();
+    void searchTextFieldEnterPressed();
+    void controlTextDidChange();
+    void controlTextDidEndEditing() {}
+    void cancelOperation();
+    void windowDidResignKey();
+    // The gesture detector calls these as fn goes down or up; the panel has no use for fn.
+    void fnKeyPressed() {}
+    void fnKeyReleased() {}
+    // After a close: if the panel had to take the focus, give it back to the window that was
+    // active before, so that a paste goes there.
+    void returnActivation();
+
+private:
+    void windowDidLoad();
+    void layoutFields();
+    void postEditingFinished();
+    void closeWindow();
+
+    SpotlightWindow *m_window = nullptr;
+    TSTTextGrowth *m_inputTextField = nullptr;
+    QLabel *m_detailsTextField = nullptr;
+    QToolButton *m_toggleButton = nullptr;
+    bool m_isExpanded = false;
+    EditTimers m_timers;
+};
