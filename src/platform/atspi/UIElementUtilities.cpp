@@ -4,6 +4,7 @@
 #include "MenuKeyBinding.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QHash>
 #include <QScreen>
@@ -22,6 +23,8 @@ constexpr int kMaxPointDepth = 40;
 constexpr int kFocusSearchBudget = 400;
 // How deep the parent walk goes before it gives up on a cycle.
 constexpr int kMaxParentDepth = 100;
+// A call that takes this long has run into the method-call timeout.
+constexpr auto kStallThreshold = AtspiThread::kMethodCallTimeout * 3 / 4;
 
 const QString kRole = QStringLiteral("AXRole");
 const QString kRoleDescription = QStringLiteral("AXRoleDescription");
@@ -62,6 +65,63 @@ bool failed(GError *error)
     return true;
 }
 
+// Many libatspi calls report no error when the application does not answer (the state set,
+// the interface list, most method calls): they just take the whole method-call timeout. A
+// call that took most of it marks the piece of work as given up as well.
+class StallGuard
+{
+public:
+    StallGuard() { m_timer.start(); }
+    ~StallGuard()
+    {
+        if (m_timer.elapsed() >= kStallThreshold.count())
+            t_gaveUp = true;
+    }
+
+private:
+    QElapsedTimer m_timer;
+};
+
+AtspiText *textOf(AtspiAccessible *accessible)
+{
+    if (t_gaveUp)
+        return nullptr;
+    StallGuard guard;
+    return atspi_accessible_get_text_iface(accessible);
+}
+
+AtspiEditableText *editableTextOf(AtspiAccessible *accessible)
+{
+    if (t_gaveUp)
+        return nullptr;
+    StallGuard guard;
+    return atspi_accessible_get_editable_text_iface(accessible);
+}
+
+AtspiAction *actionOf(AtspiAccessible *accessible)
+{
+    if (t_gaveUp)
+        return nullptr;
+    StallGuard guard;
+    return atspi_accessible_get_action_iface(accessible);
+}
+
+AtspiComponent *componentOf(AtspiAccessible *accessible)
+{
+    if (t_gaveUp)
+        return nullptr;
+    StallGuard guard;
+    return atspi_accessible_get_component_iface(accessible);
+}
+
+AtspiValue *valueOf(AtspiAccessible *accessible)
+{
+    if (t_gaveUp)
+        return nullptr;
+    StallGuard guard;
+    return atspi_accessible_get_value_iface(accessible);
+}
+
 QString takeString(gchar *text)
 {
     const QString result = QString::fromUtf8(text);
@@ -92,6 +152,9 @@ AtspiRole roleOf(AtspiAccessible *accessible)
 
 bool hasState(AtspiAccessible *accessible, AtspiStateType state)
 {
+    if (t_gaveUp)
+        return false;
+    StallGuard guard;
     AtspiStateSet *states = atspi_accessible_get_state_set(accessible);
     if (!states)
         return false;
@@ -235,7 +298,7 @@ UIElement findDescendant(AtspiAccessible *root, const std::function<bool(AtspiAc
 
 std::optional<MenuKeyBinding> menuKeyBinding(AtspiAccessible *accessible)
 {
-    AtspiAction *action = atspi_accessible_get_action_iface(accessible);
+    AtspiAction *action = actionOf(accessible);
     if (!action)
         return std::nullopt;
     GError *error = nullptr;
@@ -314,6 +377,9 @@ QHash<QString, QString> objectAttributes(AtspiAccessible *accessible)
 
 bool hasInterface(AtspiAccessible *accessible, const char *name)
 {
+    if (t_gaveUp)
+        return false;
+    StallGuard guard;
     GArray *interfaces = atspi_accessible_get_interfaces(accessible);
     if (!interfaces)
         return false;
@@ -378,12 +444,12 @@ UIElementValue readAttribute(AtspiAccessible *accessible, const QString &attribu
         return text;
     }
     if (attribute == kValue) {
-        if (AtspiText *text = atspi_accessible_get_text_iface(accessible)) {
+        if (AtspiText *text = textOf(accessible)) {
             const std::optional<QString> contents = textContents(text);
             g_object_unref(text);
             return contents ? UIElementValue(*contents) : UIElementValue();
         }
-        if (AtspiValue *value = atspi_accessible_get_value_iface(accessible)) {
+        if (AtspiValue *value = valueOf(accessible)) {
             const double current = atspi_value_get_current_value(value, &error);
             g_object_unref(value);
             return failed(error) ? UIElementValue() : UIElementValue(current);
@@ -392,7 +458,7 @@ UIElementValue readAttribute(AtspiAccessible *accessible, const QString &attribu
     }
     if (attribute == kSelectedText || attribute == kSelectedTextRange ||
         attribute == kNumberOfCharacters) {
-        AtspiText *text = atspi_accessible_get_text_iface(accessible);
+        AtspiText *text = textOf(accessible);
         if (!text)
             return {};
         UIElementValue result;
@@ -442,7 +508,7 @@ UIElementValue readAttribute(AtspiAccessible *accessible, const QString &attribu
         return focused ? UIElementValue(focused) : UIElementValue();
     }
     if (attribute == kPosition || attribute == kSize) {
-        AtspiComponent *component = atspi_accessible_get_component_iface(accessible);
+        AtspiComponent *component = componentOf(accessible);
         if (!component)
             return {};
         AtspiRect *extents = atspi_component_get_extents(component, ATSPI_COORD_TYPE_SCREEN, &error);
@@ -483,10 +549,20 @@ QString g(double number)
     return QString::asprintf("%g", number);
 }
 
+// Every operation runs as one piece of work on the AT-SPI thread. Once the application has
+// stopped answering, the operations that follow give up at once; an operation that ran into
+// the timeout marks that, since libatspi does not report every timeout as an error.
 template <typename T>
 T onAtspiThread(std::function<T()> work, T fallback = T())
 {
-    return AtspiThread::instance().call<T>(std::move(work)).value_or(std::move(fallback));
+    return AtspiThread::instance()
+        .call<T>([work = std::move(work), fallback] {
+            if (t_gaveUp)
+                return fallback;
+            StallGuard guard;
+            return work();
+        })
+        .value_or(std::move(fallback));
 }
 
 } // namespace
@@ -537,17 +613,27 @@ void UIElementUtilities::performAction(const QString &action, const UIElement &e
 {
     if (!element)
         return;
-    onAtspiThread<bool>([=] {
+    auto perform = [action, element] {
         AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
         if (!actions)
-            return false;
+            return;
         const int index = actionIndex(actions, action);
+        // Qt runs the action before it answers, and a Paste there reads the clipboard from
+        // Tolkaro's main thread: that answer may come late, and is no sign of a hang.
+        const bool gaveUpBefore = t_gaveUp;
         GError *error = nullptr;
-        const bool done = index >= 0 && atspi_action_do_action(actions, index, &error);
+        if (index >= 0)
+            atspi_action_do_action(actions, index, &error);
         failed(error);
+        t_gaveUp = gaveUpBefore;
         g_object_unref(actions);
-        return done;
-    });
+    };
+    // Without waiting: the caller's thread must stay free to serve the clipboard.
+    AtspiThread &thread = AtspiThread::instance();
+    if (thread.isCurrentThread())
+        perform();
+    else
+        thread.post(perform);
 }
 
 bool UIElementUtilities::isApplicationUIElement(const UIElement &element)
@@ -644,7 +730,7 @@ std::optional<QStringList> UIElementUtilities::actionNamesOfUIElement(const UIEl
     if (!element)
         return std::nullopt;
     return onAtspiThread<std::optional<QStringList>>([=]() -> std::optional<QStringList> {
-        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
+        AtspiAction *actions = actionOf(element.accessible());
         if (!actions)
             return std::nullopt;
         GError *error = nullptr;
@@ -671,7 +757,7 @@ std::optional<QString> UIElementUtilities::descriptionOfAction(const QString &ac
     if (!element)
         return std::nullopt;
     return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
-        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
+        AtspiAction *actions = actionOf(element.accessible());
         if (!actions)
             return std::nullopt;
         std::optional<QString> description;
@@ -732,7 +818,7 @@ void UIElementUtilities::setStringValue(const QString &text, const QString &attr
         if (const auto *point = std::get_if<AXPoint>(&current)) {
             float x = point->x;
             float y = point->y;
-            AtspiComponent *component = atspi_accessible_get_component_iface(accessible);
+            AtspiComponent *component = componentOf(accessible);
             if (component && std::sscanf(utf8.constData(), "x=%g y=%g", &x, &y) == 2)
                 done = atspi_component_set_position(component, gint(x), gint(y),
                                                     ATSPI_COORD_TYPE_SCREEN, &error);
@@ -741,7 +827,7 @@ void UIElementUtilities::setStringValue(const QString &text, const QString &attr
         } else if (const auto *size = std::get_if<AXSize>(&current)) {
             float width = size->width;
             float height = size->height;
-            AtspiComponent *component = atspi_accessible_get_component_iface(accessible);
+            AtspiComponent *component = componentOf(accessible);
             if (component && std::sscanf(utf8.constData(), "w=%g h=%g", &width, &height) == 2)
                 done = atspi_component_set_size(component, gint(width), gint(height), &error);
             if (component)
@@ -749,27 +835,32 @@ void UIElementUtilities::setStringValue(const QString &text, const QString &attr
         } else if (const auto *range = std::get_if<AXRange>(&current)) {
             long location = range->location;
             long length = range->length;
-            AtspiText *textIface = atspi_accessible_get_text_iface(accessible);
+            AtspiText *textIface = textOf(accessible);
             if (textIface &&
-                std::sscanf(utf8.constData(), "pos=%ld len=%ld", &location, &length) == 2)
+                std::sscanf(utf8.constData(), "pos=%ld len=%ld", &location, &length) == 2) {
                 done = atspi_text_set_selection(textIface, 0, gint(location),
                                                 gint(location + length), &error);
+                // GTK's text view moves a selection but will not make the first one.
+                if (!failed(error) && !done && length > 0)
+                    done = atspi_text_add_selection(textIface, gint(location),
+                                                    gint(location + length), &error);
+            }
             if (textIface)
                 g_object_unref(textIface);
         } else if (std::holds_alternative<QString>(current)) {
-            AtspiEditableText *editable = atspi_accessible_get_editable_text_iface(accessible);
+            AtspiEditableText *editable = editableTextOf(accessible);
             if (editable) {
                 done = atspi_editable_text_set_text_contents(editable, utf8.constData(), &error);
                 g_object_unref(editable);
             }
         } else if (std::holds_alternative<double>(current)) {
             if (attribute == kFocused) {
-                AtspiComponent *component = atspi_accessible_get_component_iface(accessible);
+                AtspiComponent *component = componentOf(accessible);
                 if (component && text.toDouble() != 0)
                     done = atspi_component_grab_focus(component, &error);
                 if (component)
                     g_object_unref(component);
-            } else if (AtspiValue *value = atspi_accessible_get_value_iface(accessible)) {
+            } else if (AtspiValue *value = valueOf(accessible)) {
                 done = atspi_value_set_current_value(value, text.toDouble(), &error);
                 g_object_unref(value);
             }
@@ -934,7 +1025,7 @@ UIElement UIElementUtilities::elementAtScreenPoint(const UIElement &application,
         // The window under the point: the active one first when windows overlap.
         UIElement window;
         for (const UIElement &candidate : childrenOf(application.accessible())) {
-            AtspiComponent *component = atspi_accessible_get_component_iface(candidate.accessible());
+            AtspiComponent *component = componentOf(candidate.accessible());
             if (!component)
                 continue;
             GError *error = nullptr;
@@ -948,7 +1039,7 @@ UIElement UIElementUtilities::elementAtScreenPoint(const UIElement &application,
         }
         UIElement current = window;
         for (int depth = 0; current && depth < kMaxPointDepth && !t_gaveUp; ++depth) {
-            AtspiComponent *component = atspi_accessible_get_component_iface(current.accessible());
+            AtspiComponent *component = componentOf(current.accessible());
             if (!component)
                 break;
             GError *error = nullptr;
@@ -1011,7 +1102,7 @@ std::optional<QString> UIElementUtilities::paragraphAtScreenPoint(const UIElemen
     if (!element)
         return std::nullopt;
     return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
-        AtspiText *text = atspi_accessible_get_text_iface(element.accessible());
+        AtspiText *text = textOf(element.accessible());
         if (!text)
             return std::nullopt;
         std::optional<QString> paragraph;
@@ -1039,7 +1130,7 @@ std::optional<qsizetype> UIElementUtilities::characterCount(const UIElement &ele
     if (!element)
         return std::nullopt;
     return onAtspiThread<std::optional<qsizetype>>([=]() -> std::optional<qsizetype> {
-        AtspiText *text = atspi_accessible_get_text_iface(element.accessible());
+        AtspiText *text = textOf(element.accessible());
         if (!text)
             return std::nullopt;
         GError *error = nullptr;
@@ -1060,8 +1151,8 @@ bool UIElementUtilities::replaceSelectedText(const UIElement &element, const QSt
         AtspiAccessible *accessible = element.accessible();
         if (!hasState(accessible, ATSPI_STATE_EDITABLE))
             return false;
-        AtspiEditableText *editable = atspi_accessible_get_editable_text_iface(accessible);
-        AtspiText *textIface = atspi_accessible_get_text_iface(accessible);
+        AtspiEditableText *editable = editableTextOf(accessible);
+        AtspiText *textIface = textOf(accessible);
         bool done = false;
         if (editable && textIface) {
             GError *error = nullptr;

@@ -41,6 +41,8 @@ public:
     // The value, or null unless the element lists the attribute (two queries, on purpose:
     // never ask an element for what it lacks).
     static UIElementValue valueOfAttribute(const QString &attribute, const UIElement &element);
+    // Starts the action and returns at once: the application may act before it answers
+    // (Qt does), and a Paste there reads the clipboard from the caller's thread.
     static void performAction(const QString &action, const UIElement &element);
     static bool isApplicationUIElement(const UIElement &element);
     static UIElementValue roleOfUIElement(const UIElement &element);

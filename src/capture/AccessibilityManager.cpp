@@ -1,0 +1,379 @@
+#include "capture/AccessibilityManager.h"
+
+#include "capture/ClipboardSnapshot.h"
+#include "capture/TextCaptureBackend.h"
+#include "common/Log.h"
+#include "platform/atspi/AtspiThread.h"
+#include "platform/atspi/UIElementUtilities.h"
+#include "text/CandidateTexts.h"
+#include "text/CopiedPassage.h"
+#include "text/StringHelpers.h"
+#include "text/TextCut.h"
+
+#include <QClipboard>
+#include <QCursor>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QGuiApplication>
+#include <QMimeData>
+#include <QTimer>
+
+#include <X11/keysym.h>
+
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Time given to another application to act on a menu press or keystroke.
+constexpr auto kSettleDelay = 150ms;
+// How long a synthetic paste waits for the user to let go of the modifier keys.
+constexpr auto kModifierReleaseWait = 2000ms;
+constexpr auto kModifierPollInterval = 10ms;
+// How many elements the search for menu bars looks at, and how deep menus nest.
+constexpr int kMenuBarSearchBudget = 200;
+constexpr int kMenuBarSearchDepth = 4;
+constexpr int kMenuDepth = 4;
+
+const QString kRole = QStringLiteral("AXRole");
+const QString kChildren = QStringLiteral("AXChildren");
+const QString kFocusedWindow = QStringLiteral("AXFocusedWindow");
+const QString kFocusedElement = QStringLiteral("AXFocusedUIElement");
+const QString kNumberOfCharacters = QStringLiteral("AXNumberOfCharacters");
+const QString kCmdChar = QStringLiteral("AXMenuItemCmdChar");
+const QString kCmdModifiers = QStringLiteral("AXMenuItemCmdModifiers");
+const QString kEnabled = QStringLiteral("AXEnabled");
+const QString kPress = QStringLiteral("AXPress");
+const QStringList kTextAttributes{QStringLiteral("AXValue"), QStringLiteral("AXTitle"),
+                                  QStringLiteral("AXHelp"), QStringLiteral("AXDescription")};
+
+UIElement &processedElement()
+{
+    static UIElement element;
+    return element;
+}
+
+QString stringOf(const UIElementValue &value)
+{
+    const auto *text = std::get_if<QString>(&value);
+    return text ? *text : QString();
+}
+
+UIElement elementOf(const UIElementValue &value)
+{
+    const auto *element = std::get_if<UIElement>(&value);
+    return element ? *element : UIElement();
+}
+
+QList<UIElement> childrenOf(const UIElement &element)
+{
+    const UIElementValue children = UIElementUtilities::valueOfAttribute(kChildren, element);
+    const auto *list = std::get_if<QList<UIElement>>(&children);
+    return list ? *list : QList<UIElement>();
+}
+
+// Runs a piece of AT-SPI work in one go on the AT-SPI thread; its fallback when the thread
+// does not finish in time.
+template <typename T>
+T onAtspiThread(std::function<T()> work)
+{
+    return AtspiThread::instance().call<T>(std::move(work)).value_or(T());
+}
+
+bool isMatchingMenuItem(const UIElement &item, const QString &key)
+{
+    // Command key first, then modifiers, then enabled: most items fail at the first test.
+    if (stringOf(UIElementUtilities::valueOfAttribute(kCmdChar, item)) != key)
+        return false;
+    const UIElementValue modifiers = UIElementUtilities::valueOfAttribute(kCmdModifiers, item);
+    const auto *modifierMask = std::get_if<double>(&modifiers);
+    if (!modifierMask || *modifierMask != 0)
+        return false;
+    const UIElementValue enabled = UIElementUtilities::valueOfAttribute(kEnabled, item);
+    const auto *enabledFlag = std::get_if<double>(&enabled);
+    return enabledFlag && *enabledFlag == 1;
+}
+
+void collectMenuItems(const UIElement &container, const QString &key, int depth,
+                      QList<UIElement> &found)
+{
+    if (depth > kMenuDepth)
+        return;
+    for (const UIElement &child : childrenOf(container)) {
+        const QString role = stringOf(UIElementUtilities::roleOfUIElement(child));
+        if (role == u"AXMenu") {
+            collectMenuItems(child, key, depth + 1, found);
+        } else if (role == u"AXMenuItem") {
+            // Qt puts a submenu under its menu-bar item; GTK makes that item the menu.
+            if (isMatchingMenuItem(child, key))
+                found.append(child);
+            else
+                collectMenuItems(child, key, depth + 1, found);
+        }
+    }
+}
+
+// The enabled menu-bar items of the application whose accelerator is Ctrl and the key.
+// Linux menu bars have no fixed order of menus, so items are found by accelerator.
+QList<UIElement> menuCommandsOf(const UIElement &application, const QString &key)
+{
+    return onAtspiThread<QList<UIElement>>([=] {
+        QList<UIElement> found;
+        if (!UIElementUtilities::isApplicationUIElement(application))
+            return found;
+        // Menu bars sit inside the windows, a few levels down.
+        QList<QPair<UIElement, int>> queue{{application, 0}};
+        int budget = kMenuBarSearchBudget;
+        while (!queue.isEmpty() && budget-- > 0 && !UIElementUtilities::gaveUp()) {
+            const auto [element, depth] = queue.takeFirst();
+            const QString role = stringOf(UIElementUtilities::roleOfUIElement(element));
+            if (role == u"AXMenuBar") {
+                collectMenuItems(element, key, 0, found);
+                continue;
+            }
+            if (depth >= kMenuBarSearchDepth || role == u"AXMenu" || role == u"AXMenuItem")
+                continue;
+            for (const UIElement &child : childrenOf(element))
+                queue.append({child, depth + 1});
+        }
+        return found;
+    });
+}
+
+void beginWork()
+{
+    AtspiThread::instance().call<bool>([] {
+        UIElementUtilities::beginWork();
+        return true;
+    });
+}
+
+std::optional<QString> clipboardText()
+{
+    const QMimeData *data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);
+    if (!data || !data->hasText())
+        return std::nullopt;
+    return data->text();
+}
+
+struct SelectionAnswer
+{
+    std::optional<QString> text;
+    // Pressing Copy could find what AT-SPI did not: the application's focused element cannot
+    // report a selection (no Text interface). Without a reported focus it would act blind:
+    // a window the user is not in has none, and GTK 3 stops reporting it after a menu
+    // command was pressed through AT-SPI (until the focus moves) while the keyboard stays
+    // where it was; such selections are on PRIMARY.
+    bool copyMayHelp = false;
+};
+
+SelectionAnswer accessibleSelection(const UIElement &application, const UIElement &element)
+{
+    return onAtspiThread<SelectionAnswer>([=] {
+        SelectionAnswer answer;
+        answer.text = UIElementUtilities::selectedText(element);
+        if (answer.text || isNullValue(UIElementUtilities::valueOfAttribute(kFocusedWindow,
+                                                                           application)))
+            return answer;
+        const UIElement focused = elementOf(
+            UIElementUtilities::valueOfAttribute(kFocusedElement, application));
+        answer.copyMayHelp =
+            focused && isNullValue(UIElementUtilities::valueOfAttribute(kNumberOfCharacters,
+                                                                        focused));
+        answer.text = UIElementUtilities::selectedText(focused);
+        return answer;
+    });
+}
+
+// The application's selection, by the first of its sources that answers.
+std::optional<QString> applicationSelection(const UIElement &application, const UIElement &element)
+{
+    const SelectionAnswer answer = accessibleSelection(application, element);
+    if (answer.text)
+        return answer.text;
+    const qint64 pid = UIElementUtilities::processIdentifierOfUIElement(application);
+    if (pid != 0 && TextCaptureBackend::instance().primarySelectionOwnerProcess() == pid) {
+        const QString primary = QGuiApplication::clipboard()->text(QClipboard::Selection);
+        if (!primary.isEmpty())
+            return primary;
+    }
+    if (!answer.copyMayHelp || UIElementUtilities::gaveUp())
+        return std::nullopt;
+    return AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(element);
+}
+
+// The four attribute texts, in order. A text longer than the gesture's cut is replaced by
+// the paragraph under the pointer, which is what the user points at.
+QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPoint &screenPoint)
+{
+    return onAtspiThread<QList<std::optional<QString>>>([=] {
+        QList<std::optional<QString>> texts;
+        for (const QString &attribute : kTextAttributes) {
+            // Never fetch a whole long document: its paragraph is all that is wanted.
+            if (attribute == kTextAttributes.first() &&
+                UIElementUtilities::characterCount(element).value_or(0) > kGestureTextLimit) {
+                if (auto paragraph = UIElementUtilities::paragraphAtScreenPoint(element, screenPoint)) {
+                    texts.append(paragraph);
+                    continue;
+                }
+            }
+            texts.append(UIElementUtilities::descriptionForUIElement(element, attribute, true));
+        }
+        return texts;
+    });
+}
+
+void pasteThroughClipboard(const QString &text, const std::function<void()> &press)
+{
+    const ClipboardSnapshot saved = ClipboardSnapshot::save();
+    ClipboardSnapshot::clearContents();
+    QGuiApplication::clipboard()->setText(text, QClipboard::Clipboard);
+    press();
+    AccessibilityManager::settle();
+    saved.restore();
+}
+
+// Waits, serving events, until the user lets go of the modifier keys or the wait is over.
+void waitForModifierRelease()
+{
+    TextCaptureBackend &backend = TextCaptureBackend::instance();
+    QElapsedTimer waited;
+    waited.start();
+    while (backend.modifierKeysDown() &&
+           waited.elapsed() < std::chrono::milliseconds(kModifierReleaseWait).count()) {
+        QEventLoop loop;
+        QTimer::singleShot(kModifierPollInterval, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+}
+
+} // namespace
+
+std::optional<QString> AccessibilityManager::getStringForCurrentUIElement()
+{
+    TextCaptureBackend &backend = TextCaptureBackend::instance();
+    if (!backend.isValid()) {
+        tolkaro::logLine(QStringLiteral("element is nil"));
+        return std::nullopt;
+    }
+    beginWork();
+    const QPoint screenPoint =
+        UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(QCursor::pos()).toPoint();
+    UIElement application =
+        UIElementUtilities::applicationElementForProcess(backend.processAtPoint(screenPoint));
+    UIElement element = UIElementUtilities::elementAtScreenPoint(application, screenPoint);
+    if (element) {
+        processedElement() = element;
+    } else if (!UIElementUtilities::gaveUp()) {
+        application = getActiveApplicationElement();
+        element = elementOf(UIElementUtilities::valueOfAttribute(kFocusedWindow, application));
+        if (element) {
+            tolkaro::logLine(QStringLiteral("At least we found a focused window "));
+            processedElement() = element;
+        }
+    }
+    if (!element) {
+        tolkaro::logLine(QStringLiteral("element is nil"));
+        return std::nullopt;
+    }
+
+    std::optional<QString> selection = applicationSelection(application, element);
+    if (selection && !StringHelpers::containsLetters(*selection))
+        selection.reset();
+    const QList<std::optional<QString>> texts = attributeTexts(element, screenPoint);
+    if (selection)
+        return selection;
+    return longestTextWithLetters(texts);
+}
+
+UIElement AccessibilityManager::getActiveApplicationElement()
+{
+    return UIElementUtilities::applicationElementForProcess(
+        TextCaptureBackend::instance().activeWindowProcess());
+}
+
+std::optional<QString>
+AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(const UIElement &element)
+{
+    const UIElement application = UIElementUtilities::applicationOfUIElement(element);
+    std::optional<QString> result;
+    for (const UIElement &item : menuCommandsOf(application, QStringLiteral("C"))) {
+        const ClipboardSnapshot saved = ClipboardSnapshot::save();
+        ClipboardSnapshot::clearContents();
+        UIElementUtilities::performAction(kPress, item);
+        settle();
+        if (std::optional<QString> copied = clipboardText())
+            result = copied;
+        saved.restore();
+    }
+    return result;
+}
+
+void AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(
+    const UIElement &element, const QString &text)
+{
+    beginWork();
+    const UIElement start = element ? element : processedElement();
+    clickPasteMenuCommandForApplicationAXElement(UIElementUtilities::applicationOfUIElement(start),
+                                                 text);
+}
+
+void AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
+    const UIElement &applicationElement, const QString &text)
+{
+    beginWork();
+    if (!UIElementUtilities::isApplicationUIElement(applicationElement))
+        return;
+    const QList<UIElement> items = menuCommandsOf(applicationElement, QStringLiteral("V"));
+    if (!items.isEmpty()) {
+        for (const UIElement &item : items)
+            pasteThroughClipboard(text, [&] { UIElementUtilities::performAction(kPress, item); });
+        return;
+    }
+    const UIElement focused = elementOf(
+        UIElementUtilities::valueOfAttribute(kFocusedElement, applicationElement));
+    if (UIElementUtilities::replaceSelectedText(focused, text))
+        return;
+    if (UIElementUtilities::gaveUp())
+        return;
+    // A synthetic Ctrl+V while the user still holds Ctrl+Alt would arrive as Ctrl+Alt+V.
+    waitForModifierRelease();
+    TextCaptureBackend &backend = TextCaptureBackend::instance();
+    pasteThroughClipboard(text, [&] { backend.sendControlKeystroke(XK_v); });
+}
+
+bool AccessibilityManager::isBooksAppActive(const QStringList &keystrokeCaptureApplications)
+{
+    const QString windowClass = TextCaptureBackend::instance().activeWindowClass();
+    return !windowClass.isEmpty() && keystrokeCaptureApplications.contains(windowClass);
+}
+
+std::optional<QString> AccessibilityManager::getStringForBooksApp()
+{
+    TextCaptureBackend &backend = TextCaptureBackend::instance();
+    // No Ctrl+Escape first: desktops bind it to their menu or task manager, which would take
+    // the keyboard away from the reader before the Ctrl+C arrives.
+    backend.releaseHeldModifiers();
+    const ClipboardSnapshot saved = ClipboardSnapshot::save();
+    ClipboardSnapshot::clearContents();
+    backend.sendControlKeystroke(XK_c);
+    settle();
+    const std::optional<QString> copied = clipboardText();
+    saved.restore();
+    if (!copied)
+        return std::nullopt;
+    return cleanUpCopiedPassage(*copied);
+}
+
+UIElement AccessibilityManager::currentlyProcessedElement()
+{
+    return processedElement();
+}
+
+void AccessibilityManager::settle()
+{
+    QEventLoop loop;
+    QTimer::singleShot(kSettleDelay, &loop, &QEventLoop::quit);
+    loop.exec();
+}

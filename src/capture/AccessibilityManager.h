@@ -1,0 +1,61 @@
+#pragma once
+
+#include "platform/atspi/UIElement.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+// Reads and writes text in other applications: the text under the pointer, the selection
+// through the application's own Copy command, and the paste of a text into it, with the
+// user's clipboard left as it was found. Class methods only; the one piece of state is the
+// element of the last capture, which tells a later paste where to go.
+//
+// Main thread. Capture and paste block it while they work, except for the 0.15 s settles
+// after a menu press or keystroke, which run the event loop re-entrantly (callers must
+// tolerate being re-entered then). AT-SPI calls run on the AT-SPI thread with short
+// timeouts: an application that stops answering makes the capture fail after about one
+// method-call timeout (0.2 s) instead of freezing Tolkaro.
+//
+// The application's selection is looked for in this order: the AT-SPI text selection of
+// the element under the pointer, then of the application's focused element; the PRIMARY
+// selection when the application owns it; then its Copy menu command (never a synthetic
+// Ctrl+C, which would interrupt a program in a terminal). The Copy command is pressed only
+// when the application reports a focused element that cannot report its selection through
+// AT-SPI: when it can and has none, pressing Copy would only cost the settle time (0.15 s)
+// and find nothing.
+class AccessibilityManager
+{
+public:
+    // The text under the pointer: the application's selection, else the longest of the
+    // element's attribute texts that has a letter; nullopt when nothing was found.
+    static std::optional<QString> getStringForCurrentUIElement();
+    // The application of the active window, or null.
+    static UIElement getActiveApplicationElement();
+
+    // Presses the Copy command (Ctrl+C, enabled) of the element's application and returns
+    // what it put on the clipboard; the clipboard is restored afterwards.
+    static std::optional<QString> clickCopyMenuCommandForApplicationThatContainsAXElement(
+        const UIElement &element);
+    // Pastes into the application of the element, or of the last capture when it is null.
+    static void clickPasteMenuCommandForApplicationThatContainsAXElement(const UIElement &element,
+                                                                        const QString &text);
+    // Pastes into an application: its Paste command (Ctrl+V), else EditableText on its
+    // focused element (verified by reading back), else a synthetic Ctrl+V once the user's
+    // modifier keys are up. The clipboard is restored afterwards.
+    static void clickPasteMenuCommandForApplicationAXElement(const UIElement &applicationElement,
+                                                             const QString &text);
+
+    // The active window belongs to one of the applications (window classes) whose selection
+    // is read by keystrokes.
+    static bool isBooksAppActive(const QStringList &keystrokeCaptureApplications);
+    // Their selection: Ctrl+C to the active window, read from the clipboard (restored
+    // afterwards), cleaned up as a copied passage.
+    static std::optional<QString> getStringForBooksApp();
+
+    static UIElement currentlyProcessedElement();
+
+    // The wait after a menu press or keystroke, spent in a nested event loop.
+    static void settle();
+};

@@ -1,0 +1,101 @@
+// A command-line probe of text capture, for trying an application by hand and for
+// measuring: moves the pointer, captures, and prints what came back and how long it took.
+//
+//   tolkaro-capture-probe --capture-at X,Y        the text under the pointer at X,Y
+//   tolkaro-capture-probe --describe-at X,Y       the full report of the element at X,Y
+//   tolkaro-capture-probe --paste-into PID TEXT   pastes TEXT into the application PID
+//   tolkaro-capture-probe --own-clipboard FORMAT=FILE...
+//                                                 puts the files' bytes on the clipboard
+//                                                 under those formats, prints "OWNING" and
+//                                                 serves them until it loses the clipboard
+//                                                 or is terminated (another application's
+//                                                 clipboard, for the tests)
+//
+// Coordinates are screen pixels. Exit status 1 when nothing was captured.
+
+#include "capture/AccessibilityManager.h"
+#include "capture/TextCaptureBackend.h"
+#include "platform/atspi/UIElementUtilities.h"
+
+#include <QClipboard>
+#include <QCursor>
+#include <QFile>
+#include <QMimeData>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QStringList>
+#include <QTextStream>
+
+#include <cstdio>
+
+namespace {
+
+QPoint parsePoint(const QString &text)
+{
+    const QStringList parts = text.split(u',');
+    return parts.size() == 2 ? QPoint(parts[0].toInt(), parts[1].toInt()) : QPoint();
+}
+
+void moveTo(const QPoint &point)
+{
+    QCursor::setPos(point);
+    // Let the warp reach the server before anything asks where the pointer is.
+    QCoreApplication::processEvents();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QGuiApplication app(argc, argv);
+    const QStringList args = app.arguments();
+    QTextStream out(stdout);
+    if (args.size() >= 3 && args[1] == u"--capture-at") {
+        moveTo(parsePoint(args[2]));
+        QElapsedTimer timer;
+        timer.start();
+        const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement();
+        const double ms = timer.nsecsElapsed() / 1e6;
+        out << (text ? QStringLiteral("TEXT %1").arg(*text) : QStringLiteral("NONE")) << "\n"
+            << QStringLiteral("MS %1").arg(ms, 0, 'f', 2) << "\n";
+        return text ? 0 : 1;
+    }
+    if (args.size() >= 3 && args[1] == u"--describe-at") {
+        const QPoint point = parsePoint(args[2]);
+        TextCaptureBackend &backend = TextCaptureBackend::instance();
+        const UIElement application =
+            UIElementUtilities::applicationElementForProcess(backend.processAtPoint(point));
+        const UIElement element = UIElementUtilities::elementAtScreenPoint(application, point);
+        out << UIElementUtilities::stringDescriptionOfUIElement(element);
+        return element ? 0 : 1;
+    }
+    if (args.size() >= 4 && args[1] == u"--paste-into") {
+        const UIElement application =
+            UIElementUtilities::applicationElementForProcess(args[2].toLongLong());
+        AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(application, args[3]);
+        return application ? 0 : 1;
+    }
+    if (args.size() >= 2 && args[1] == u"--own-clipboard") {
+        auto *data = new QMimeData;
+        for (const QString &pair : args.mid(2)) {
+            const qsizetype equals = pair.indexOf(u'=');
+            QFile file(pair.mid(equals + 1));
+            if (equals <= 0 || !file.open(QIODevice::ReadOnly))
+                return 2;
+            data->setData(pair.left(equals), file.readAll());
+        }
+        QClipboard *clipboard = QGuiApplication::clipboard();
+        clipboard->setMimeData(data, QClipboard::Clipboard);
+        QObject::connect(clipboard, &QClipboard::dataChanged, &app, [clipboard, &app] {
+            if (!clipboard->ownsClipboard())
+                app.quit();
+        });
+        out << "OWNING" << Qt::endl;
+        return app.exec();
+    }
+    std::fprintf(stderr,
+                 "usage: %s --capture-at X,Y | --describe-at X,Y | --paste-into PID TEXT | "
+                 "--own-clipboard FORMAT=FILE...\n",
+                 argv[0]);
+    return 2;
+}
