@@ -257,6 +257,7 @@ class TestTrayApplication : public QObject
 
 private slots:
     void initTestCase();
+    void terminationDuringTheWelcomeAlertLeavesItForNextTime();
     void firstLaunchWelcomesThenRegistersTheTrayIcon();
     void menusHoldTheirItems();
     void languageChosenWithThePointerSurvivesARestart();
@@ -265,6 +266,7 @@ private slots:
     void popoverStaysOnScreen();
     void clickElsewhereClosesThePopover();
     void secondStartLeavesTheFirstAlone();
+    void quitFromTheMenuEndsCleanly();
 
 private:
     // Starts tolkaro on `configHome` and waits until its tray icon is embedded in the tray.
@@ -272,6 +274,9 @@ private:
     bool trayIconEmbedded() const;
     // The popover as X sees it: a viewable window of ours outside the tray.
     Window popoverWindow() const;
+    // Opens the status menu with a click on the tray icon and clicks the item at the path of
+    // titles, pointing at each parent on the way as a hand would.
+    bool clickMenuItem(const QStringList &titles);
     // Clicks the GTK target's entry, so that it is the focused widget of the active window.
     bool focusGtkEntry();
 
@@ -319,6 +324,36 @@ bool TestTrayApplication::startAndWaitForTray(Tolkaro &tolkaro)
         kStartTimeout);
 }
 
+bool TestTrayApplication::clickMenuItem(const QStringList &titles)
+{
+    const QVariantMap icon = statusItemState();
+    const QRect iconRect(icon.value(QStringLiteral("x")).toInt(), icon.value(QStringLiteral("y")).toInt(),
+                         icon.value(QStringLiteral("width")).toInt(),
+                         icon.value(QStringLiteral("height")).toInt());
+    if (iconRect.isEmpty()) {
+        qWarning() << "no tray icon geometry";
+        return false;
+    }
+    if (!inject({QStringLiteral("click:%1,%2").arg(iconRect.center().x()).arg(iconRect.center().y())}))
+        return false;
+    QRect item;
+    for (int depth = 1; depth <= titles.size(); ++depth) {
+        const QStringList path = titles.mid(0, depth);
+        if (!QTest::qWaitFor([&] { return !(item = menuItemGeometry(path)).isEmpty(); }, 5000)) {
+            qWarning() << "not on screen:" << path;
+            return false;
+        }
+        // Into the item from its left end first, so the pointer never crosses a sibling
+        // whose submenu would replace the one wanted.
+        if (!inject({QStringLiteral("move:%1,%2").arg(item.left() + 10).arg(item.center().y()),
+                     QStringLiteral("sleep:50"),
+                     QStringLiteral("move:%1,%2").arg(item.center().x()).arg(item.center().y())}))
+            return false;
+    }
+    return inject({QStringLiteral("sleep:100"),
+                   QStringLiteral("click:%1,%2").arg(item.center().x()).arg(item.center().y())});
+}
+
 bool TestTrayApplication::focusGtkEntry()
 {
     if (m_gtkEntry.isNull()) {
@@ -334,6 +369,28 @@ bool TestTrayApplication::focusGtkEntry()
     if (!inject({QStringLiteral("click:%1,%2").arg(rect.center().x()).arg(rect.center().y())}))
         return false;
     return QTest::qWaitFor([&] { return m_gtkEntry.isFocused(); }, 5000);
+}
+
+void TestTrayApplication::terminationDuringTheWelcomeAlertLeavesItForNextTime()
+{
+    QTemporaryDir configHome;
+    Tolkaro tolkaro(configHome.path());
+    tolkaro.start();
+    QVERIFY(tolkaro.process().waitForStarted(kStartTimeout));
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            return !AtspiProbe::window(AtspiProbe::applicationByPid(tolkaro.pid()),
+                                       QStringLiteral("Tolkaro"))
+                        .isNull();
+        },
+        kStartTimeout));
+
+    // SIGTERM while the modal alert is up ends the process at once and cleanly; the
+    // welcome was not read, so it is not marked as read.
+    QCOMPARE(tolkaro.stop(), 0);
+    QSettings stored(configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")), QSettings::IniFormat);
+    QCOMPARE(stored.value(QStringLiteral("HasBeenLaunchedBefore"), false).toBool(), false);
+    QVERIFY(!QFile::exists(configHome.filePath(QStringLiteral("autostart/tolkaro.desktop"))));
 }
 
 void TestTrayApplication::firstLaunchWelcomesThenRegistersTheTrayIcon()
@@ -420,33 +477,7 @@ void TestTrayApplication::languageChosenWithThePointerSurvivesARestart()
 
     // Click the icon in the tray, point at the submenu's item, click the language.
     auto choose = [&](const QString &parent, const QString &language) {
-        const QVariantMap icon = statusItemState();
-        const QRect iconRect(icon.value(QStringLiteral("x")).toInt(), icon.value(QStringLiteral("y")).toInt(),
-                             icon.value(QStringLiteral("width")).toInt(),
-                             icon.value(QStringLiteral("height")).toInt());
-        if (iconRect.isEmpty()) {
-            qWarning() << "no tray icon geometry";
-            return false;
-        }
-        const QPoint iconCenter = iconRect.center();
-        if (!inject({QStringLiteral("click:%1,%2").arg(iconCenter.x()).arg(iconCenter.y())}))
-            return false;
-        QRect item;
-        if (!QTest::qWaitFor([&] { return !(item = menuItemGeometry({parent})).isEmpty(); }, 5000)) {
-            qWarning() << "the menu did not open on a click at" << iconCenter;
-            return false;
-        }
-        if (!inject({QStringLiteral("move:%1,%2").arg(item.center().x()).arg(item.center().y())}))
-            return false;
-        if (!QTest::qWaitFor([&] { return !(item = menuItemGeometry({parent, language})).isEmpty(); },
-                             5000)) {
-            qWarning() << "the submenu of" << parent << "did not open";
-            return false;
-        }
-        // Along the parent item first, then down the submenu, as a hand would go.
-        return inject({QStringLiteral("move:%1,%2").arg(item.left() + 10).arg(item.center().y()),
-                       QStringLiteral("sleep:100"),
-                       QStringLiteral("click:%1,%2").arg(item.center().x()).arg(item.center().y())});
+        return clickMenuItem({parent, language});
     };
 
     QVERIFY(choose(destinationItem, kDe + QStringLiteral(" German")));
@@ -598,7 +629,22 @@ void TestTrayApplication::secondStartLeavesTheFirstAlone()
     QVERIFY(m_running->isRunning());
     QVERIFY(statusItemState().value(QStringLiteral("visible")).toBool());
     QVERIFY(trayIconEmbedded());
-    QCOMPARE(m_running->stop(), 0);
+}
+
+void TestTrayApplication::quitFromTheMenuEndsCleanly()
+{
+    QVERIFY(m_running && m_running->isRunning());
+    // Something for the way out to write.
+    QVERIFY(clickMenuItem({kDe + QStringLiteral(" Destination Language"), kJp + QStringLiteral(" Japanese")}));
+    QTRY_COMPARE(titlesOf(menuLayout()).value(1), kJp + QStringLiteral(" Destination Language"));
+
+    QVERIFY(clickMenuItem({QStringLiteral("Quit Tolkaro")}));
+    QVERIFY(m_running->process().waitForFinished(kStartTimeout));
+    QCOMPARE(m_running->process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_running->process().exitCode(), 0);
+    QSettings stored(m_configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")), QSettings::IniFormat);
+    QCOMPARE(stored.value(QStringLiteral("previouslyUsedLanguageCode")).toString(), QStringLiteral("ja"));
+    QVERIFY(!trayIconEmbedded());
 }
 
 QTEST_GUILESS_MAIN(TestTrayApplication)
