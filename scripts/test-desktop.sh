@@ -7,10 +7,12 @@
 #   --no-targets        do not start the two target applications
 #   --timeout SECONDS   stop COMMAND after this long (exit 124); default: no limit
 #   --screenshot PATH   on failure, save a screenshot of the desktop to PATH
+#   --logs DIR          on failure, copy the logs of the desktop's programs into DIR
 #   --qt-target PATH    the tolkaro-qt-target executable (default: from $BUILD_DIR, ./build,
 #                       the newest build*/ tree, or $PATH)
 #   -v, --verbose       say how long each step took
 # Environment: TOLKARO_DESKTOP_SCREENSHOT=PATH is the same as --screenshot;
+#   TOLKARO_DESKTOP_LOGS=DIR as --logs;
 #   TOLKARO_QT_TARGET=PATH as --qt-target; TOLKARO_DESKTOP_STEP_TIMEOUT (seconds, default 15)
 #   bounds each wait of the bring-up.
 #
@@ -54,6 +56,7 @@ if [ "${1:-}" != "--inner" ]; then
     # ---- Outer stage: options, private directories, the X server. ----
     targets=1 command_timeout=0 verbose=0
     screenshot="${TOLKARO_DESKTOP_SCREENSHOT:-}"
+    keep_logs="${TOLKARO_DESKTOP_LOGS:-}"
     qt_target="${TOLKARO_QT_TARGET:-}"
     usage() { sed -n '2,/^set -uo/{/^set -uo/d;s/^# \{0,1\}//;p}' "$self" >&2; exit 2; }
     while [ $# -gt 0 ]; do
@@ -61,6 +64,7 @@ if [ "${1:-}" != "--inner" ]; then
             --no-targets) targets=0 ;;
             --timeout) command_timeout="${2:?--timeout needs seconds}"; shift ;;
             --screenshot) screenshot="${2:?--screenshot needs a path}"; shift ;;
+            --logs) keep_logs="${2:?--logs needs a directory}"; shift ;;
             --qt-target) qt_target="${2:?--qt-target needs a path}"; shift ;;
             -v | --verbose) verbose=1 ;;
             -h | --help) usage ;;
@@ -111,6 +115,10 @@ if [ "${1:-}" != "--inner" ]; then
             stop_pids "$session_pid"
         fi
         [ -n "$xvfb_pid" ] && stop_pids "$xvfb_pid"
+        if [ "$status" -ne 0 ] && [ -n "$keep_logs" ]; then
+            mkdir -p "$keep_logs" && cp "$dir"/logs/*.log "$keep_logs"/ 2>/dev/null &&
+                log "logs kept in $keep_logs"
+        fi
         rm -rf "$dir"
         exit "$status"
     }

@@ -16,7 +16,8 @@
 //                                              spare key code mapped for the moment
 // Key codes and not key names for modifiers: left and right Control, Alt and Shift differ
 // only by key code, and that is what the key monitor sees.
-// Exits 0 when every step was sent, 2 on a bad step, 1 when the X server refused.
+// Exits 0 when every step was sent, 2 on a bad step (found before anything is sent), 1 when
+// the X server refused an event.
 
 #include "platform/x11/XTestKeySender.h"
 
@@ -40,9 +41,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// One step of the script, checked before anything is sent: a script that stopped half way
+// could leave a key held down for the rest of the session.
 struct Step
 {
-    QString action; // the step without its "@MS"
+    enum class Kind { Key, Move, Button, Sleep, Type };
+    Kind kind = Kind::Key;
+    uint8_t keyCode = 0;
+    bool press = true;
+    bool tap = false;
+    int x = -1, y = -1; // Move; Button when a click names a position
+    int button = 1;
+    int sleepMs = 0;
+    QString text;
     std::optional<int> atMs;
 };
 
@@ -52,19 +63,90 @@ struct Step
     std::exit(2);
 }
 
-Step parseStep(const QString &text)
+int number(const QString &step, const QString &text)
 {
-    Step step{text, std::nullopt};
-    if (text.startsWith(QLatin1String("type:")))
+    bool ok = false;
+    const int value = text.toInt(&ok);
+    if (!ok || value < 0)
+        badStep(step, "expected a number");
+    return value;
+}
+
+bool isDown(const QString &step, const QString &text)
+{
+    if (text == QLatin1String("down"))
+        return true;
+    if (text != QLatin1String("up"))
+        badStep(step, "expected down or up");
+    return false;
+}
+
+void parsePosition(const QString &step, const QString &text, Step &parsed)
+{
+    const QStringList xy = text.split(QLatin1Char(','));
+    if (xy.size() != 2)
+        badStep(step, "expected X,Y");
+    parsed.x = number(step, xy[0]);
+    parsed.y = number(step, xy[1]);
+}
+
+uint8_t keyCodeOf(const QString &step, const QString &key, const XTestKeySender &sender)
+{
+    bool isNumber = false;
+    const int code = key.toInt(&isNumber);
+    if (isNumber) {
+        if (code < 8 || code > 255)
+            badStep(step, "key codes run from 8 to 255");
+        return uint8_t(code);
+    }
+    const KeySym keysym = XStringToKeysym(key.toLatin1().constData());
+    if (keysym == NoSymbol)
+        badStep(step, "unknown keysym name");
+    const uint8_t keyCode = sender.keyCodeForKeysym(uint32_t(keysym));
+    if (keyCode == 0)
+        badStep(step, "no key produces this keysym");
+    return keyCode;
+}
+
+Step parseStep(const QString &text, const XTestKeySender &sender)
+{
+    Step step;
+    if (text.startsWith(QLatin1String("type:"))) {
+        step.kind = Step::Kind::Type;
+        step.text = text.mid(5);
         return step;
+    }
+    QString action = text;
     const qsizetype at = text.lastIndexOf(QLatin1Char('@'));
     if (at >= 0) {
-        bool ok = false;
-        const int ms = text.mid(at + 1).toInt(&ok);
-        if (!ok || ms < 0)
-            badStep(text, "the time after @ is not a number of milliseconds");
-        step.action = text.left(at);
-        step.atMs = ms;
+        step.atMs = number(text, text.mid(at + 1));
+        action = text.left(at);
+    }
+    const QStringList parts = action.split(QLatin1Char(':'));
+    const QString &head = parts.first();
+    if (head == QLatin1String("sleep") && parts.size() == 2) {
+        step.kind = Step::Kind::Sleep;
+        step.sleepMs = number(text, parts[1]);
+    } else if (head == QLatin1String("move") && parts.size() == 2) {
+        step.kind = Step::Kind::Move;
+        parsePosition(text, parts[1], step);
+    } else if (head == QLatin1String("click") && parts.size() <= 2) {
+        step.kind = Step::Kind::Button;
+        step.tap = true;
+        if (parts.size() == 2)
+            parsePosition(text, parts[1], step);
+    } else if (head == QLatin1String("button") && parts.size() == 3) {
+        step.kind = Step::Kind::Button;
+        step.button = number(text, parts[1]);
+        step.press = isDown(text, parts[2]);
+    } else if (parts.size() == 2) {
+        step.kind = Step::Kind::Key;
+        step.keyCode = keyCodeOf(text, head, sender);
+        step.tap = parts[1] == QLatin1String("tap");
+        if (!step.tap)
+            step.press = isDown(text, parts[1]);
+    } else {
+        badStep(text, "expected KEY:down, KEY:up, KEY:tap, move:, click, button:, sleep: or type:");
     }
     return step;
 }
@@ -161,89 +243,46 @@ public:
     bool play(const std::vector<Step> &steps)
     {
         const Clock::time_point start = Clock::now();
+        bool sent = true;
         for (const Step &step : steps) {
             if (step.atMs)
                 std::this_thread::sleep_until(start + std::chrono::milliseconds(*step.atMs));
-            if (!run(step.action))
-                return false;
+            sent = run(step) && sent;
         }
         m_spareKey.clear();
         m_sender.sync();
-        return true;
+        return sent;
     }
 
 private:
-    bool run(const QString &action)
+    bool run(const Step &step)
     {
-        if (action.startsWith(QLatin1String("type:")))
-            return typeText(action.mid(5));
-        const QStringList parts = action.split(QLatin1Char(':'));
-        const QString &head = parts.first();
-        if (head == QLatin1String("sleep") && parts.size() == 2) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(number(action, parts[1])));
-            return true;
-        }
-        if (head == QLatin1String("move") && parts.size() == 2)
-            return moveTo(action, parts[1]);
-        if (head == QLatin1String("click") && parts.size() <= 2) {
-            if (parts.size() == 2 && !moveTo(action, parts[1]))
+        switch (step.kind) {
+        case Step::Kind::Key:
+            if (step.tap)
+                return m_sender.pressKeyCode(step.keyCode) && m_sender.releaseKeyCode(step.keyCode);
+            return step.press ? m_sender.pressKeyCode(step.keyCode)
+                              : m_sender.releaseKeyCode(step.keyCode);
+        case Step::Kind::Move:
+            return moveTo(step.x, step.y);
+        case Step::Kind::Button:
+            if (step.x >= 0 && !moveTo(step.x, step.y))
                 return false;
-            return button(1, true) && button(1, false);
-        }
-        if (head == QLatin1String("button") && parts.size() == 3)
-            return button(number(action, parts[1]), upOrDown(action, parts[2]));
-        if (parts.size() != 2)
-            badStep(action, "expected KEY:down, KEY:up or KEY:tap");
-        const uint8_t keyCode = keyCodeOf(action, head);
-        if (parts[1] == QLatin1String("tap"))
-            return m_sender.pressKeyCode(keyCode) && m_sender.releaseKeyCode(keyCode);
-        return upOrDown(action, parts[1]) ? m_sender.pressKeyCode(keyCode)
-                                          : m_sender.releaseKeyCode(keyCode);
-    }
-
-    uint8_t keyCodeOf(const QString &action, const QString &key)
-    {
-        bool isNumber = false;
-        const int code = key.toInt(&isNumber);
-        if (isNumber) {
-            if (code < 8 || code > 255)
-                badStep(action, "key codes run from 8 to 255");
-            return uint8_t(code);
-        }
-        const KeySym keysym = XStringToKeysym(key.toLatin1().constData());
-        if (keysym == NoSymbol)
-            badStep(action, "unknown keysym name");
-        const uint8_t keyCode = m_sender.keyCodeForKeysym(uint32_t(keysym));
-        if (keyCode == 0)
-            badStep(action, "no key produces this keysym");
-        return keyCode;
-    }
-
-    static int number(const QString &action, const QString &text)
-    {
-        bool ok = false;
-        const int value = text.toInt(&ok);
-        if (!ok || value < 0)
-            badStep(action, "expected a number");
-        return value;
-    }
-
-    static bool upOrDown(const QString &action, const QString &text)
-    {
-        if (text == QLatin1String("down"))
+            if (step.tap)
+                return button(step.button, true) && button(step.button, false);
+            return button(step.button, step.press);
+        case Step::Kind::Sleep:
+            std::this_thread::sleep_for(std::chrono::milliseconds(step.sleepMs));
             return true;
-        if (text != QLatin1String("up"))
-            badStep(action, "expected down or up");
+        case Step::Kind::Type:
+            return typeText(step.text);
+        }
         return false;
     }
 
-    bool moveTo(const QString &action, const QString &position)
+    bool moveTo(int x, int y)
     {
-        const QStringList xy = position.split(QLatin1Char(','));
-        if (xy.size() != 2)
-            badStep(action, "expected X,Y");
-        const bool sent = XTestFakeMotionEvent(m_display, -1, number(action, xy[0]),
-                                               number(action, xy[1]), CurrentTime);
+        const bool sent = XTestFakeMotionEvent(m_display, -1, x, y, CurrentTime);
         XFlush(m_display);
         return sent;
     }
@@ -318,17 +357,6 @@ int main(int argc, char **argv)
         }
     }
 
-    std::vector<Step> steps;
-    int lastMs = 0;
-    for (const QString &text : stepTexts) {
-        steps.push_back(parseStep(text));
-        if (steps.back().atMs) {
-            if (*steps.back().atMs < lastMs)
-                badStep(text, "times must not go back");
-            lastMs = *steps.back().atMs;
-        }
-    }
-
     XTestKeySender sender(displayName);
     // These keystrokes are the user's, whoever watches them.
     sender.setAnnouncesToKeyMonitor(false);
@@ -338,6 +366,18 @@ int main(int argc, char **argv)
                                                       : displayName));
         return 1;
     }
+
+    std::vector<Step> steps;
+    int lastMs = 0;
+    for (const QString &text : stepTexts) {
+        steps.push_back(parseStep(text, sender));
+        if (steps.back().atMs) {
+            if (*steps.back().atMs < lastMs)
+                badStep(text, "times must not go back");
+            lastMs = *steps.back().atMs;
+        }
+    }
+
     Player player(sender, keyDelayMs);
     if (!player.play(steps)) {
         std::fprintf(stderr, "tolkaro-xtest-inject: the X server refused an event\n");
