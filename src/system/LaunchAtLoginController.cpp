@@ -199,8 +199,8 @@ QString LaunchAtLoginController::appURL()
 
 QString LaunchAtLoginController::autostartDirectory()
 {
-    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
-        + QLatin1String("/autostart");
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QLatin1String("/autostart");
 }
 
 void LaunchAtLoginController::watchAutostartDirectory()
@@ -212,7 +212,8 @@ void LaunchAtLoginController::watchAutostartDirectory()
         paths << QFileInfo(directory).path();
     } else {
         paths << directory;
-        for (const QFileInfo &file : QDir(directory).entryInfoList({QStringLiteral("*.desktop")}, QDir::Files))
+        for (const QFileInfo &file :
+             QDir(directory).entryInfoList({QStringLiteral("*.desktop")}, QDir::Files))
             paths << file.filePath();
     }
     const QStringList watched = m_watcher.files() + m_watcher.directories();

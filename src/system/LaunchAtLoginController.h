@@ -14,7 +14,8 @@
 class LaunchAtLoginController : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(bool launchAtLogin READ launchAtLogin WRITE setLaunchAtLogin NOTIFY launchAtLoginChanged)
+    Q_PROPERTY(
+        bool launchAtLogin READ launchAtLogin WRITE setLaunchAtLogin NOTIFY launchAtLoginChanged)
 
 public:
     // One autostart entry as found on disk.

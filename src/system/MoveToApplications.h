@@ -28,9 +28,9 @@ public:
 // The places, the answers and the relaunch of one run of the procedure.
 struct MoveEnvironment
 {
-    QString selfPath;                   // what would be moved
+    QString selfPath;                    // what would be moved
     QStringList applicationsDirectories; // where a copy counts as installed
-    QString destinationDirectory;       // where it goes; empty: none found
+    QString destinationDirectory;        // where it goes; empty: none found
     Preferences *preferences = nullptr;
     MoveAlerts *alerts = nullptr;
     // Starts the moved copy; answers whether it started.

@@ -14,7 +14,8 @@ class QNetworkReply;
 // What an update check found.
 struct UpdateCheckResult
 {
-    enum class Outcome {
+    enum class Outcome
+    {
         NoFeed,      // no feed configured: updates come from the package manager
         UpdateFound, // the feed's newest item is newer than this version
         UpToDate,    // same or older
@@ -22,11 +23,11 @@ struct UpdateCheckResult
     };
     Outcome outcome = Outcome::Failed;
     QString currentVersion;
-    QString newestVersion;  // when the feed had a usable item
-    QString title;          // the item's title
+    QString newestVersion; // when the feed had a usable item
+    QString title;         // the item's title
     QUrl releaseNotesURL;
     QUrl downloadURL;
-    QString error;          // on failure
+    QString error; // on failure
 };
 
 // What the user sees of an update check, behind an interface so that tests can answer it.

@@ -16,17 +16,17 @@ constexpr int kReportTransferTimeoutMs = 15000;
 QUrl reportingEndpoint(const Preferences &preferences)
 {
     const QUrl url(preferences.usageReportingURL().trimmed(), QUrl::StrictMode);
-    if (!url.isValid() || url.isRelative()
-        || (url.scheme() != QLatin1String("https") && url.scheme() != QLatin1String("http")))
+    if (!url.isValid() || url.isRelative() ||
+        (url.scheme() != QLatin1String("https") && url.scheme() != QLatin1String("http")))
         return {};
     return url;
 }
 
 QByteArray formEncode(const QString &event, const QVariantMap &fields)
 {
-    QList<QPair<QString, QString>> pairs{{QStringLiteral("event"), event},
-                                         {QStringLiteral("version"),
-                                          QStringLiteral(TOLKARO_VERSION)}};
+    QList<QPair<QString, QString>> pairs{
+        {QStringLiteral("event"), event},
+        {QStringLiteral("version"), QStringLiteral(TOLKARO_VERSION)}};
     for (auto field = fields.cbegin(); field != fields.cend(); ++field)
         pairs.append({field.key(), field.value().toString()});
     QByteArray body;
@@ -34,8 +34,8 @@ QByteArray formEncode(const QString &event, const QVariantMap &fields)
         if (!body.isEmpty())
             body += '&';
         // Form encoding: spaces as '+', everything but unreserved characters escaped.
-        body += QUrl::toPercentEncoding(key, " ").replace(' ', '+') + '='
-            + QUrl::toPercentEncoding(value, " ").replace(' ', '+');
+        body += QUrl::toPercentEncoding(key, " ").replace(' ', '+') + '=' +
+                QUrl::toPercentEncoding(value, " ").replace(' ', '+');
     }
     return body;
 }

@@ -25,15 +25,14 @@ void TestDesktopEntry::splitExec_data()
     QTest::newRow("path and arguments, runs of spaces")
         << "/usr/bin/tolkaro  --typing-mode   -v" << true
         << QStringList{"/usr/bin/tolkaro", "--typing-mode", "-v"};
-    QTest::newRow("quoted path with spaces")
-        << "\"/home/u/My Apps/Tolkaro.AppImage\"" << true
-        << QStringList{"/home/u/My Apps/Tolkaro.AppImage"};
+    QTest::newRow("quoted path with spaces") << "\"/home/u/My Apps/Tolkaro.AppImage\"" << true
+                                             << QStringList{"/home/u/My Apps/Tolkaro.AppImage"};
     QTest::newRow("escaped quote, backquote, dollar, backslash inside quotes")
         << R"("/a\"b\`c\$d\\e")" << true << QStringList{R"(/a"b`c$d\e)"};
     QTest::newRow("field codes dropped, %% kept")
         << "tolkaro %U --rate=100%% %f" << true << QStringList{"tolkaro", "--rate=100%"};
-    QTest::newRow("empty quoted argument kept") << "tolkaro \"\"" << true
-                                                << QStringList{"tolkaro", ""};
+    QTest::newRow("empty quoted argument kept")
+        << "tolkaro \"\"" << true << QStringList{"tolkaro", ""};
     QTest::newRow("unterminated quote") << "\"/usr/bin/tolkaro" << false << QStringList{};
     QTest::newRow("empty") << "" << true << QStringList{};
 }

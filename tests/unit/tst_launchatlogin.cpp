@@ -102,10 +102,9 @@ void TestLaunchAtLogin::setLaunchAtLogin_data()
     QTest::newRow("no entry, on") << QStringList{} << true << false << true
                                   << QStringList{"tolkaro.desktop"};
     QTest::newRow("no entry, off") << QStringList{} << false << false << false << QStringList{};
-    QTest::newRow("on twice: one entry") << QStringList{own} << true << true << true
-                                         << QStringList{"tolkaro.desktop"};
-    QTest::newRow("own entry, off") << QStringList{own} << false << true << false
-                                    << QStringList{};
+    QTest::newRow("on twice: one entry")
+        << QStringList{own} << true << true << true << QStringList{"tolkaro.desktop"};
+    QTest::newRow("own entry, off") << QStringList{own} << false << true << false << QStringList{};
     QTest::newRow("two own entries, off removes only the first")
         << QStringList{own, "zz-copy.desktop|$SELF|"} << false << true << true
         << QStringList{"zz-copy.desktop"};
@@ -149,8 +148,8 @@ void TestLaunchAtLogin::setLaunchAtLogin()
         const QStringList parts = spec.split('|');
         QString exec = parts[1];
         exec.replace("$SELF", m_self).replace("$OTHER", m_other).replace("$ROOT", m_root->path());
-        writeEntry(parts[0], "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec=" + exec
-                                 + "\n" + parts[2] + "\n");
+        writeEntry(parts[0], "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec=" + exec +
+                                 "\n" + parts[2] + "\n");
     }
 
     LaunchAtLoginController controller;
@@ -213,10 +212,10 @@ void TestLaunchAtLogin::removeAllItemsForDisplayName()
     for (int i = 0; i < matching; ++i)
         writeEntry(QString("old-%1.desktop").arg(i),
                    "[Desktop Entry]\nType=Application\nName=Old Tolkaro\nExec=/gone/tolkaro\n");
-    writeEntry("other.desktop", "[Desktop Entry]\nType=Application\nName=Old Tolkaro 2\nExec="
-                                    + m_other + "\n");
-    writeEntry("case.desktop", "[Desktop Entry]\nType=Application\nName=old tolkaro\nExec="
-                                   + m_other + "\n");
+    writeEntry("other.desktop",
+               "[Desktop Entry]\nType=Application\nName=Old Tolkaro 2\nExec=" + m_other + "\n");
+    writeEntry("case.desktop",
+               "[Desktop Entry]\nType=Application\nName=old tolkaro\nExec=" + m_other + "\n");
 
     QStringList lines;
     tolkaro::setLogSink([&lines](const QString &line) { lines << line; });
@@ -235,7 +234,8 @@ void TestLaunchAtLogin::clearBrokenItems()
 {
     const QString appImage = makeExecutable("Tolkaro-x86_64.AppImage");
     qputenv("APPIMAGE", QFile::encodeName(appImage));
-    writeEntry("a.desktop", "[Desktop Entry]\nName=Tolkaro-x86_64\nExec=/gone/Tolkaro-x86_64.AppImage\n");
+    writeEntry("a.desktop",
+               "[Desktop Entry]\nName=Tolkaro-x86_64\nExec=/gone/Tolkaro-x86_64.AppImage\n");
     writeEntry("b.desktop", "[Desktop Entry]\nName=Tolkaro\nExec=" + m_self + "\n");
 
     LaunchAtLoginController controller;
@@ -261,8 +261,8 @@ void TestLaunchAtLogin::changeNotification()
     QSignalSpy changed(&controller, &LaunchAtLoginController::launchAtLoginChanged);
 
     // Another program (a session settings tool) adds our entry.
-    writeEntry("tolkaro.desktop", "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec="
-                                      + m_self + "\n");
+    writeEntry("tolkaro.desktop",
+               "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec=" + m_self + "\n");
     QVERIFY(changed.wait(10000));
     QVERIFY(controller.willLaunchAtLogin(m_self));
 

@@ -29,14 +29,15 @@ public:
     void showFailureAlert() override { ++failures; }
 };
 
-enum class Obstacle {
+enum class Obstacle
+{
     None,
-    ExistingCopy,          // a copy with the same name is already in ~/Applications
+    ExistingCopy, // a copy with the same name is already in ~/Applications
     NoApplicationsDirectory,
-    TrashRefusesExisting,  // the existing copy cannot go to the trash
-    ApplicationsReadOnly,  // the copy cannot be written
-    RunningCopyStuck,      // the running copy cannot leave its folder
-    NotStartable,          // the copied file is not executable
+    TrashRefusesExisting, // the existing copy cannot go to the trash
+    ApplicationsReadOnly, // the copy cannot be written
+    RunningCopyStuck,     // the running copy cannot leave its folder
+    NotStartable,         // the copied file is not executable
 };
 
 } // namespace
@@ -191,8 +192,7 @@ void TestMoveToApplications::move_data()
     QTest::newRow("moved, started from the new place")
         << Obstacle::None << true << QStringList{moving} << QStringList{"$P"} << true;
     QTest::newRow("existing copy goes to the trash first")
-        << Obstacle::ExistingCopy << true << QStringList{moving} << QStringList{"$D", "$P"}
-        << true;
+        << Obstacle::ExistingCopy << true << QStringList{moving} << QStringList{"$D", "$P"} << true;
     QTest::newRow("no applications directory: told without asking")
         << Obstacle::NoApplicationsDirectory << false
         << QStringList{"ERROR -- Could not find the Applications directory"} << QStringList{}
@@ -208,8 +208,8 @@ void TestMoveToApplications::move_data()
         << Obstacle::RunningCopyStuck << true
         << QStringList{moving, "ERROR -- Could not trash '$P'"} << QStringList{} << false;
     QTest::newRow("moved copy does not start")
-        << Obstacle::NotStartable << true
-        << QStringList{moving, "ERROR -- Could not start '$D'"} << QStringList{"$P"} << false;
+        << Obstacle::NotStartable << true << QStringList{moving, "ERROR -- Could not start '$D'"}
+        << QStringList{"$P"} << false;
 }
 
 void TestMoveToApplications::move()
@@ -269,8 +269,7 @@ void TestMoveToApplications::move()
     QCOMPARE(alerts.failures, log.last().startsWith("ERROR") ? 1 : 0);
     QCOMPARE(m_log.size(), log.size());
     for (qsizetype i = 0; i < log.size(); ++i) {
-        const QString expected =
-            QString(log[i]).replace("$D", destination).replace("$P", m_self);
+        const QString expected = QString(log[i]).replace("$D", destination).replace("$P", m_self);
         if (expected.endsWith("(*)"))
             QVERIFY2(m_log[i].startsWith(expected.chopped(2)) && m_log[i].size() > expected.size(),
                      qPrintable(m_log[i]));
@@ -298,8 +297,9 @@ void TestMoveToApplications::move()
         // The moved copy itself ran, from its new place.
         const auto startedAs = [this] {
             QFile marker(m_marker);
-            return marker.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(marker.readAll()).trimmed()
-                                                    : QString();
+            return marker.open(QIODevice::ReadOnly)
+                       ? QString::fromLocal8Bit(marker.readAll()).trimmed()
+                       : QString();
         };
         QTRY_COMPARE_WITH_TIMEOUT(startedAs(), destination, 20000);
     } else {

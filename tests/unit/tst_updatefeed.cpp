@@ -19,23 +19,38 @@ void TestUpdateFeed::compareVersions_data()
     QTest::addColumn<QString>("b");
     QTest::addColumn<int>("expected");
 
-    QTest::newRow("equal") << "0.1.0" << "0.1.0" << 0;
-    QTest::newRow("numbers by value, not text") << "1.10" << "1.9" << 1;
-    QTest::newRow("major wins") << "2.0" << "1.99.99" << 1;
-    QTest::newRow("trailing zeros do not count") << "1.0" << "1.0.0" << 0;
-    QTest::newRow("extra non-zero part is newer") << "1.0" << "1.0.1" << -1;
-    QTest::newRow("leading zeros") << "1.02" << "1.2" << 0;
-    QTest::newRow("beta before release") << "1.0b2" << "1.0" << -1;
-    QTest::newRow("rc with dash before release") << "1.0-rc1" << "1.0" << -1;
-    QTest::newRow("alpha before beta") << "1.0alpha" << "1.0beta" << -1;
-    QTest::newRow("beta numbers by value") << "1.0b10" << "1.0b9" << 1;
-    QTest::newRow("words without case") << "1.0RC1" << "1.0rc1" << 0;
-    QTest::newRow("release after pre-release of next") << "1.1b1" << "1.0" << 1;
-    QTest::newRow("number newer than word in the same place") << "1.0.1" << "1.0.b" << 1;
-    QTest::newRow("leading v ignored") << "v0.2.0" << "0.2.0" << 0;
-    QTest::newRow("build metadata ignored") << "1.0.0+20261122" << "1.0.0" << 0;
-    QTest::newRow("numbers longer than 64 bits")
-        << "1.123456789012345678901234567890" << "1.123456789012345678901234567889" << 1;
+    QTest::newRow("equal") << "0.1.0"
+                           << "0.1.0" << 0;
+    QTest::newRow("numbers by value, not text") << "1.10"
+                                                << "1.9" << 1;
+    QTest::newRow("major wins") << "2.0"
+                                << "1.99.99" << 1;
+    QTest::newRow("trailing zeros do not count") << "1.0"
+                                                 << "1.0.0" << 0;
+    QTest::newRow("extra non-zero part is newer") << "1.0"
+                                                  << "1.0.1" << -1;
+    QTest::newRow("leading zeros") << "1.02"
+                                   << "1.2" << 0;
+    QTest::newRow("beta before release") << "1.0b2"
+                                         << "1.0" << -1;
+    QTest::newRow("rc with dash before release") << "1.0-rc1"
+                                                 << "1.0" << -1;
+    QTest::newRow("alpha before beta") << "1.0alpha"
+                                       << "1.0beta" << -1;
+    QTest::newRow("beta numbers by value") << "1.0b10"
+                                           << "1.0b9" << 1;
+    QTest::newRow("words without case") << "1.0RC1"
+                                        << "1.0rc1" << 0;
+    QTest::newRow("release after pre-release of next") << "1.1b1"
+                                                       << "1.0" << 1;
+    QTest::newRow("number newer than word in the same place") << "1.0.1"
+                                                              << "1.0.b" << 1;
+    QTest::newRow("leading v ignored") << "v0.2.0"
+                                       << "0.2.0" << 0;
+    QTest::newRow("build metadata ignored") << "1.0.0+20261122"
+                                            << "1.0.0" << 0;
+    QTest::newRow("numbers longer than 64 bits") << "1.123456789012345678901234567890"
+                                                 << "1.123456789012345678901234567889" << 1;
 }
 
 void TestUpdateFeed::compareVersions()
@@ -53,20 +68,24 @@ namespace {
 QByteArray feed(const QByteArray &items)
 {
     return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-           "<rss version=\"2.0\" xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\""
+           "<rss version=\"2.0\" "
+           "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\""
            " xmlns:dc=\"http://purl.org/dc/elements/1.1/\">\n"
-           "<channel><title>Tolkaro</title><link>https://example.invalid/</link>\n"
-        + items + "</channel></rss>\n";
+           "<channel><title>Tolkaro</title><link>https://example.invalid/</link>\n" +
+           items + "</channel></rss>\n";
 }
 
 QByteArray item(const QByteArray &version, const QByteArray &extra = {})
 {
-    return "<item><title>Version " + version + "</title>"
-           "<sparkle:releaseNotesLink>https://example.invalid/notes/" + version
-        + "</sparkle:releaseNotesLink>"
-          "<enclosure url=\"https://example.invalid/Tolkaro-" + version
-        + ".AppImage\" sparkle:shortVersionString=\"" + version + "\" sparkle:version=\"77\" "
-        + extra + " length=\"1\" type=\"application/octet-stream\"/></item>\n";
+    return "<item><title>Version " + version +
+           "</title>"
+           "<sparkle:releaseNotesLink>https://example.invalid/notes/" +
+           version +
+           "</sparkle:releaseNotesLink>"
+           "<enclosure url=\"https://example.invalid/Tolkaro-" +
+           version + ".AppImage\" sparkle:shortVersionString=\"" + version +
+           "\" sparkle:version=\"77\" " + extra +
+           " length=\"1\" type=\"application/octet-stream\"/></item>\n";
 }
 
 } // namespace
@@ -83,25 +102,33 @@ void TestUpdateFeed::newestItem_data()
         << feed(item("0.9.0") + item("0.10.0") + item("0.2.0")) << "0.10.0"
         << "https://example.invalid/Tolkaro-0.10.0.AppImage";
     QTest::newRow("items for other systems skipped")
-        << feed(item("0.3.0") + item("9.0", "sparkle:os=\"macos\"")
-                + item("0.4.0", "sparkle:os=\"linux\""))
-        << "0.4.0" << "https://example.invalid/Tolkaro-0.4.0.AppImage";
+        << feed(item("0.3.0") + item("9.0", "sparkle:os=\"macos\"") +
+                item("0.4.0", "sparkle:os=\"linux\""))
+        << "0.4.0"
+        << "https://example.invalid/Tolkaro-0.4.0.AppImage";
     QTest::newRow("version as item elements, download from link")
         << feed("<item><title>T</title><link>https://example.invalid/get</link>"
                 "<sparkle:version>123</sparkle:version>"
                 "<sparkle:shortVersionString>1.2.3</sparkle:shortVersionString></item>")
-        << "1.2.3" << "https://example.invalid/get";
+        << "1.2.3"
+        << "https://example.invalid/get";
     QTest::newRow("build number alone") << feed("<item><enclosure url=\"https://e.invalid/x\" "
                                                 "sparkle:version=\"45\"/></item>")
-                                        << "45" << "https://e.invalid/x";
+                                        << "45"
+                                        << "https://e.invalid/x";
     QTest::newRow("items without a version ignored")
         << feed("<item><title>News</title></item>" + item("0.5")) << "0.5"
         << "https://example.invalid/Tolkaro-0.5.AppImage";
-    QTest::newRow("malformed XML") << QByteArray("<rss><channel><item>") << "" << "";
-    QTest::newRow("HTML page") << QByteArray("<html><body>Not found</body></html>") << "" << "";
-    QTest::newRow("no versions") << feed("<item><title>News</title></item>") << "" << "";
-    QTest::newRow("empty") << QByteArray() << "" << "";
-    QTest::newRow("truncated after a good item") << feed(item("0.2.0")).left(420) << "" << "";
+    QTest::newRow("malformed XML") << QByteArray("<rss><channel><item>") << ""
+                                   << "";
+    QTest::newRow("HTML page") << QByteArray("<html><body>Not found</body></html>") << ""
+                               << "";
+    QTest::newRow("no versions") << feed("<item><title>News</title></item>") << ""
+                                 << "";
+    QTest::newRow("empty") << QByteArray() << ""
+                           << "";
+    QTest::newRow("truncated after a good item") << feed(item("0.2.0")).left(420) << ""
+                                                 << "";
 }
 
 void TestUpdateFeed::newestItem()

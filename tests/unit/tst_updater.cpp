@@ -39,10 +39,16 @@ QByteArray appcast(const QByteArray &version)
 {
     return "<?xml version=\"1.0\"?>\n<rss version=\"2.0\" "
            "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>"
-           "<title>Tolkaro</title><item><title>Tolkaro " + version + "</title>"
+           "<title>Tolkaro</title><item><title>Tolkaro " +
+           version +
+           "</title>"
            "<sparkle:releaseNotesLink>https://example.invalid/notes.html</sparkle:releaseNotesLink>"
-           "<enclosure url=\"https://example.invalid/Tolkaro-" + version + ".AppImage\" "
-           "sparkle:shortVersionString=\"" + version + "\" sparkle:version=\"1\" length=\"1\" "
+           "<enclosure url=\"https://example.invalid/Tolkaro-" +
+           version +
+           ".AppImage\" "
+           "sparkle:shortVersionString=\"" +
+           version +
+           "\" sparkle:version=\"1\" length=\"1\" "
            "type=\"application/octet-stream\"/></item></channel></rss>\n";
 }
 
@@ -115,12 +121,12 @@ void TestUpdater::check_data()
     const Answer malformed = Answer::well("<rss><channel><item><title>cut off");
     const Answer forbidden = Answer::of(Behaviour::HtmlForbidden);
 
-    QTest::newRow("newer, background") << newer << false << int(Outcome::UpdateFound)
-                                       << QStringList{"found"};
+    QTest::newRow("newer, background")
+        << newer << false << int(Outcome::UpdateFound) << QStringList{"found"};
     QTest::newRow("newer, asked") << newer << true << int(Outcome::UpdateFound)
                                   << QStringList{"found"};
-    QTest::newRow("same, background: silent") << same << false << int(Outcome::UpToDate)
-                                              << QStringList{};
+    QTest::newRow("same, background: silent")
+        << same << false << int(Outcome::UpToDate) << QStringList{};
     QTest::newRow("same, asked") << same << true << int(Outcome::UpToDate)
                                  << QStringList{"up to date"};
     QTest::newRow("older, asked") << older << true << int(Outcome::UpToDate)
@@ -129,12 +135,12 @@ void TestUpdater::check_data()
         << preRelease << true << int(Outcome::UpToDate) << QStringList{"up to date"};
     QTest::newRow("malformed, background: only logged")
         << malformed << false << int(Outcome::Failed) << QStringList{};
-    QTest::newRow("malformed, asked") << malformed << true << int(Outcome::Failed)
-                                      << QStringList{"failed"};
-    QTest::newRow("HTTP error page, asked") << forbidden << true << int(Outcome::Failed)
-                                            << QStringList{"failed"};
-    QTest::newRow("unreachable, asked") << Answer() << true << int(Outcome::Failed)
-                                        << QStringList{"failed"};
+    QTest::newRow("malformed, asked")
+        << malformed << true << int(Outcome::Failed) << QStringList{"failed"};
+    QTest::newRow("HTTP error page, asked")
+        << forbidden << true << int(Outcome::Failed) << QStringList{"failed"};
+    QTest::newRow("unreachable, asked")
+        << Answer() << true << int(Outcome::Failed) << QStringList{"failed"};
 }
 
 void TestUpdater::check()

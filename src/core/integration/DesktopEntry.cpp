@@ -51,11 +51,20 @@ QString escapeValue(const QString &value)
     escaped.reserve(value.size());
     for (const QChar c : value) {
         switch (c.unicode()) {
-        case '\\': escaped += QLatin1String("\\\\"); break;
-        case '\n': escaped += QLatin1String("\\n"); break;
-        case '\t': escaped += QLatin1String("\\t"); break;
-        case '\r': escaped += QLatin1String("\\r"); break;
-        default: escaped += c;
+        case '\\':
+            escaped += QLatin1String("\\\\");
+            break;
+        case '\n':
+            escaped += QLatin1String("\\n");
+            break;
+        case '\t':
+            escaped += QLatin1String("\\t");
+            break;
+        case '\r':
+            escaped += QLatin1String("\\r");
+            break;
+        default:
+            escaped += c;
         }
     }
     // A leading space would be trimmed away when read back.
@@ -76,13 +85,25 @@ QString unescapeValue(const QString &value)
         }
         const QChar next = value.at(++i);
         switch (next.unicode()) {
-        case 's': plain += QLatin1Char(' '); break;
-        case 'n': plain += QLatin1Char('\n'); break;
-        case 't': plain += QLatin1Char('\t'); break;
-        case 'r': plain += QLatin1Char('\r'); break;
-        case '\\': plain += QLatin1Char('\\'); break;
+        case 's':
+            plain += QLatin1Char(' ');
+            break;
+        case 'n':
+            plain += QLatin1Char('\n');
+            break;
+        case 't':
+            plain += QLatin1Char('\t');
+            break;
+        case 'r':
+            plain += QLatin1Char('\r');
+            break;
+        case '\\':
+            plain += QLatin1Char('\\');
+            break;
         // Unknown escapes are kept whole: the Exec quoting has its own backslashes.
-        default: plain += c; plain += next;
+        default:
+            plain += c;
+            plain += next;
         }
     }
     return plain;
@@ -108,8 +129,8 @@ std::optional<QStringList> splitExec(const QString &exec)
         if (quoted) {
             if (c == QLatin1Char('"')) {
                 quoted = false;
-            } else if (c == QLatin1Char('\\') && i + 1 < exec.size()
-                       && kQuotedExecEscapes.contains(exec.at(i + 1))) {
+            } else if (c == QLatin1Char('\\') && i + 1 < exec.size() &&
+                       kQuotedExecEscapes.contains(exec.at(i + 1))) {
                 current += exec.at(++i);
             } else {
                 current += c;
@@ -173,9 +194,10 @@ QString autostartEntryText(const QString &displayName, const QString &executable
 
 bool isDisabled(const QMap<QString, QString> &group)
 {
-    return isTrue(group.value(QStringLiteral("Hidden")))
-        || group.value(QStringLiteral("X-GNOME-Autostart-enabled")).trimmed().compare(
-               QLatin1String("false"), Qt::CaseInsensitive) == 0;
+    return isTrue(group.value(QStringLiteral("Hidden"))) ||
+           group.value(QStringLiteral("X-GNOME-Autostart-enabled"))
+                   .trimmed()
+                   .compare(QLatin1String("false"), Qt::CaseInsensitive) == 0;
 }
 
 } // namespace DesktopEntry

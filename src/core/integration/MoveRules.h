@@ -6,7 +6,8 @@
 // When Tolkaro offers to move itself into the user's applications folder. Pure functions.
 namespace MoveRules {
 
-enum class MoveOffer {
+enum class MoveOffer
+{
     Offer,                 // ask the user
     Suppressed,            // the user said not to ask again
     AlreadyInApplications, // started from one of the applications directories

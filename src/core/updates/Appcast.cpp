@@ -53,7 +53,8 @@ ParsedItem readItem(QXmlStreamReader &reader)
             parsed.link = QUrl(reader.readElementText().trimmed());
         } else if (reader.namespaceUri().isEmpty() && name == QLatin1String("enclosure")) {
             const QXmlStreamAttributes attributes = reader.attributes();
-            parsed.item.downloadURL = QUrl(attributes.value(QLatin1String("url")).toString().trimmed());
+            parsed.item.downloadURL =
+                QUrl(attributes.value(QLatin1String("url")).toString().trimmed());
             parsed.enclosureVersion = feedAttribute(attributes, "version");
             parsed.enclosureShortVersion = feedAttribute(attributes, "shortVersionString");
             parsed.os = feedAttribute(attributes, "os");
@@ -89,12 +90,14 @@ std::optional<Item> newestItem(const QByteArray &feed, QString *error)
             sawChannel = true;
             continue;
         }
-        if (!sawChannel || !reader.namespaceUri().isEmpty() || reader.name() != QLatin1String("item"))
+        if (!sawChannel || !reader.namespaceUri().isEmpty() ||
+            reader.name() != QLatin1String("item"))
             continue;
         const ParsedItem parsed = readItem(reader);
         if (parsed.item.version.isEmpty())
             continue;
-        if (!parsed.os.isEmpty() && parsed.os.compare(QLatin1String("linux"), Qt::CaseInsensitive) != 0)
+        if (!parsed.os.isEmpty() &&
+            parsed.os.compare(QLatin1String("linux"), Qt::CaseInsensitive) != 0)
             continue;
         if (!newest || VersionComparator::compareVersions(parsed.item.version, newest->version) > 0)
             newest = parsed.item;

@@ -15,9 +15,9 @@ namespace Appcast {
 struct Item
 {
     QString title;
-    QString version;        // the version compared: shortVersionString, else version
+    QString version; // the version compared: shortVersionString, else version
     QUrl releaseNotesURL;
-    QUrl downloadURL;       // the enclosure, else the item's link
+    QUrl downloadURL; // the enclosure, else the item's link
 };
 
 // The newest item for this platform (items whose enclosure names another "os" are skipped),

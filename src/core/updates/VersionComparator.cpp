@@ -18,8 +18,8 @@ QList<Part> splitVersion(QString version)
     const qsizetype plus = version.indexOf(QLatin1Char('+'));
     if (plus >= 0)
         version.truncate(plus);
-    if (version.startsWith(QLatin1Char('v'), Qt::CaseInsensitive) && version.size() > 1
-        && version.at(1).isDigit())
+    if (version.startsWith(QLatin1Char('v'), Qt::CaseInsensitive) && version.size() > 1 &&
+        version.at(1).isDigit())
         version.remove(0, 1);
 
     QList<Part> parts;
