@@ -70,6 +70,22 @@ void fail(const MoveEnvironment &environment, const QString &logLine)
 
 } // namespace
 
+bool relaunchAfterExit(const QString &program, qint64 processId)
+{
+    // Started while this process still holds Tolkaro's single-instance name, the new copy
+    // would find Tolkaro running and leave. So a shell waits for this process to end first;
+    // the bound keeps a process that lingers (a zombie nobody reaps) from holding it back.
+    static const QString waitThenStart = QStringLiteral(
+        "n=0; while kill -0 \"$1\" 2>/dev/null && [ $n -lt 100 ]; do sleep 0.1; n=$((n+1)); done; "
+        "exec \"$0\"");
+    const QFileInfo file(program);
+    if (!file.isFile() || !file.isExecutable())
+        return false;
+    return QProcess::startDetached(
+        QStringLiteral("/bin/sh"),
+        {QStringLiteral("-c"), waitThenStart, program, QString::number(processId)});
+}
+
 MoveEnvironment currentMoveEnvironment(Preferences *preferences, MoveAlerts *alerts)
 {
     MoveEnvironment environment;
@@ -81,7 +97,7 @@ MoveEnvironment currentMoveEnvironment(Preferences *preferences, MoveAlerts *ale
     environment.preferences = preferences;
     environment.alerts = alerts;
     environment.relaunch = [](const QString &program) {
-        return QProcess::startDetached(program, {});
+        return relaunchAfterExit(program, QCoreApplication::applicationPid());
     };
     return environment;
 }

@@ -37,8 +37,12 @@ struct MoveEnvironment
     std::function<bool(const QString &program)> relaunch;
 };
 
+// Starts program once the process processId has ended (waiting at most 10 s), detached from
+// this one. Answers false when program cannot be started at all.
+bool relaunchAfterExit(const QString &program, qint64 processId);
+
 // This process's environment: $APPIMAGE or this executable, the user's directories, the
-// user's preferences, modal message boxes, QProcess::startDetached.
+// user's preferences, modal message boxes, and a relaunch once this process has ended.
 MoveEnvironment currentMoveEnvironment(Preferences *preferences, MoveAlerts *alerts);
 
 // Runs the whole procedure in the given environment. Answers true when the moved copy was

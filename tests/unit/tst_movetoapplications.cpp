@@ -263,7 +263,18 @@ void TestMoveToApplications::move()
         break;
     }
 
+    // The moved copy waits for the old process to end: a process of the test stands in.
+    QProcess oldProcess;
+    oldProcess.start("sleep", {"300"});
+    QVERIFY(oldProcess.waitForStarted());
+    moving.relaunch = [&oldProcess](const QString &program) {
+        return relaunchAfterExit(program, oldProcess.processId());
+    };
+
     QCOMPARE(moveToApplicationsFolderIfNecessary(moving), relaunched);
+    QVERIFY(!QFile::exists(m_marker));
+    oldProcess.kill();
+    QVERIFY(oldProcess.waitForFinished());
 
     QCOMPARE(alerts.questions, asked ? 1 : 0);
     QCOMPARE(alerts.failures, log.last().startsWith("ERROR") ? 1 : 0);
