@@ -19,6 +19,7 @@
 #include <QCursor>
 #include <QMenu>
 #include <QMessageBox>
+#include <QTimer>
 
 namespace {
 
@@ -85,6 +86,11 @@ bool AppDelegate::applicationDidFinishLaunching()
     // 8. The popover's content exists before the first gesture.
     m_popOverViewController = new PopOverViewController(this);
     m_popOverViewController->loadView();
+    // Its window is made once the tray icon is up, out of the start-up's way.
+    QTimer::singleShot(0, this, [this] {
+        if (TranslationPopover *window = popoverWindow())
+            window->prepare();
+    });
 
     // 9. A single Control press right after launch completes a double press.
     m_lastControlKeyPressedTime = std::chrono::system_clock::now();

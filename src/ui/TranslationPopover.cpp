@@ -66,6 +66,12 @@ TranslationPopover::TranslationPopover(QWidget *content, QWidget *parent)
 
 TranslationPopover::~TranslationPopover() = default;
 
+void TranslationPopover::prepare()
+{
+    winId();
+    m_clickWatcher->canWatchClicks();
+}
+
 void TranslationPopover::showAtPoint(const QPoint &position)
 {
     m_anchor = position;

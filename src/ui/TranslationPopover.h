@@ -20,6 +20,9 @@ public:
     explicit TranslationPopover(QWidget *content, QWidget *parent = nullptr);
     ~TranslationPopover() override;
 
+    // Creates the native window and the click watcher's connection ahead of the first
+    // show, so that the first gesture is as quick as the others.
+    void prepare();
     // Shows the popover for the pointer at position (global, logical pixels).
     void showAtPoint(const QPoint &position);
     void closePopover();
