@@ -1,4 +1,5 @@
 #include "LoopbackTranslationServer.h"
+#include "TranslationOutcome.h"
 
 #include "common/Log.h"
 #include "translation/GoogleTranslateByURL.h"
@@ -17,34 +18,12 @@ Q_DECLARE_METATYPE(LoopbackTranslationServer::Answer)
 namespace {
 
 constexpr int kWaitMs = 15000;
-const QString kNoData = QStringLiteral("NSURLResponse's data is nil");
-const QString kNotUtf8 = QStringLiteral(
-    "responseDataString is nil. Couldn't build string from returned by the server NSData");
-const QString kUnable = QStringLiteral("Unable to translate text.");
+using TranslationFailure::kNoData;
+using TranslationFailure::kNotUtf8;
+using TranslationFailure::kUnable;
 const QByteArray kUserAgent =
     "Mozilla/5.0 (iPhone; CPU iPhone OS 6_0 like Mac OS X) AppleWebKit/536.26 (KHTML, like "
     "Gecko) Version/6.0 Mobile/10A5376e Safari/8536.25";
-
-// What one request's completion was called with, and how often.
-struct Outcome
-{
-    int calls = 0;
-    bool success = false;
-    QString text;
-    QString guessed;
-    QString error;
-
-    TranslationCompletion recorder()
-    {
-        return [this](bool ok, const QString &t, const QString &g, const QString &e) {
-            ++calls;
-            success = ok;
-            text = t;
-            guessed = g;
-            error = e;
-        };
-    }
-};
 
 // Whether line matches pattern, in which each "*" stands for any run of characters.
 bool matchesPattern(const QString &line, const QString &pattern)
@@ -163,7 +142,7 @@ void TestGoogleTranslateByURL::sendsExactRequestLine()
     QFETCH(QByteArray, query);
 
     GoogleTranslateByURL client(m_server->baseUrl());
-    Outcome outcome;
+    TranslationOutcome outcome;
     client.translateText(text, target, outcome.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
 
@@ -186,7 +165,7 @@ void TestGoogleTranslateByURL::sendsOnlyTransportHeadersBesideUserAgent()
 
     GoogleTranslateByURL client(m_server->baseUrl());
     for (int i = 0; i < 2; ++i) {
-        Outcome outcome;
+        TranslationOutcome outcome;
         client.translateText(QStringLiteral("Hi"), QStringLiteral("de"), outcome.recorder());
         QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
         QVERIFY(outcome.success);
@@ -215,7 +194,7 @@ void TestGoogleTranslateByURL::logsTheRequestAndTheAnswer()
     const QByteArray body = R"([[["Hallo","Hello",null,null,10]],null,"en"])";
     m_server->setDefaultAnswer(Answer::well(body));
     GoogleTranslateByURL client(m_server->baseUrl());
-    Outcome outcome;
+    TranslationOutcome outcome;
     client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
 
@@ -283,7 +262,7 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
 
     m_server->setDefaultAnswer(answer);
     GoogleTranslateByURL client(m_server->baseUrl());
-    Outcome outcome;
+    TranslationOutcome outcome;
     client.translateText(QStringLiteral("Hello & good+bye"), QStringLiteral("de"),
                          outcome.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
@@ -310,7 +289,7 @@ void TestGoogleTranslateByURL::refusedConnectionGivesNoData()
     m_server.reset(); // nothing listens on that port any more
 
     GoogleTranslateByURL client(deadUrl);
-    Outcome outcome;
+    TranslationOutcome outcome;
     client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
     QCOMPARE(outcome.success, false);
@@ -353,7 +332,7 @@ void TestGoogleTranslateByURL::failsAtOnceWhenNoUrlCanBeFormed()
     QFETCH(QString, log);
 
     GoogleTranslateByURL client(baseUrl.isNull() ? m_server->baseUrl() : baseUrl);
-    Outcome outcome;
+    TranslationOutcome outcome;
     client.translateText(QStringLiteral("Hello"), target, outcome.recorder());
     // Called before translateText() returned.
     QCOMPARE(outcome.calls, 1);
@@ -373,8 +352,8 @@ void TestGoogleTranslateByURL::newRequestCancelsTheOneInFlight()
 {
     m_server->enqueueAnswer(Answer::of(Behaviour::Silent));
     GoogleTranslateByURL client(m_server->baseUrl());
-    Outcome first;
-    Outcome second;
+    TranslationOutcome first;
+    TranslationOutcome second;
     client.translateText(QStringLiteral("first"), QStringLiteral("de"), first.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
 
@@ -394,7 +373,7 @@ void TestGoogleTranslateByURL::explicitCancelEndsTheRequest()
 {
     m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
     GoogleTranslateByURL client(m_server->baseUrl());
-    Outcome outcome;
+    TranslationOutcome outcome;
     client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
     takeLog();
@@ -415,7 +394,7 @@ void TestGoogleTranslateByURL::destroyingTheClientEndsTheRequest()
 {
     m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
     auto client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
-    Outcome outcome;
+    TranslationOutcome outcome;
     client->translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
 
@@ -431,7 +410,7 @@ void TestGoogleTranslateByURL::completionMayStartTheNextRequest()
 {
     m_server->enqueueAnswer(Answer::of(Behaviour::Garbage));
     GoogleTranslateByURL client(m_server->baseUrl());
-    Outcome retried;
+    TranslationOutcome retried;
     int firstCalls = 0;
     client.translateText(QStringLiteral("one"), QStringLiteral("de"),
                          [&](bool, const QString &, const QString &, const QString &) {
