@@ -87,7 +87,7 @@ bool TestDesktop::focus(const AtspiElement &element, const QString &how) const
         const QRect rect = element.screenRect();
         if (rect.isEmpty())
             return false;
-        if (!DesktopInput::click(rect.center()))
+        if (!DesktopInput::focusByClick(rect.center()))
             return false;
     } else if (!element.grabFocus()) {
         return false;

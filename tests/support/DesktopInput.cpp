@@ -32,6 +32,12 @@ bool click(const QPoint &screenPoint)
     return inject({QStringLiteral("click:%1,%2").arg(screenPoint.x()).arg(screenPoint.y())});
 }
 
+bool focusByClick(const QPoint &screenPoint)
+{
+    return inject({QStringLiteral("click:%1,%2").arg(screenPoint.x()).arg(screenPoint.y()),
+                   QStringLiteral("waitfocus")});
+}
+
 bool typeText(const QString &text)
 {
     return inject({QStringLiteral("type:") + text});

@@ -13,6 +13,9 @@ namespace DesktopInput {
 // Steps as tolkaro-xtest-inject takes them: "37:down@0", "Control_L:tap", "click:10,20"...
 bool inject(const QStringList &steps);
 bool click(const QPoint &screenPoint);
+// A click that gives the window at the point the keyboard focus, as the window manager does
+// it: returns once the window has it, so that keys sent next reach it.
+bool focusByClick(const QPoint &screenPoint);
 bool typeText(const QString &text);
 
 } // namespace DesktopInput

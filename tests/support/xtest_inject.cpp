@@ -11,13 +11,17 @@
 //   click[:X,Y][@MS]                           left button press and release (after a move)
 //   button:N:down[@MS]  button:N:up[@MS]       pointer button N
 //   sleep:MS                                   pause
+//   waitfocus[:MS]                             wait (up to MS, default 2000) until the window
+//                                              under the pointer has the keyboard focus: the
+//                                              window manager gives it after a click, a little
+//                                              later, and keys sent before then go elsewhere
 //   type:TEXT                                  type TEXT (the rest of the step, spaces too);
-//                                              characters no key produces are typed through a
-//                                              spare key code mapped for the moment
+//                                              characters no key produces are typed through
+//                                              key codes without keys, mapped to them for good
 // Key codes and not key names for modifiers: left and right Control, Alt and Shift differ
 // only by key code, and that is what the key monitor sees.
-// Exits 0 when every step was sent, 2 on a bad step (found before anything is sent), 1 when
-// the X server refused an event.
+// Exits 0 when every step went through, 2 on a bad step (found before anything is sent), 1
+// when the X server refused an event or a focus wait ran out (the other steps still run).
 
 #include "platform/x11/XTestKeySender.h"
 
@@ -41,18 +45,21 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr int kDefaultFocusWaitMs = 2000;
+constexpr auto kFocusPollInterval = std::chrono::milliseconds(5);
+
 // One step of the script, checked before anything is sent: a script that stopped half way
 // could leave a key held down for the rest of the session.
 struct Step
 {
-    enum class Kind { Key, Move, Button, Sleep, Type };
+    enum class Kind { Key, Move, Button, Sleep, WaitFocus, Type };
     Kind kind = Kind::Key;
     uint8_t keyCode = 0;
     bool press = true;
     bool tap = false;
     int x = -1, y = -1; // Move; Button when a click names a position
     int button = 1;
-    int sleepMs = 0;
+    int sleepMs = 0; // Sleep; WaitFocus: the bound
     QString text;
     std::optional<int> atMs;
 };
@@ -127,6 +134,9 @@ Step parseStep(const QString &text, const XTestKeySender &sender)
     if (head == QLatin1String("sleep") && parts.size() == 2) {
         step.kind = Step::Kind::Sleep;
         step.sleepMs = number(text, parts[1]);
+    } else if (head == QLatin1String("waitfocus") && parts.size() <= 2) {
+        step.kind = Step::Kind::WaitFocus;
+        step.sleepMs = parts.size() == 2 ? number(text, parts[1]) : kDefaultFocusWaitMs;
     } else if (head == QLatin1String("move") && parts.size() == 2) {
         step.kind = Step::Kind::Move;
         parsePosition(text, parts[1], step);
@@ -151,73 +161,87 @@ Step parseStep(const QString &text, const XTestKeySender &sender)
     return step;
 }
 
-// Types characters that no key of the current mapping produces through one spare key code
-// (a key code without keysyms), mapped to each such character in turn and cleared at the end.
-class SpareKey
+// Types characters that no key of the current mapping produces through key codes that have no
+// keys (no keysyms), each such character getting one of its own. The mapping is left in place
+// afterwards: an application reads the new mapping when the change notification reaches it,
+// which under load can be well after the change; a key code changed again (or put back) by
+// then would give it another character. Key codes without keys are never pressed by anyone
+// else, so what stays behind is harmless, and the next run finds those characters mapped.
+class SpareKeys
 {
 public:
-    explicit SpareKey(Display *display) : m_display(display) {}
-    ~SpareKey() { clear(); }
+    explicit SpareKeys(Display *display) : m_display(display) {}
 
     bool type(KeySym keysym)
     {
-        if (!find())
+        const KeyCode keyCode = keyCodeFor(keysym);
+        if (keyCode == 0)
             return false;
-        std::vector<KeySym> syms(m_symsPerCode, NoSymbol);
-        syms[0] = keysym;
-        if (m_symsPerCode > 1)
-            syms[1] = keysym;
-        XChangeKeyboardMapping(m_display, m_keyCode, m_symsPerCode, syms.data(), 1);
+        XTestFakeKeyEvent(m_display, keyCode, True, CurrentTime);
+        XTestFakeKeyEvent(m_display, keyCode, False, CurrentTime);
         XSync(m_display, False);
-        // Applications fetch the new mapping when its notification reaches them, which can be
-        // after a further change: leave them time before the spare key is remapped again.
-        XTestFakeKeyEvent(m_display, m_keyCode, True, CurrentTime);
-        XTestFakeKeyEvent(m_display, m_keyCode, False, CurrentTime);
-        XSync(m_display, False);
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        m_mapped = true;
         return true;
     }
 
-    void clear()
+private:
+    KeyCode keyCodeFor(KeySym keysym)
     {
-        if (!m_mapped)
-            return;
-        std::vector<KeySym> syms(m_symsPerCode, NoSymbol);
-        XChangeKeyboardMapping(m_display, m_keyCode, m_symsPerCode, syms.data(), 1);
+        for (const auto &[mapped, keyCode] : m_mapped) {
+            if (mapped == keysym)
+                return keyCode;
+        }
+        if (m_free.empty() && m_mapped.empty())
+            findFreeKeyCodes();
+        KeyCode keyCode = 0;
+        if (!m_free.empty()) {
+            keyCode = m_free.back();
+            m_free.pop_back();
+        } else if (!m_mapped.empty()) {
+            // More characters than free key codes: take back the oldest, and give
+            // applications time to read the mapping before it changes again.
+            keyCode = m_mapped.front().second;
+            m_mapped.erase(m_mapped.begin());
+            std::this_thread::sleep_for(kRemapPause);
+        } else {
+            return 0;
+        }
+        std::vector<KeySym> syms(size_t(m_symsPerCode), NoSymbol);
+        syms[0] = keysym;
+        if (m_symsPerCode > 1)
+            syms[1] = keysym;
+        XChangeKeyboardMapping(m_display, keyCode, m_symsPerCode, syms.data(), 1);
         XSync(m_display, False);
-        m_mapped = false;
+        m_mapped.emplace_back(keysym, keyCode);
+        return keyCode;
     }
 
-private:
-    bool find()
+    void findFreeKeyCodes()
     {
-        if (m_keyCode)
-            return true;
         int minKeyCode = 0, maxKeyCode = 0;
         XDisplayKeycodes(m_display, &minKeyCode, &maxKeyCode);
         int symsPerCode = 0;
         KeySym *map = XGetKeyboardMapping(m_display, KeyCode(minKeyCode),
                                           maxKeyCode - minKeyCode + 1, &symsPerCode);
         if (!map)
-            return false;
-        for (int keyCode = maxKeyCode; keyCode >= minKeyCode && !m_keyCode; --keyCode) {
+            return;
+        for (int keyCode = minKeyCode; keyCode <= maxKeyCode; ++keyCode) {
             const KeySym *syms = map + (keyCode - minKeyCode) * symsPerCode;
             bool empty = true;
             for (int i = 0; i < symsPerCode; ++i)
                 empty = empty && syms[i] == NoSymbol;
             if (empty)
-                m_keyCode = KeyCode(keyCode);
+                m_free.push_back(KeyCode(keyCode));
         }
         XFree(map);
         m_symsPerCode = symsPerCode;
-        return m_keyCode != 0;
     }
 
+    static constexpr auto kRemapPause = std::chrono::milliseconds(100);
+
     Display *m_display;
-    KeyCode m_keyCode = 0;
+    std::vector<KeyCode> m_free; // taken from the back: the highest first
+    std::vector<std::pair<KeySym, KeyCode>> m_mapped; // oldest first
     int m_symsPerCode = 0;
-    bool m_mapped = false;
 };
 
 KeySym keysymForCharacter(char32_t c)
@@ -236,7 +260,7 @@ class Player
 {
 public:
     Player(XTestKeySender &sender, int keyDelayMs)
-        : m_sender(sender), m_display(sender.display()), m_spareKey(sender.display()),
+        : m_sender(sender), m_display(sender.display()), m_spareKeys(sender.display()),
           m_keyDelayMs(keyDelayMs)
     {}
 
@@ -249,7 +273,6 @@ public:
                 std::this_thread::sleep_until(start + std::chrono::milliseconds(*step.atMs));
             sent = run(step) && sent;
         }
-        m_spareKey.clear();
         m_sender.sync();
         return sent;
     }
@@ -274,6 +297,8 @@ private:
         case Step::Kind::Sleep:
             std::this_thread::sleep_for(std::chrono::milliseconds(step.sleepMs));
             return true;
+        case Step::Kind::WaitFocus:
+            return waitForFocusUnderPointer(std::chrono::milliseconds(step.sleepMs));
         case Step::Kind::Type:
             return typeText(step.text);
         }
@@ -294,13 +319,57 @@ private:
         return sent;
     }
 
+    bool waitForFocusUnderPointer(std::chrono::milliseconds bound)
+    {
+        const Clock::time_point deadline = Clock::now() + bound;
+        while (!focusIsUnderPointer()) {
+            if (Clock::now() >= deadline) {
+                std::fprintf(stderr, "tolkaro-xtest-inject: the window under the pointer did "
+                                     "not get the focus within %lld ms\n",
+                             static_cast<long long>(bound.count()));
+                return false;
+            }
+            std::this_thread::sleep_for(kFocusPollInterval);
+        }
+        return true;
+    }
+
+    // Whether the focus window lies in the top-level window (the frame, with a window manager)
+    // that the pointer is over.
+    bool focusIsUnderPointer()
+    {
+        const Window root = DefaultRootWindow(m_display);
+        Window pointerRoot = 0, topLevel = 0;
+        int rootX = 0, rootY = 0, x = 0, y = 0;
+        unsigned int mask = 0;
+        if (!XQueryPointer(m_display, root, &pointerRoot, &topLevel, &rootX, &rootY, &x, &y, &mask)
+            || topLevel == None)
+            return false;
+        Window focus = None;
+        int revertTo = 0;
+        XGetInputFocus(m_display, &focus, &revertTo);
+        if (focus == None || focus == PointerRoot)
+            return false;
+        for (Window window = focus;;) {
+            Window treeRoot = 0, parent = 0, *children = nullptr;
+            unsigned int count = 0;
+            if (!XQueryTree(m_display, window, &treeRoot, &parent, &children, &count))
+                return false;
+            if (children)
+                XFree(children);
+            if (parent == treeRoot || parent == None)
+                return window == topLevel;
+            window = parent;
+        }
+    }
+
     bool typeText(const QString &text)
     {
         for (char32_t c : text.toUcs4()) {
             const KeySym keysym = keysymForCharacter(c);
             const bool sent = m_sender.keyCodeForKeysym(uint32_t(keysym))
                                   ? m_sender.tapKeysym(uint32_t(keysym))
-                                  : m_spareKey.type(keysym);
+                                  : m_spareKeys.type(keysym);
             if (!sent)
                 return false;
             if (m_keyDelayMs > 0)
@@ -311,7 +380,7 @@ private:
 
     XTestKeySender &m_sender;
     Display *m_display;
-    SpareKey m_spareKey;
+    SpareKeys m_spareKeys;
     int m_keyDelayMs;
 };
 
@@ -380,7 +449,7 @@ int main(int argc, char **argv)
 
     Player player(sender, keyDelayMs);
     if (!player.play(steps)) {
-        std::fprintf(stderr, "tolkaro-xtest-inject: the X server refused an event\n");
+        std::fprintf(stderr, "tolkaro-xtest-inject: not every step went through\n");
         return 1;
     }
     return 0;
