@@ -21,57 +21,75 @@ namespace {
 // A feed is a few kilobytes; a check that takes longer than this has failed.
 constexpr int kFeedTransferTimeoutMs = 30000;
 
+// Message boxes that do not block: the tray application goes on working while one is open.
 class MessageBoxUpdatePresenter : public UpdatePresenter
 {
 public:
     void showUpdateFound(const UpdateCheckResult &result) override
     {
-        QMessageBox box;
-        box.setIcon(QMessageBox::Information);
-        box.setWindowTitle(QStringLiteral("Software Update"));
-        box.setText(QStringLiteral("A new version of Tolkaro is available!"));
-        box.setInformativeText(
-            QStringLiteral("Tolkaro %1 is now available—you have %2. Download it from its "
-                           "page, or update it with your package manager if it came from one.")
+        QMessageBox *box = makeBox(
+            QMessageBox::Information, QStringLiteral("A new version of Tolkaro is available!"),
+            QStringLiteral("Tolkaro %1 is now available—you have %2. Download it from its page, "
+                           "or update it with your package manager if it came from one.")
                 .arg(result.newestVersion, result.currentVersion));
         QPushButton *download = nullptr;
         QPushButton *notes = nullptr;
         if (result.downloadURL.isValid())
-            download = box.addButton(QStringLiteral("Download"), QMessageBox::AcceptRole);
+            download = box->addButton(QStringLiteral("Download"), QMessageBox::AcceptRole);
         if (result.releaseNotesURL.isValid())
-            notes = box.addButton(QStringLiteral("Release Notes"), QMessageBox::HelpRole);
-        box.addButton(QStringLiteral("Remind Me Later"), QMessageBox::RejectRole);
+            notes = box->addButton(QStringLiteral("Release Notes"), QMessageBox::HelpRole);
+        box->addButton(QStringLiteral("Remind Me Later"), QMessageBox::RejectRole);
         if (download)
-            box.setDefaultButton(download);
-        box.exec();
-        if (download && box.clickedButton() == download)
-            QDesktopServices::openUrl(result.downloadURL);
-        else if (notes && box.clickedButton() == notes)
-            QDesktopServices::openUrl(result.releaseNotesURL);
+            box->setDefaultButton(download);
+        QObject::connect(box, &QMessageBox::buttonClicked, box,
+                         [download, notes, result](QAbstractButton *clicked) {
+                             if (download && clicked == download)
+                                 QDesktopServices::openUrl(result.downloadURL);
+                             else if (notes && clicked == notes)
+                                 QDesktopServices::openUrl(result.releaseNotesURL);
+                         });
+        box->show();
     }
 
     void showUpToDate(const UpdateCheckResult &result) override
     {
-        QMessageBox::information(
-            nullptr, QStringLiteral("Software Update"),
-            QStringLiteral("You're up to date!\n\nTolkaro %1 is currently the newest version "
-                           "available.")
-                .arg(result.currentVersion));
+        showMessage(QMessageBox::Information, QStringLiteral("You're up to date!"),
+                    QStringLiteral("Tolkaro %1 is currently the newest version available.")
+                        .arg(result.currentVersion));
     }
 
     void showCheckFailed(const UpdateCheckResult &) override
     {
-        QMessageBox::warning(nullptr, QStringLiteral("Software Update"),
-                             QStringLiteral("Update Error!\n\nAn error occurred in retrieving "
-                                            "update information. Please try again later."));
+        showMessage(QMessageBox::Warning, QStringLiteral("Update Error!"),
+                    QStringLiteral("An error occurred in retrieving update information. Please try "
+                                   "again later."));
     }
 
     void showNoFeed() override
     {
-        QMessageBox::information(
-            nullptr, QStringLiteral("Software Update"),
-            QStringLiteral("Updates for Tolkaro come from your package manager.\n\nUse your "
-                           "distribution's software updater (or apt) to get the newest version."));
+        showMessage(QMessageBox::Information,
+                    QStringLiteral("Updates for Tolkaro come from your package manager."),
+                    QStringLiteral("Use your distribution's software updater (or apt) to get the "
+                                   "newest version."));
+    }
+
+private:
+    // A message with one OK button.
+    static void showMessage(QMessageBox::Icon icon, const QString &text,
+                            const QString &informativeText)
+    {
+        QMessageBox *box = makeBox(icon, text, informativeText);
+        box->setStandardButtons(QMessageBox::Ok);
+        box->show();
+    }
+
+    static QMessageBox *makeBox(QMessageBox::Icon icon, const QString &text,
+                                const QString &informativeText)
+    {
+        auto *box = new QMessageBox(icon, QStringLiteral("Software Update"), text);
+        box->setInformativeText(informativeText);
+        box->setAttribute(Qt::WA_DeleteOnClose);
+        return box;
     }
 };
 

@@ -53,8 +53,6 @@ private slots:
     void init();
     void cleanup();
     void currentEnvironment();
-    void notOffered_data();
-    void notOffered();
     void move_data();
     void move();
     void declineIsRemembered();
@@ -149,35 +147,6 @@ void TestMoveToApplications::currentEnvironment()
     qunsetenv("APPIMAGE");
     QCOMPARE(currentMoveEnvironment(m_preferences.get(), &alerts).selfPath,
              QCoreApplication::applicationFilePath());
-}
-
-void TestMoveToApplications::notOffered_data()
-{
-    QTest::addColumn<QString>("selfPath");
-    QTest::addColumn<bool>("suppressed");
-
-    QTest::newRow("in ~/Applications") << "$HOME/Applications/Tolkaro.AppImage" << false;
-    QTest::newRow("in ~/.local/bin") << "$HOME/.local/bin/tolkaro" << false;
-    QTest::newRow("in /usr/bin") << "/usr/bin/tolkaro" << false;
-    QTest::newRow("development build") << "$HOME/src/tolkaro/Build-Debug/tolkaro" << false;
-    QTest::newRow("suppressed") << "$HOME/Downloads/Tolkaro-x86_64.AppImage" << true;
-}
-
-void TestMoveToApplications::notOffered()
-{
-    QFETCH(QString, selfPath);
-    QFETCH(bool, suppressed);
-
-    m_preferences->setMoveToApplicationsFolderAlertSuppress(suppressed);
-    ScriptedAlerts alerts;
-    alerts.answer = {true, false};
-    MoveEnvironment moving = environment(&alerts);
-    moving.selfPath = selfPath.replace("$HOME", m_home);
-    QVERIFY(!moveToApplicationsFolderIfNecessary(moving));
-    QCOMPARE(alerts.questions, 0);
-    QCOMPARE(alerts.failures, 0);
-    QCOMPARE(m_log, QStringList{});
-    QVERIFY(QFile::exists(m_self));
 }
 
 void TestMoveToApplications::move_data()
