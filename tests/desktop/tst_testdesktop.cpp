@@ -76,8 +76,8 @@ void TestDesktop::initTestCase()
 AtspiElement TestDesktop::widget(const QString &target, const QString &name) const
 {
     const Target &info = m_targets.value(target);
-    const AtspiElement window = AtspiProbe::window(AtspiProbe::applicationByPid(info.pid),
-                                                   info.title);
+    const AtspiElement window =
+        AtspiProbe::window(AtspiProbe::applicationByPid(info.pid), info.title);
     return window.find(name, QStringLiteral("text"));
 }
 
@@ -143,9 +143,8 @@ void TestDesktop::keyCodesReachTheFocusedWidget_data()
     const KeyStrokes rightShiftA{
         {kRightShift, true}, {kKeyA, true}, {kKeyA, false}, {kRightShift, false}};
     // Ctrl+A selects all; x then replaces the selection.
-    const KeyStrokes selectAllThenX{{kLeftControl, true}, {kKeyA, true},
-                                                 {kKeyA, false},       {kLeftControl, false},
-                                                 {kKeyX, true},        {kKeyX, false}};
+    const KeyStrokes selectAllThenX{{kLeftControl, true},  {kKeyA, true}, {kKeyA, false},
+                                    {kLeftControl, false}, {kKeyX, true}, {kKeyX, false}};
     // Shift released before the key: a lower-case letter.
     const KeyStrokes shiftReleasedFirst{
         {kLeftShift, true}, {kLeftShift, false}, {kKeyA, true}, {kKeyA, false}};
@@ -179,7 +178,8 @@ void TestDesktop::keyCodesReachTheFocusedWidget()
     QVERIFY(sender.tapKeysym(XK_End));
 
     for (const auto &[keyCode, press] : keys)
-        QVERIFY(press ? sender.pressKeyCode(uint8_t(keyCode)) : sender.releaseKeyCode(uint8_t(keyCode)));
+        QVERIFY(press ? sender.pressKeyCode(uint8_t(keyCode))
+                      : sender.releaseKeyCode(uint8_t(keyCode)));
     sender.sync();
     QTRY_COMPARE(entry.text(), expectedText);
     QVERIFY(sender.pressedKeyCodes().isEmpty());
@@ -192,8 +192,12 @@ void TestDesktop::editMenuActsOnTheFocusedWidget_data()
     QTest::addColumn<QString>("pasteBinding");
 
     // GTK gives "<mnemonic>;<sequence>;<shortcut>", Qt the shortcut alone.
-    QTest::newRow("GTK") << "GTK" << ";;<Primary>c" << ";;<Primary>v";
-    QTest::newRow("Qt") << "QT" << "Ctrl+C" << "Ctrl+V";
+    QTest::newRow("GTK") << "GTK"
+                         << ";;<Primary>c"
+                         << ";;<Primary>v";
+    QTest::newRow("Qt") << "QT"
+                        << "Ctrl+C"
+                        << "Ctrl+V";
 }
 
 // The menu commands are what text capture presses through AT-SPI: Copy takes the focused

@@ -187,9 +187,8 @@ QString AtspiElement::selectedText() const
     AtspiRange *range = atspi_text_get_selection(text.iface, 0, &rangeError);
     if (!range)
         return QString();
-    const QString selected =
-        takeString(atspi_text_get_text(text.iface, range->start_offset, range->end_offset,
-                                       &textError));
+    const QString selected = takeString(
+        atspi_text_get_text(text.iface, range->start_offset, range->end_offset, &textError));
     g_free(range);
     return selected;
 }
@@ -254,8 +253,8 @@ QRect AtspiElement::screenRect() const
 QStringList AtspiElement::actionNames() const
 {
     QStringList names;
-    InterfaceRef<AtspiAction> action{
-        m_accessible ? atspi_accessible_get_action_iface(m_accessible) : nullptr};
+    InterfaceRef<AtspiAction> action{m_accessible ? atspi_accessible_get_action_iface(m_accessible)
+                                                  : nullptr};
     if (!action)
         return names;
     ErrorSink countError;
@@ -269,8 +268,8 @@ QStringList AtspiElement::actionNames() const
 
 QString AtspiElement::keyBinding(int index) const
 {
-    InterfaceRef<AtspiAction> action{
-        m_accessible ? atspi_accessible_get_action_iface(m_accessible) : nullptr};
+    InterfaceRef<AtspiAction> action{m_accessible ? atspi_accessible_get_action_iface(m_accessible)
+                                                  : nullptr};
     ErrorSink error;
     return action ? takeString(atspi_action_get_key_binding(action.iface, index, &error))
                   : QString();
@@ -283,8 +282,8 @@ bool AtspiElement::doAction(const QString &actionName) const
 
 bool AtspiElement::doAction(int index) const
 {
-    InterfaceRef<AtspiAction> action{
-        m_accessible ? atspi_accessible_get_action_iface(m_accessible) : nullptr};
+    InterfaceRef<AtspiAction> action{m_accessible ? atspi_accessible_get_action_iface(m_accessible)
+                                                  : nullptr};
     ErrorSink error;
     return action && index >= 0 && atspi_action_do_action(action.iface, index, &error);
 }

@@ -52,7 +52,15 @@ constexpr auto kFocusPollInterval = std::chrono::milliseconds(5);
 // could leave a key held down for the rest of the session.
 struct Step
 {
-    enum class Kind { Key, Move, Button, Sleep, WaitFocus, Type };
+    enum class Kind
+    {
+        Key,
+        Move,
+        Button,
+        Sleep,
+        WaitFocus,
+        Type
+    };
     Kind kind = Kind::Key;
     uint8_t keyCode = 0;
     bool press = true;
@@ -239,7 +247,7 @@ private:
     static constexpr auto kRemapPause = std::chrono::milliseconds(100);
 
     Display *m_display;
-    std::vector<KeyCode> m_free; // taken from the back: the highest first
+    std::vector<KeyCode> m_free;                      // taken from the back: the highest first
     std::vector<std::pair<KeySym, KeyCode>> m_mapped; // oldest first
     int m_symsPerCode = 0;
 };
@@ -262,7 +270,8 @@ public:
     Player(XTestKeySender &sender, int keyDelayMs)
         : m_sender(sender), m_display(sender.display()), m_spareKeys(sender.display()),
           m_keyDelayMs(keyDelayMs)
-    {}
+    {
+    }
 
     bool play(const std::vector<Step> &steps)
     {
@@ -324,8 +333,9 @@ private:
         const Clock::time_point deadline = Clock::now() + bound;
         while (!focusIsUnderPointer()) {
             if (Clock::now() >= deadline) {
-                std::fprintf(stderr, "tolkaro-xtest-inject: the window under the pointer did "
-                                     "not get the focus within %lld ms\n",
+                std::fprintf(stderr,
+                             "tolkaro-xtest-inject: the window under the pointer did "
+                             "not get the focus within %lld ms\n",
                              static_cast<long long>(bound.count()));
                 return false;
             }
@@ -342,8 +352,9 @@ private:
         Window pointerRoot = 0, topLevel = 0;
         int rootX = 0, rootY = 0, x = 0, y = 0;
         unsigned int mask = 0;
-        if (!XQueryPointer(m_display, root, &pointerRoot, &topLevel, &rootX, &rootY, &x, &y, &mask)
-            || topLevel == None)
+        if (!XQueryPointer(m_display, root, &pointerRoot, &topLevel, &rootX, &rootY, &x, &y,
+                           &mask) ||
+            topLevel == None)
             return false;
         Window focus = None;
         int revertTo = 0;
@@ -394,8 +405,8 @@ int main(int argc, char **argv)
     bool fromStdin = false;
     for (int i = 1; i < argc; ++i) {
         const QString arg = QString::fromLocal8Bit(argv[i]);
-        if ((arg == QLatin1String("--display") || arg == QLatin1String("--key-delay"))
-            && i + 1 < argc) {
+        if ((arg == QLatin1String("--display") || arg == QLatin1String("--key-delay")) &&
+            i + 1 < argc) {
             const QString value = QString::fromLocal8Bit(argv[++i]);
             if (arg == QLatin1String("--display"))
                 displayName = value;
@@ -430,9 +441,9 @@ int main(int argc, char **argv)
     // These keystrokes are the user's, whoever watches them.
     sender.setAnnouncesToKeyMonitor(false);
     if (!sender.isValid()) {
-        std::fprintf(stderr, "tolkaro-xtest-inject: cannot open X display \"%s\" with XTest\n",
-                     qPrintable(displayName.isEmpty() ? qEnvironmentVariable("DISPLAY")
-                                                      : displayName));
+        std::fprintf(
+            stderr, "tolkaro-xtest-inject: cannot open X display \"%s\" with XTest\n",
+            qPrintable(displayName.isEmpty() ? qEnvironmentVariable("DISPLAY") : displayName));
         return 1;
     }
 

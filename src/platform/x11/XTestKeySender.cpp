@@ -69,8 +69,8 @@ uint8_t XTestKeySender::keyCodeForKeysym(uint32_t keysym) const
 
 bool XTestKeySender::needsShift(uint8_t keyCode, uint32_t keysym) const
 {
-    return m_display && XkbKeycodeToKeysym(m_display, keyCode, 0, 0) != keysym
-           && XkbKeycodeToKeysym(m_display, keyCode, 0, 1) == keysym;
+    return m_display && XkbKeycodeToKeysym(m_display, keyCode, 0, 0) != keysym &&
+           XkbKeycodeToKeysym(m_display, keyCode, 0, 1) == keysym;
 }
 
 bool XTestKeySender::tapKeysym(uint32_t keysym, const QList<uint32_t> &modifierKeysyms)
@@ -85,8 +85,8 @@ bool XTestKeySender::tapKeysym(uint32_t keysym, const QList<uint32_t> &modifierK
     const uint8_t keyCode = keyCodeForKeysym(keysym);
     if (keyCode == 0)
         return false;
-    if (needsShift(keyCode, keysym) && !modifierKeysyms.contains(XK_Shift_L)
-        && !modifierKeysyms.contains(XK_Shift_R)) {
+    if (needsShift(keyCode, keysym) && !modifierKeysyms.contains(XK_Shift_L) &&
+        !modifierKeysyms.contains(XK_Shift_R)) {
         const uint8_t shift = keyCodeForKeysym(XK_Shift_L);
         if (shift == 0)
             return false;
