@@ -104,7 +104,8 @@ qint64 wakeUps(qint64 pid)
     qint64 total = 0;
     const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
     for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QMap<QString, qint64> status = procStatus(tasks.filePath(task) + QStringLiteral("/status"));
+        const QMap<QString, qint64> status =
+            procStatus(tasks.filePath(task) + QStringLiteral("/status"));
         total += status.value(QStringLiteral("voluntary_ctxt_switches")) +
                  status.value(QStringLiteral("nonvoluntary_ctxt_switches"));
     }
@@ -179,8 +180,9 @@ int main(int argc, char **argv)
         return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
     };
     std::sort(startups.begin(), startups.end());
-    std::printf("startup (exec to tray icon docked), %d runs: median %.1f ms, min %.1f ms, max %.1f ms\n",
-                runs, median(startups), startups.first(), startups.last());
+    std::printf(
+        "startup (exec to tray icon docked), %d runs: median %.1f ms, min %.1f ms, max %.1f ms\n",
+        runs, median(startups), startups.first(), startups.last());
     std::printf("CPU time used by then, all threads: median %.1f ms\n", median(cpuTimes));
 
     // Idle cost: one more start, then 10 s of nothing.

@@ -159,14 +159,17 @@ void AppDelegate::addStatusBarItem()
     const bool launchAtLogin = LaunchAtLoginController().launchAtLogin();
     m_statusMenu->addStatusBarItem(launchAtLogin);
 
-    connect(m_statusMenu, &StatusMenu::checkForUpdatesTriggered, this, &AppDelegate::checkForUpdates);
+    connect(m_statusMenu, &StatusMenu::checkForUpdatesTriggered, this,
+            &AppDelegate::checkForUpdates);
     connect(m_statusMenu, &StatusMenu::autostartTriggered, this, &AppDelegate::setAutostartWithOSX);
     connect(m_statusMenu, &StatusMenu::keyboardPreferencesTriggered, this,
             &AppDelegate::showPreferencesWindow);
-    connect(m_statusMenu, &StatusMenu::makeTrustedTriggered, this, &AppDelegate::makeTrustedMenuItem);
+    connect(m_statusMenu, &StatusMenu::makeTrustedTriggered, this,
+            &AppDelegate::makeTrustedMenuItem);
     connect(m_statusMenu, &StatusMenu::quitTriggered, this, &AppDelegate::terminate);
     connect(m_statusMenu, &StatusMenu::languageItemTriggered, this, &AppDelegate::selectedLanguage);
-    connect(m_statusMenu, &StatusMenu::language2ItemTriggered, this, &AppDelegate::selectedLanguage2);
+    connect(m_statusMenu, &StatusMenu::language2ItemTriggered, this,
+            &AppDelegate::selectedLanguage2);
 
     m_languages = new LanguageSelection(m_preferences, this);
     connect(m_languages, &LanguageSelection::languageChanged, m_statusMenu,

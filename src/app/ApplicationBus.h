@@ -21,7 +21,8 @@ inline constexpr char kTestObjectPath[] = "/org/tolkaro/Tolkaro/Test";
 inline constexpr char kTestInterface[] = "org.tolkaro.Tolkaro.Test";
 inline constexpr char kTestHooksVariable[] = "TOLKARO_TEST_HOOKS";
 
-enum class Claim {
+enum class Claim
+{
     Owner,          // this process owns the name now
     AlreadyRunning, // another process owns it and has been told
     NoBus,          // no session bus: run without the single-instance guard

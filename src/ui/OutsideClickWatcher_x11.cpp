@@ -44,7 +44,8 @@ bool OutsideClickWatcher::connectToDisplay()
     int major = 2, minor = 2;
     if (!XQueryExtension(display, "XInputExtension", &opcode, &firstEvent, &firstError) ||
         XIQueryVersion(display, &major, &minor) != Success) {
-        tolkaro::logLine(QStringLiteral("No XInput 2.2: a click elsewhere will not close the popover"));
+        tolkaro::logLine(
+            QStringLiteral("No XInput 2.2: a click elsewhere will not close the popover"));
         XCloseDisplay(display);
         return false;
     }

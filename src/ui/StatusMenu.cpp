@@ -4,17 +4,36 @@
 
 #include <QAction>
 #include <QCursor>
+#include <QFile>
 #include <QIcon>
 #include <QMenu>
 #include <QSystemTrayIcon>
 
 namespace StatusMenuTexts {
-QString makeTrusted() { return QStringLiteral("Make Tolkaro trusted"); }
-QString quit() { return QStringLiteral("Quit Tolkaro"); }
-QString myTolkaro() { return QStringLiteral("My Tolkaro"); }
-QString checkForUpdates() { return QStringLiteral("Check for updates..."); }
-QString autostart() { return QStringLiteral("Autostart when the desktop starts"); }
-QString keyboardPreferences() { return QStringLiteral("Keyboard Preferences..."); }
+QString makeTrusted()
+{
+    return QStringLiteral("Make Tolkaro trusted");
+}
+QString quit()
+{
+    return QStringLiteral("Quit Tolkaro");
+}
+QString myTolkaro()
+{
+    return QStringLiteral("My Tolkaro");
+}
+QString checkForUpdates()
+{
+    return QStringLiteral("Check for updates...");
+}
+QString autostart()
+{
+    return QStringLiteral("Autostart when the desktop starts");
+}
+QString keyboardPreferences()
+{
+    return QStringLiteral("Keyboard Preferences...");
+}
 QString destinationLanguage(const QString &flag)
 {
     return QStringLiteral("%1 Destination Language").arg(flag);
@@ -39,7 +58,8 @@ constexpr char kStatusIconResource[] = ":/icons/LightAndDarkIcon.svg";
 
 QString englishFlag()
 {
-    const std::optional<LanguageEntry> english = LanguageTable::languageWithCode(QStringLiteral("en"));
+    const std::optional<LanguageEntry> english =
+        LanguageTable::languageWithCode(QStringLiteral("en"));
     return english ? english->flag : QString();
 }
 
@@ -70,9 +90,9 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
         return;
 
     m_statusItem = new QSystemTrayIcon(this);
-    const QIcon icon(QString::fromLatin1(kStatusIconResource));
-    if (!icon.availableSizes().isEmpty() || !icon.isNull())
-        m_statusItem->setIcon(icon);
+    // A missing image leaves the item without one; nothing else depends on it.
+    if (QFile::exists(QString::fromLatin1(kStatusIconResource)))
+        m_statusItem->setIcon(QIcon(QString::fromLatin1(kStatusIconResource)));
     m_statusItem->setToolTip(QStringLiteral("Tolkaro"));
 
     m_statusItemMenuAppNotTrusted = new QMenu;
@@ -81,7 +101,8 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
     connect(makeTrustedItem, &QAction::triggered, this,
             [this, makeTrustedItem] { emit makeTrustedTriggered(makeTrustedItem); });
     QAction *quitItem = m_statusItemMenuAppNotTrusted->addAction(quit());
-    connect(quitItem, &QAction::triggered, this, [this, quitItem] { emit quitTriggered(quitItem); });
+    connect(quitItem, &QAction::triggered, this,
+            [this, quitItem] { emit quitTriggered(quitItem); });
 
     m_statusItemMenuAppTrusted = new QMenu;
     m_statusItemMenuAppTrusted->setObjectName(QStringLiteral("statusItemMenuAppTrusted"));

@@ -100,8 +100,8 @@ void TranslationPopover::placeAroundAnchor()
 {
     const int margin = shadowMargin();
     const QSize body = size() - QSize(2 * margin, 2 * margin);
-    const PopoverPlacement::Placement placement = PopoverPlacement::placePopover(
-        m_anchor, body, screenUnder(m_anchor)->availableGeometry());
+    const PopoverPlacement::Placement placement =
+        PopoverPlacement::placePopover(m_anchor, body, screenUnder(m_anchor)->availableGeometry());
     m_abovePointer = placement.abovePointer;
     move(placement.topLeft - QPoint(margin, margin));
 }

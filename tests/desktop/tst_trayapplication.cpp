@@ -223,8 +223,9 @@ QStringList titlesOf(const QJsonArray &items)
 {
     QStringList titles;
     for (const QJsonValue &item : items)
-        titles << (item[QStringLiteral("separator")].toBool() ? QStringLiteral("---")
-                                                              : item[QStringLiteral("title")].toString());
+        titles << (item[QStringLiteral("separator")].toBool()
+                       ? QStringLiteral("---")
+                       : item[QStringLiteral("title")].toString());
     return titles;
 }
 
@@ -320,21 +321,25 @@ bool TestTrayApplication::startAndWaitForTray(Tolkaro &tolkaro)
     if (!tolkaro.process().waitForStarted(kStartTimeout))
         return false;
     return QTest::qWaitFor(
-        [&] { return statusItemState().value(QStringLiteral("visible")).toBool() && trayIconEmbedded(); },
+        [&] {
+            return statusItemState().value(QStringLiteral("visible")).toBool() &&
+                   trayIconEmbedded();
+        },
         kStartTimeout);
 }
 
 bool TestTrayApplication::clickMenuItem(const QStringList &titles)
 {
     const QVariantMap icon = statusItemState();
-    const QRect iconRect(icon.value(QStringLiteral("x")).toInt(), icon.value(QStringLiteral("y")).toInt(),
-                         icon.value(QStringLiteral("width")).toInt(),
-                         icon.value(QStringLiteral("height")).toInt());
+    const QRect iconRect(
+        icon.value(QStringLiteral("x")).toInt(), icon.value(QStringLiteral("y")).toInt(),
+        icon.value(QStringLiteral("width")).toInt(), icon.value(QStringLiteral("height")).toInt());
     if (iconRect.isEmpty()) {
         qWarning() << "no tray icon geometry";
         return false;
     }
-    if (!inject({QStringLiteral("click:%1,%2").arg(iconRect.center().x()).arg(iconRect.center().y())}))
+    if (!inject(
+            {QStringLiteral("click:%1,%2").arg(iconRect.center().x()).arg(iconRect.center().y())}))
         return false;
     QRect item;
     for (int depth = 1; depth <= titles.size(); ++depth) {
@@ -357,8 +362,8 @@ bool TestTrayApplication::clickMenuItem(const QStringList &titles)
 bool TestTrayApplication::focusGtkEntry()
 {
     if (m_gtkEntry.isNull()) {
-        const AtspiElement application =
-            AtspiProbe::applicationByPid(qEnvironmentVariable("TOLKARO_GTK_TARGET_PID").toLongLong());
+        const AtspiElement application = AtspiProbe::applicationByPid(
+            qEnvironmentVariable("TOLKARO_GTK_TARGET_PID").toLongLong());
         const AtspiElement window =
             AtspiProbe::window(application, qEnvironmentVariable("TOLKARO_GTK_TARGET_TITLE"));
         m_gtkEntry = window.find(QStringLiteral("Target entry"));
@@ -388,7 +393,8 @@ void TestTrayApplication::terminationDuringTheWelcomeAlertLeavesItForNextTime()
     // SIGTERM while the modal alert is up ends the process at once and cleanly; the
     // welcome was not read, so it is not marked as read.
     QCOMPARE(tolkaro.stop(), 0);
-    QSettings stored(configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")), QSettings::IniFormat);
+    QSettings stored(configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")),
+                     QSettings::IniFormat);
     QCOMPARE(stored.value(QStringLiteral("HasBeenLaunchedBefore"), false).toBool(), false);
     QVERIFY(!QFile::exists(configHome.filePath(QStringLiteral("autostart/tolkaro.desktop"))));
 }
@@ -428,7 +434,8 @@ void TestTrayApplication::firstLaunchWelcomesThenRegistersTheTrayIcon()
 
     // SIGTERM ends it cleanly, with both launch keys on disk.
     QCOMPARE(m_running->stop(), 0);
-    QSettings stored(m_configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")), QSettings::IniFormat);
+    QSettings stored(m_configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")),
+                     QSettings::IniFormat);
     QCOMPARE(stored.value(QStringLiteral("HasBeenLaunchedBefore")).toBool(), true);
     QCOMPARE(stored.value(QStringLiteral("HasBeenLaunchedAtLeastOnce")).toBool(), true);
 
@@ -481,8 +488,8 @@ void TestTrayApplication::languageChosenWithThePointerSurvivesARestart()
     };
 
     QVERIFY(choose(destinationItem, kDe + QStringLiteral(" German")));
-    QTRY_COMPARE_WITH_TIMEOUT(titlesOf(menuLayout()).value(1), kDe + QStringLiteral(" Destination Language"),
-                              5000);
+    QTRY_COMPARE_WITH_TIMEOUT(titlesOf(menuLayout()).value(1),
+                              kDe + QStringLiteral(" Destination Language"), 5000);
     QCOMPARE(checkedOf(menuLayout()[1][QStringLiteral("submenu")].toArray()),
              QStringList{kDe + QStringLiteral(" German")});
 
@@ -502,8 +509,10 @@ void TestTrayApplication::languageChosenWithThePointerSurvivesARestart()
     QCOMPARE(titlesOf(menu).value(2), kGb + QStringLiteral(" Alternative Destination Language"));
     QCOMPARE(checkedOf(menu[2][QStringLiteral("submenu")].toArray()),
              QStringList{kGb + QStringLiteral(" English")});
-    QSettings stored(m_configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")), QSettings::IniFormat);
-    QCOMPARE(stored.value(QStringLiteral("previouslyUsedLanguageCode")).toString(), QStringLiteral("de"));
+    QSettings stored(m_configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")),
+                     QSettings::IniFormat);
+    QCOMPARE(stored.value(QStringLiteral("previouslyUsedLanguageCode")).toString(),
+             QStringLiteral("de"));
 }
 
 void TestTrayApplication::popoverNeverTakesTheKeyboard()
@@ -533,7 +542,8 @@ void TestTrayApplication::popoverNeverTakesTheKeyboard()
     QTRY_VERIFY((popover = popoverWindow()) != None);
     QVERIFY(m_x11.overrideRedirect(popover));
     // It hangs below the point, centred on it.
-    const QRect body(state.value(QStringLiteral("x")).toInt(), state.value(QStringLiteral("y")).toInt(),
+    const QRect body(state.value(QStringLiteral("x")).toInt(),
+                     state.value(QStringLiteral("y")).toInt(),
                      state.value(QStringLiteral("width")).toInt(),
                      state.value(QStringLiteral("height")).toInt());
     QVERIFY(body.top() > point.y());
@@ -551,8 +561,9 @@ void TestTrayApplication::popoverNeverTakesTheKeyboard()
     qInfo().noquote() << "popover screenshot:" << shot;
 
     // A message in gray.
-    QVERIFY(test.call(QStringLiteral("SetPopOverText"), QStringLiteral("No text to translate"), true)
-                .type() != QDBusMessage::ErrorMessage);
+    QVERIFY(
+        test.call(QStringLiteral("SetPopOverText"), QStringLiteral("No text to translate"), true)
+            .type() != QDBusMessage::ErrorMessage);
     QTRY_COMPARE(popOverState().value(QStringLiteral("text")).toString(),
                  QStringLiteral("No text to translate"));
     QCOMPARE(popOverState().value(QStringLiteral("color")).toString(), QStringLiteral("#808080"));
@@ -579,15 +590,19 @@ void TestTrayApplication::popoverStaysOnScreen()
     QFETCH(bool, above);
     QVERIFY(m_running && m_running->isRunning());
     QDBusInterface test = testInterface();
-    test.call(QStringLiteral("DisplayPopOver"), QStringLiteral("Edge of the screen"), point.x(), point.y());
+    test.call(QStringLiteral("DisplayPopOver"), QStringLiteral("Edge of the screen"), point.x(),
+              point.y());
     QVariantMap state;
     QTRY_VERIFY((state = popOverState()).value(QStringLiteral("windowVisible")).toBool());
-    const QRect body(state.value(QStringLiteral("x")).toInt(), state.value(QStringLiteral("y")).toInt(),
+    const QRect body(state.value(QStringLiteral("x")).toInt(),
+                     state.value(QStringLiteral("y")).toInt(),
                      state.value(QStringLiteral("width")).toInt(),
                      state.value(QStringLiteral("height")).toInt());
     QVERIFY2(QRect(0, 0, 1280, 800).contains(body), qPrintable(QStringLiteral("%1,%2 %3x%4")
-                                                                    .arg(body.x()).arg(body.y())
-                                                                    .arg(body.width()).arg(body.height())));
+                                                                   .arg(body.x())
+                                                                   .arg(body.y())
+                                                                   .arg(body.width())
+                                                                   .arg(body.height())));
     QCOMPARE(state.value(QStringLiteral("abovePointer")).toBool(), above);
     QVERIFY(!body.contains(point));
     test.call(QStringLiteral("HidePopOver"));
@@ -603,7 +618,8 @@ void TestTrayApplication::clickElsewhereClosesThePopover()
 
     // A click inside the popover leaves it open.
     const QVariantMap state = popOverState();
-    const QPoint inside(state.value(QStringLiteral("x")).toInt() + 5, state.value(QStringLiteral("y")).toInt() + 5);
+    const QPoint inside(state.value(QStringLiteral("x")).toInt() + 5,
+                        state.value(QStringLiteral("y")).toInt() + 5);
     QVERIFY(inject({QStringLiteral("click:%1,%2").arg(inside.x()).arg(inside.y())}));
     QTest::qWait(300);
     QVERIFY(popOverState().value(QStringLiteral("windowVisible")).toBool());
@@ -635,15 +651,18 @@ void TestTrayApplication::quitFromTheMenuEndsCleanly()
 {
     QVERIFY(m_running && m_running->isRunning());
     // Something for the way out to write.
-    QVERIFY(clickMenuItem({kDe + QStringLiteral(" Destination Language"), kJp + QStringLiteral(" Japanese")}));
+    QVERIFY(clickMenuItem(
+        {kDe + QStringLiteral(" Destination Language"), kJp + QStringLiteral(" Japanese")}));
     QTRY_COMPARE(titlesOf(menuLayout()).value(1), kJp + QStringLiteral(" Destination Language"));
 
     QVERIFY(clickMenuItem({QStringLiteral("Quit Tolkaro")}));
     QVERIFY(m_running->process().waitForFinished(kStartTimeout));
     QCOMPARE(m_running->process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(m_running->process().exitCode(), 0);
-    QSettings stored(m_configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")), QSettings::IniFormat);
-    QCOMPARE(stored.value(QStringLiteral("previouslyUsedLanguageCode")).toString(), QStringLiteral("ja"));
+    QSettings stored(m_configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")),
+                     QSettings::IniFormat);
+    QCOMPARE(stored.value(QStringLiteral("previouslyUsedLanguageCode")).toString(),
+             QStringLiteral("ja"));
     QVERIFY(!trayIconEmbedded());
 }
 

@@ -69,7 +69,8 @@ void TestAnimatedSetString::newTextFadesOutThenIn()
 void TestAnimatedSetString::attributedTextAlwaysFades()
 {
     QLabel field(QStringLiteral("No text to translate"));
-    setAnimatedAttributedStringValue(&field, {QStringLiteral("No text to translate"), grayTextColor()});
+    setAnimatedAttributedStringValue(&field,
+                                     {QStringLiteral("No text to translate"), grayTextColor()});
     auto *effect = qobject_cast<QGraphicsOpacityEffect *>(field.graphicsEffect());
     QVERIFY(effect);
     QSignalSpy opacity(effect, &QGraphicsOpacityEffect::opacityChanged);
@@ -89,7 +90,8 @@ void TestAnimatedSetString::colours()
     window.setPalette(palette);
     QLabel field(QStringLiteral("source"), &window);
 
-    setAnimatedAttributedStringValue(&field, {QStringLiteral("Request timed out"), grayTextColor()});
+    setAnimatedAttributedStringValue(&field,
+                                     {QStringLiteral("Request timed out"), grayTextColor()});
     QTRY_COMPARE(field.text(), QStringLiteral("Request timed out"));
     QCOMPARE(textColor(field), grayTextColor());
 
@@ -121,7 +123,8 @@ void TestAnimatedSetString::textFieldSize_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("wraps");
-    QTest::newRow("a short word: narrower than the maximum, one line") << QStringLiteral("Hallo") << false;
+    QTest::newRow("a short word: narrower than the maximum, one line")
+        << QStringLiteral("Hallo") << false;
     QTest::newRow("a sentence: wraps at the maximum width")
         << QStringLiteral("The quick brown fox jumps over the lazy dog, again and again, until the "
                           "dog finally wakes up and chases it away.")

@@ -21,7 +21,8 @@ void TestNotificationCenter::deliversInOrderWithUserInfo()
     QStringList calls;
     center.addObserver(NotificationNames::kSpotlightEditingFinished, &context,
                        [&](const QVariantMap &info) {
-                           calls << QStringLiteral("first:") + info.value(NotificationUserInfoKeys::kText).toString();
+                           calls << QStringLiteral("first:") +
+                                        info.value(NotificationUserInfoKeys::kText).toString();
                        });
     center.addObserver(NotificationNames::kSpotlightEditingFinished, nullptr,
                        [&](const QVariantMap &) { calls << QStringLiteral("second"); });

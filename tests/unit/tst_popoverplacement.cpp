@@ -30,18 +30,17 @@ void TestPopoverPlacement::placePopover_data()
     QTest::newRow("near the left edge: pushed right")
         << QPoint(20, 400) << QSize(200, 50) << screen << QPoint(kScreenMargin, 418) << false;
     QTest::newRow("near the right edge: pushed left")
-        << QPoint(1270, 400) << QSize(200, 50) << screen
-        << QPoint(1280 - kScreenMargin - 200, 418) << false;
+        << QPoint(1270, 400) << QSize(200, 50) << screen << QPoint(1280 - kScreenMargin - 200, 418)
+        << false;
     QTest::newRow("near the bottom: above the pointer")
-        << QPoint(600, 780) << QSize(200, 50) << screen
-        << QPoint(500, 780 - kGapAbovePointer - 50) << true;
+        << QPoint(600, 780) << QSize(200, 50) << screen << QPoint(500, 780 - kGapAbovePointer - 50)
+        << true;
     QTest::newRow("bottom edge exactly reached: still below")
         << QPoint(600, 800 - kScreenMargin - 50 - kGapBelowPointer) << QSize(200, 50) << screen
         << QPoint(500, 800 - kScreenMargin - 50) << false;
     QTest::newRow("one pixel too low: above")
-        << QPoint(600, 800 - kScreenMargin - 50 - kGapBelowPointer + 1) << QSize(200, 50)
-        << screen << QPoint(500, 800 - kScreenMargin - 50 - kGapBelowPointer + 1 - 6 - 50)
-        << true;
+        << QPoint(600, 800 - kScreenMargin - 50 - kGapBelowPointer + 1) << QSize(200, 50) << screen
+        << QPoint(500, 800 - kScreenMargin - 50 - kGapBelowPointer + 1 - 6 - 50) << true;
     QTest::newRow("second screen to the right")
         << QPoint(1300, 100) << QSize(200, 50) << QRect(1280, 0, 1024, 768)
         << QPoint(1280 + kScreenMargin, 118) << false;
@@ -53,8 +52,8 @@ void TestPopoverPlacement::placePopover_data()
     QTest::newRow("fits neither side, more room above: clamped to the top")
         << QPoint(600, 500) << QSize(200, 700) << screen << QPoint(500, kScreenMargin) << true;
     QTest::newRow("fits neither side, more room below: clamped to the bottom")
-        << QPoint(600, 300) << QSize(200, 700) << screen
-        << QPoint(500, 800 - kScreenMargin - 700) << false;
+        << QPoint(600, 300) << QSize(200, 700) << screen << QPoint(500, 800 - kScreenMargin - 700)
+        << false;
     QTest::newRow("taller than the screen: starts at its top")
         << QPoint(600, 300) << QSize(200, 900) << screen << QPoint(500, kScreenMargin) << false;
 }
@@ -89,7 +88,8 @@ void TestPopoverPlacement::staysOnScreen()
         for (int y = screen.top(); y <= screen.bottom(); y += 29) {
             const Placement placement = PopoverPlacement::placePopover(QPoint(x, y), size, screen);
             const QRect popover(placement.topLeft, size);
-            QVERIFY2(screen.contains(popover), qPrintable(QStringLiteral("pointer %1,%2").arg(x).arg(y)));
+            QVERIFY2(screen.contains(popover),
+                     qPrintable(QStringLiteral("pointer %1,%2").arg(x).arg(y)));
             QVERIFY2(!popover.contains(QPoint(x, y)),
                      qPrintable(QStringLiteral("covers pointer %1,%2").arg(x).arg(y)));
         }

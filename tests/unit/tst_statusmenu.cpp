@@ -100,7 +100,8 @@ void TestStatusMenu::shortMenuItems()
     QStringList titles;
     for (QAction *item : m_menu->statusItemMenuAppNotTrusted()->actions())
         titles << item->text();
-    QCOMPARE(titles, (QStringList{QStringLiteral("Make Tolkaro trusted"), QStringLiteral("Quit Tolkaro")}));
+    QCOMPARE(titles,
+             (QStringList{QStringLiteral("Make Tolkaro trusted"), QStringLiteral("Quit Tolkaro")}));
 }
 
 void TestStatusMenu::languageSubmenus()
@@ -143,13 +144,15 @@ void TestStatusMenu::choosingByPosition_data()
     QTest::addColumn<QString>("code");
     QTest::addColumn<QString>("title");
 
-    QTest::newRow("German as destination") << false << 13 << QStringLiteral("de")
-                                           << QString::fromUtf8("\U0001F1E9\U0001F1EA Destination Language");
+    QTest::newRow("German as destination")
+        << false << 13 << QStringLiteral("de")
+        << QString::fromUtf8("\U0001F1E9\U0001F1EA Destination Language");
     QTest::newRow("Spanish, not Catalan, despite the same flag")
         << false << 32 << QStringLiteral("es")
         << QString::fromUtf8("\U0001F1EA\U0001F1F8 Destination Language");
-    QTest::newRow("French as destination") << false << 12 << QStringLiteral("fr")
-                                           << QString::fromUtf8("\U0001F1EB\U0001F1F7 Destination Language");
+    QTest::newRow("French as destination")
+        << false << 12 << QStringLiteral("fr")
+        << QString::fromUtf8("\U0001F1EB\U0001F1F7 Destination Language");
     QTest::newRow("Thai as alternative")
         << true << 34 << QStringLiteral("th")
         << QString::fromUtf8("\U0001F1F9\U0001F1ED Alternative Destination Language");
@@ -165,11 +168,13 @@ void TestStatusMenu::choosingByPosition()
     QFETCH(QString, code);
     QFETCH(QString, title);
 
-    QAction *parent = alternative ? m_menu->destLanguageMenuItem2() : m_menu->destLanguageMenuItem();
+    QAction *parent =
+        alternative ? m_menu->destLanguageMenuItem2() : m_menu->destLanguageMenuItem();
     QAction *item = parent->menu()->actions().at(position);
     item->trigger();
 
-    QCOMPARE(alternative ? m_languages->currentDstLanguageCode2() : m_languages->currentDstLanguageCode(),
+    QCOMPARE(alternative ? m_languages->currentDstLanguageCode2()
+                         : m_languages->currentDstLanguageCode(),
              code);
     QCOMPARE(parent->text(), title);
     const QList<QAction *> items = parent->menu()->actions();
@@ -192,7 +197,8 @@ void TestStatusMenu::choosingTheSameLanguageTwice()
         checked += item->isChecked() ? 1 : 0;
     QCOMPARE(checked, 1);
     QVERIFY(german->isChecked());
-    QCOMPARE(m_preferences->previouslyUsedLanguageCode(), std::optional<QString>(QStringLiteral("de")));
+    QCOMPARE(m_preferences->previouslyUsedLanguageCode(),
+             std::optional<QString>(QStringLiteral("de")));
 }
 
 void TestStatusMenu::attachedMenuFollowsTrust()

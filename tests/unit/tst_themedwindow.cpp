@@ -46,7 +46,8 @@ void TestThemedWindow::paints()
     const int squareTop = (size.height() - side) / 2;
     const int landTop = squareTop + side / 4;
     const int landBottom = squareTop + side * 3 / 4;
-    QVERIFY(distinctColours(image, QRect(10, (landTop + landBottom) / 2 - 20, size.width() - 20, 40)) > 3);
+    QVERIFY(distinctColours(image,
+                            QRect(10, (landTop + landBottom) / 2 - 20, size.width() - 20, 40)) > 3);
     if (landTop > 12) {
         QCOMPARE(distinctColours(image, QRect(10, 6, size.width() - 20, landTop - 12)), 1);
     }

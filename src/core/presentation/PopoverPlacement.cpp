@@ -18,13 +18,14 @@ int clampSpan(int start, int length, int low, int high)
 
 Placement placePopover(QPoint pointer, QSize popoverSize, QRect screen)
 {
-    const QRect area = screen.adjusted(kScreenMargin, kScreenMargin, -kScreenMargin, -kScreenMargin);
+    const QRect area =
+        screen.adjusted(kScreenMargin, kScreenMargin, -kScreenMargin, -kScreenMargin);
     const int areaBottom = area.y() + area.height();
     const int areaRight = area.x() + area.width();
 
     Placement placement;
-    placement.topLeft.setX(clampSpan(pointer.x() - popoverSize.width() / 2, popoverSize.width(),
-                                     area.x(), areaRight));
+    placement.topLeft.setX(
+        clampSpan(pointer.x() - popoverSize.width() / 2, popoverSize.width(), area.x(), areaRight));
 
     const int belowTop = pointer.y() + kGapBelowPointer;
     const int aboveTop = pointer.y() - kGapAbovePointer - popoverSize.height();
