@@ -4,7 +4,7 @@
 # crash, a sanitizer report, a hang or a broken property; the input that did it is left
 # under the output directory and printed as base64.
 #
-# Usage: fuzz/run.sh [seconds per target]          (default 60)
+# Usage: fuzz/run.sh [seconds per target [libFuzzer flags...]]   (default 60 s, no flags)
 # Environment:
 #   TOLKARO_FUZZ_BUILD_DIR  build directory (default: <repo>/build-fuzz)
 #   TOLKARO_FUZZ_OUT        grown corpora, logs and crash inputs (default: <build>/fuzz-out)
@@ -12,6 +12,8 @@ set -euo pipefail
 
 repo=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
+shift $(( $# > 0 ? 1 : 0 ))
+extra_flags=("$@") # after each target's own flags, so they override them
 build=${TOLKARO_FUZZ_BUILD_DIR:-$repo/build-fuzz}
 out=${TOLKARO_FUZZ_OUT:-$build/fuzz-out}
 
@@ -35,7 +37,7 @@ run_target() {
   echo "fuzz: $name for ${seconds} s"
   # New inputs go to the first directory; the seeds in the repository are only read.
   if "$build/fuzz/fuzz_$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-      -print_final_stats=1 -artifact_prefix="$dir/artifacts/" "$@" \
+      -print_final_stats=1 -artifact_prefix="$dir/artifacts/" "$@" "${extra_flags[@]}" \
       "$dir/corpus" "$repo/fuzz/corpus/$name" >"$dir/log" 2>&1; then
     grep -E '^stat::(number_of_executed_units|average_exec_per_sec|peak_rss_mb)' "$dir/log" |
       sed "s/^/fuzz: $name /"
