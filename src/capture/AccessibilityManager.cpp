@@ -141,14 +141,6 @@ QList<UIElement> menuCommandsOf(const UIElement &application, const QString &key
     });
 }
 
-void beginWork()
-{
-    AtspiThread::instance().call<bool>([] {
-        UIElementUtilities::beginWork();
-        return true;
-    });
-}
-
 std::optional<QString> clipboardText()
 {
     const QMimeData *data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);
@@ -257,7 +249,7 @@ std::optional<QString> AccessibilityManager::getStringForCurrentUIElement()
         tolkaro::logLine(QStringLiteral("element is nil"));
         return std::nullopt;
     }
-    beginWork();
+    UIElementUtilities::beginWork();
     const QPoint screenPoint =
         UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(QCursor::pos()).toPoint();
     UIElement application =
@@ -313,7 +305,7 @@ AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(co
 void AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(
     const UIElement &element, const QString &text)
 {
-    beginWork();
+    UIElementUtilities::beginWork();
     const UIElement start = element ? element : processedElement();
     clickPasteMenuCommandForApplicationAXElement(UIElementUtilities::applicationOfUIElement(start),
                                                  text);
@@ -322,7 +314,7 @@ void AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElem
 void AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
     const UIElement &applicationElement, const QString &text)
 {
-    beginWork();
+    UIElementUtilities::beginWork();
     if (!UIElementUtilities::isApplicationUIElement(applicationElement))
         return;
     const QList<UIElement> items = menuCommandsOf(applicationElement, QStringLiteral("V"));

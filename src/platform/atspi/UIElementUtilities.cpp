@@ -51,7 +51,31 @@ const QString kCmdModifiers = QStringLiteral("AXMenuItemCmdModifiers");
 const QString kPress = QStringLiteral("AXPress");
 const QString kApplicationRole = QStringLiteral("AXApplication");
 
-thread_local bool t_gaveUp = false;
+// A piece of work gives up once a call of it has run into the timeout. The mark fades after
+// kGiveUpWindow, so that reads made later, outside any capture or paste, try again.
+constexpr std::chrono::milliseconds kGiveUpWindow{1000};
+
+class GiveUpMark
+{
+public:
+    operator bool() const
+    {
+        return m_since.isValid() && m_since.elapsed() < kGiveUpWindow.count();
+    }
+    GiveUpMark &operator=(bool gaveUp)
+    {
+        if (gaveUp)
+            m_since.start();
+        else
+            m_since.invalidate();
+        return *this;
+    }
+
+private:
+    QElapsedTimer m_since;
+};
+
+thread_local GiveUpMark t_gaveUp;
 
 // Frees the error; a call that got no answer in time marks the piece of work as given up.
 bool failed(GError *error)
@@ -552,6 +576,27 @@ QString g(double number)
 // Every operation runs as one piece of work on the AT-SPI thread. Once the application has
 // stopped answering, the operations that follow give up at once; an operation that ran into
 // the timeout marks that, since libatspi does not report every timeout as an error.
+// The process of an application, remembered by its unique bus name (never reused within a
+// session): asking the bus for every application on each capture cost 20 to 40 ms.
+std::optional<qint64> processOfApplication(AtspiAccessible *application)
+{
+    static QHash<QByteArray, qint64> processes;
+    const AtspiApplication *connection = application->parent.app;
+    const QByteArray busName = connection && connection->bus_name ? QByteArray(connection->bus_name)
+                                                                  : QByteArray();
+    if (!busName.isEmpty()) {
+        if (const auto found = processes.constFind(busName); found != processes.cend())
+            return *found;
+    }
+    GError *error = nullptr;
+    const guint pid = atspi_accessible_get_process_id(application, &error);
+    if (failed(error))
+        return std::nullopt;
+    if (!busName.isEmpty())
+        processes.insert(busName, qint64(pid));
+    return qint64(pid);
+}
+
 template <typename T>
 T onAtspiThread(std::function<T()> work, T fallback = T())
 {
@@ -589,12 +634,15 @@ UIElement UIElement::retain(AtspiAccessible *accessible)
 
 void UIElementUtilities::beginWork()
 {
-    t_gaveUp = false;
+    AtspiThread::instance().call<bool>([] {
+        t_gaveUp = false;
+        return true;
+    });
 }
 
 bool UIElementUtilities::gaveUp()
 {
-    return t_gaveUp;
+    return AtspiThread::instance().call<bool>([] { return bool(t_gaveUp); }).value_or(true);
 }
 
 UIElementValue UIElementUtilities::valueOfAttribute(const QString &attribute,
@@ -620,7 +668,7 @@ void UIElementUtilities::performAction(const QString &action, const UIElement &e
         const int index = actionIndex(actions, action);
         // Qt runs the action before it answers, and a Paste there reads the clipboard from
         // Tolkaro's main thread: that answer may come late, and is no sign of a hang.
-        const bool gaveUpBefore = t_gaveUp;
+        const GiveUpMark gaveUpBefore = t_gaveUp;
         GError *error = nullptr;
         if (index >= 0)
             atspi_action_do_action(actions, index, &error);
@@ -1006,8 +1054,8 @@ UIElement UIElementUtilities::applicationElementForProcess(qint64 pid)
             AtspiAccessible *application = atspi_accessible_get_child_at_index(desktop, i, &error);
             if (failed(error) || !application)
                 continue;
-            const guint applicationPid = atspi_accessible_get_process_id(application, &error);
-            if (!failed(error) && qint64(applicationPid) == pid)
+            const std::optional<qint64> applicationPid = processOfApplication(application);
+            if (applicationPid == pid)
                 found = UIElement::retain(application);
             g_object_unref(application);
         }
@@ -1029,9 +1077,15 @@ UIElement UIElementUtilities::elementAtScreenPoint(const UIElement &application,
             if (!component)
                 continue;
             GError *error = nullptr;
-            const bool contains = atspi_component_contains(component, point.x(), point.y(),
-                                                           ATSPI_COORD_TYPE_SCREEN, &error);
+            bool contains = false;
+            {
+                StallGuard guard;
+                contains = atspi_component_contains(component, point.x(), point.y(),
+                                                    ATSPI_COORD_TYPE_SCREEN, &error);
+            }
             g_object_unref(component);
+            if (t_gaveUp)
+                break;
             if (failed(error) || !contains || !hasState(candidate.accessible(), ATSPI_STATE_SHOWING))
                 continue;
             if (!window || hasState(candidate.accessible(), ATSPI_STATE_ACTIVE))

@@ -33,8 +33,8 @@
 // Every call may be made from any thread: it runs on the AT-SPI thread (AtspiThread) and
 // waits for it, or runs at once when already there. Failures give the empty answer (null
 // value, nullopt, 0, false, the zero rectangle) and are not logged. Once a call into an
-// application times out, the calls that follow in the same piece of work on the AT-SPI
-// thread give up at once (see beginWork), so a stopped application costs one timeout.
+// application times out, the calls that follow give up at once until the next beginWork()
+// or for one second, so a capture from a stopped application costs one timeout.
 class UIElementUtilities
 {
 public:
