@@ -76,9 +76,10 @@ Rates parseRates(const LargeTranslationAnswer &answer, bool viaText, double mini
         wall.start();
         const qint64 cpuStart = threadCpuNanoseconds();
         QString guessed;
-        const QString text = viaText
-            ? GoogleTranslateByURL::parseGoogleJSONResponseIntoReadableString(asText, &guessed)
-            : GoogleTranslateByURL::parseGoogleJSONResponseUtf8(answer.body, &guessed);
+        const QString text =
+            viaText
+                ? GoogleTranslateByURL::parseGoogleJSONResponseIntoReadableString(asText, &guessed)
+                : GoogleTranslateByURL::parseGoogleJSONResponseUtf8(answer.body, &guessed);
         const qint64 cpu = threadCpuNanoseconds() - cpuStart;
         const qint64 elapsed = wall.nsecsElapsed();
         if (text != answer.translation) {
@@ -104,7 +105,8 @@ std::vector<double> receiveSideMs(const LargeTranslationAnswer &answer, int runs
         QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
         const QString decoded = decoder.decode(answer.body);
         QString guessed;
-        const QString text = GoogleTranslateByURL::parseGoogleJSONResponseUtf8(answer.body, &guessed);
+        const QString text =
+            GoogleTranslateByURL::parseGoogleJSONResponseUtf8(answer.body, &guessed);
         times.push_back(double(timer.nsecsElapsed()) / 1e6);
         if (decoded.isEmpty() || text.isEmpty())
             std::exit(1);
@@ -126,8 +128,9 @@ RoundTrip roundTrips(const LargeTranslationAnswer &answer, int runs)
     QElapsedTimer clock;
     clock.start();
     std::atomic<qint64> answeredAt{0};
-    server.setRequestObserver(
-        [&](const LoopbackTranslationServer::RecordedRequest &) { answeredAt = clock.nsecsElapsed(); });
+    server.setRequestObserver([&](const LoopbackTranslationServer::RecordedRequest &) {
+        answeredAt = clock.nsecsElapsed();
+    });
 
     GoogleTranslateByURL client(server.baseUrl());
     auto *network = client.findChild<QNetworkAccessManager *>();
@@ -137,12 +140,13 @@ RoundTrip roundTrips(const LargeTranslationAnswer &answer, int runs)
         qint64 lastBytesAt = 0;
         qint64 completedAt = 0;
         bool ok = false;
-        client.translateText(QStringLiteral("A long text"), QStringLiteral("de"),
-                             [&](bool success, const QString &text, const QString &, const QString &) {
-                                 completedAt = clock.nsecsElapsed();
-                                 ok = success && text.size() == answer.translation.size();
-                                 loop.quit();
-                             });
+        client.translateText(
+            QStringLiteral("A long text"), QStringLiteral("de"),
+            [&](bool success, const QString &text, const QString &, const QString &) {
+                completedAt = clock.nsecsElapsed();
+                ok = success && text.size() == answer.translation.size();
+                loop.quit();
+            });
         // The reply the client just started; its bytes arrive on this thread with readyRead.
         for (QNetworkReply *reply : network->findChildren<QNetworkReply *>()) {
             if (!reply->isFinished())
@@ -192,8 +196,8 @@ int main(int argc, char **argv)
     }
     std::printf("  target >= %.0f MB/s (CPU time, UTF-8 entry, every size): %s (slowest median "
                 "%.1f MB/s)\n\n",
-                kTargetMegabytesPerSecond, worstMedian >= kTargetMegabytesPerSecond ? "met" : "MISSED",
-                worstMedian);
+                kTargetMegabytesPerSecond,
+                worstMedian >= kTargetMegabytesPerSecond ? "met" : "MISSED", worstMedian);
 
     // Texts are cut at 1500 code units before they are sent, so a real answer stays under
     // about 20 KB; 64 KB bounds it with room to spare. The 1 MB row is for information.
@@ -220,6 +224,7 @@ int main(int argc, char **argv)
     }
     std::printf("  target <= %.0f ms (median, last bytes -> completion, answers up to 64 KB): %s "
                 "(worst %.3f ms)\n",
-                kTargetLatencyMs, worstLatency <= kTargetLatencyMs ? "met" : "MISSED", worstLatency);
+                kTargetLatencyMs, worstLatency <= kTargetLatencyMs ? "met" : "MISSED",
+                worstLatency);
     return 0;
 }

@@ -27,8 +27,9 @@ struct Outcome
 
 [[noreturn]] void fail(const char *what, const Outcome &expected, const Outcome &actual)
 {
-    std::fprintf(stderr, "property broken: %s\n  expected %s text \"%s\", language \"%s\"\n"
-                         "  actual   %s text \"%s\", language \"%s\"\n",
+    std::fprintf(stderr,
+                 "property broken: %s\n  expected %s text \"%s\", language \"%s\"\n"
+                 "  actual   %s text \"%s\", language \"%s\"\n",
                  what, expected.text.isNull() ? "null" : "non-null",
                  qPrintable(expected.text.left(200)), qPrintable(expected.guessed),
                  actual.text.isNull() ? "null" : "non-null", qPrintable(actual.text.left(200)),
@@ -38,9 +39,8 @@ struct Outcome
 
 void requireSame(const char *what, const Outcome &expected, const Outcome &actual)
 {
-    if (expected.text != actual.text || expected.text.isNull() != actual.text.isNull()
-        || expected.guessed != actual.guessed
-        || expected.guessed.isNull() != actual.guessed.isNull())
+    if (expected.text != actual.text || expected.text.isNull() != actual.text.isNull() ||
+        expected.guessed != actual.guessed || expected.guessed.isNull() != actual.guessed.isNull())
         fail(what, expected, actual);
 }
 

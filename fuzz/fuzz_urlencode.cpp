@@ -28,8 +28,8 @@ namespace {
 
 bool isUnreserved(char c)
 {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-'
-        || c == '.' || c == '_' || c == '~';
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~';
 }
 
 int upperHexValue(char c)
@@ -79,8 +79,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                 fail("percent sign without two digits", encoded);
             const int high = upperHexValue(char(encoded.at(i + 1).unicode()));
             const int low = upperHexValue(char(encoded.at(i + 2).unicode()));
-            if (high < 0 || low < 0 || encoded.at(i + 1).unicode() > 0x7F
-                || encoded.at(i + 2).unicode() > 0x7F)
+            if (high < 0 || low < 0 || encoded.at(i + 1).unicode() > 0x7F ||
+                encoded.at(i + 2).unicode() > 0x7F)
                 fail("percent sign not followed by two upper-case hex digits", encoded);
             const char byte = char(high * 16 + low);
             if (isUnreserved(byte) || byte == ' ')

@@ -4,9 +4,9 @@ namespace {
 
 struct Piece
 {
-    const char *json;       // the piece as it stands between the quotes of the answer
-    const char16_t *text;   // the same piece decoded
-    const char *source;     // the source piece, as it stands in the answer
+    const char *json;     // the piece as it stands between the quotes of the answer
+    const char16_t *text; // the same piece decoded
+    const char *source;   // the source piece, as it stands in the answer
 };
 
 // Real answers mix scripts, escape quotes and carry line breaks inside the pieces.
@@ -21,11 +21,13 @@ constexpr Piece kPieces[] = {
      "The fox jumps. "},
     {"\xE7\x8B\x90\xE7\x8B\xB8\xE3\x81\x8C\xE8\xB7\xB3\xE3\x81\xB6\xE3\x80\x82",
      u"\u72d0\u72f8\u304c\u8df3\u3076\u3002", "The fox jumps."},
-    {"Er sagte: \\\"Stra\xC3\x9F" "e, Caf\xC3\xA9, \xC5\x93uvre\\\".\\n",
+    {"Er sagte: \\\"Stra\xC3\x9F"
+     "e, Caf\xC3\xA9, \xC5\x93uvre\\\".\\n",
      u"Er sagte: \"Stra\u00dfe, Caf\u00e9, \u0153uvre\".\n",
      "He said: \\\"Street, caf\xC3\xA9, work\\\".\\n"},
     {"Zeile mit Tabulator\\tund Backslash \\\\ am Ende. ",
-     u"Zeile mit Tabulator\tund Backslash \\ am Ende. ", "Line with a tab\\tand a backslash \\\\. "},
+     u"Zeile mit Tabulator\tund Backslash \\ am Ende. ",
+     "Line with a tab\\tand a backslash \\\\. "},
 };
 
 } // namespace
@@ -49,7 +51,8 @@ LargeTranslationAnswer makeLargeTranslationAnswer(qsizetype minimumBytes)
         if (row % 2 == 0)
             answer.body += "\",,,3]";
         else
-            answer.body += "\",null,null,3,null,null,[[]],[[[\"a4c1f07e9b\",\"tea_DeEn_2023.md\"]]]]";
+            answer.body +=
+                "\",null,null,3,null,null,[[]],[[[\"a4c1f07e9b\",\"tea_DeEn_2023.md\"]]]]";
         answer.translation += QString::fromUtf16(piece.text);
         ++answer.sentenceRows;
     }

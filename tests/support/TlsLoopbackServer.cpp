@@ -29,11 +29,11 @@ TestCertificates::TestCertificates()
         m_error = QStringLiteral("no temporary directory: ") + m_dir.errorString();
         return;
     }
-    if (!openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + kEcKey
-                 + QStringList{QStringLiteral("-keyout"), m_dir.filePath(QStringLiteral("ca.key")),
-                               QStringLiteral("-out"), m_dir.filePath(QStringLiteral("ca.pem")),
-                               QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
-                               QStringLiteral("/CN=Tolkaro test authority")}))
+    if (!openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + kEcKey +
+                 QStringList{QStringLiteral("-keyout"), m_dir.filePath(QStringLiteral("ca.key")),
+                             QStringLiteral("-out"), m_dir.filePath(QStringLiteral("ca.pem")),
+                             QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
+                             QStringLiteral("/CN=Tolkaro test authority")}))
         return;
     m_authority = QSslCertificate(readFile(m_dir.filePath(QStringLiteral("ca.pem"))));
     if (m_authority.isNull())
@@ -61,25 +61,25 @@ TlsIdentity TestCertificates::make(Kind kind)
 
     bool made = false;
     if (kind == Kind::SelfSigned) {
-        made = openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + kEcKey
-                       + QStringList{QStringLiteral("-keyout"), key, QStringLiteral("-out"),
-                                     certificate, QStringLiteral("-days"), QStringLiteral("2"),
-                                     QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
-                                     QStringLiteral("-addext"),
-                                     QStringLiteral("subjectAltName=IP:127.0.0.1")});
+        made = openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + kEcKey +
+                       QStringList{QStringLiteral("-keyout"), key, QStringLiteral("-out"),
+                                   certificate, QStringLiteral("-days"), QStringLiteral("2"),
+                                   QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
+                                   QStringLiteral("-addext"),
+                                   QStringLiteral("subjectAltName=IP:127.0.0.1")});
     } else {
         const QString request = m_dir.filePath(name + QStringLiteral(".csr"));
         // Qt accepts a matching common name even beside alternative names, so the other
         // host's certificate names it in both places.
         const QString commonName = kind == Kind::OtherHostName
-            ? QStringLiteral("/CN=translate.example")
-            : QStringLiteral("/CN=127.0.0.1");
+                                       ? QStringLiteral("/CN=translate.example")
+                                       : QStringLiteral("/CN=127.0.0.1");
         // A negative validity puts the end before the start: expired from the first second.
         const QString days = kind == Kind::Expired ? QStringLiteral("-1") : QStringLiteral("2");
-        made = openssl(QStringList{QStringLiteral("req"), QStringLiteral("-new")} + kEcKey
-                       + QStringList{QStringLiteral("-keyout"), key, QStringLiteral("-out"), request,
-                                     QStringLiteral("-subj"), commonName})
-            && openssl({QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
+        made = openssl(QStringList{QStringLiteral("req"), QStringLiteral("-new")} + kEcKey +
+                       QStringList{QStringLiteral("-keyout"), key, QStringLiteral("-out"), request,
+                                   QStringLiteral("-subj"), commonName}) &&
+               openssl({QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
                         request, QStringLiteral("-CA"), m_dir.filePath(QStringLiteral("ca.pem")),
                         QStringLiteral("-CAkey"), m_dir.filePath(QStringLiteral("ca.key")),
                         QStringLiteral("-set_serial"), QString::number(1000 + m_made),
@@ -89,8 +89,7 @@ TlsIdentity TestCertificates::make(Kind kind)
     if (!made)
         return TlsIdentity();
 
-    TlsIdentity identity{QSslCertificate(readFile(certificate)),
-                         QSslKey(readFile(key), QSsl::Ec)};
+    TlsIdentity identity{QSslCertificate(readFile(certificate)), QSslKey(readFile(key), QSsl::Ec)};
     if (identity.isNull())
         m_error = QStringLiteral("openssl wrote no readable certificate or key for ") + name;
     return identity;
@@ -101,8 +100,8 @@ bool TestCertificates::openssl(const QStringList &arguments)
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(QStringLiteral("openssl"), arguments);
-    if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit
-        || process.exitCode() != 0) {
+    if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0) {
         m_error = QStringLiteral("openssl %1 failed: %2 %3")
                       .arg(arguments.join(QLatin1Char(' ')), process.errorString(),
                            QString::fromLocal8Bit(process.readAll()));
@@ -154,8 +153,8 @@ void TlsLoopbackServer::incomingConnection(qintptr socketDescriptor)
         }
         const QByteArray body = LoopbackTranslationServer::echoBody(query);
         socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json; charset=UTF-8\r\n"
-                      "Content-Length: " + QByteArray::number(body.size())
-                      + "\r\nConnection: close\r\n\r\n" + body);
+                      "Content-Length: " +
+                      QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
         socket->disconnectFromHost();
     });
     socket->startServerEncryption();

@@ -20,7 +20,8 @@ struct TlsIdentity
 class TestCertificates
 {
 public:
-    enum class Kind {
+    enum class Kind
+    {
         Trusted,       // signed by the authority, for 127.0.0.1, valid now
         SelfSigned,    // for 127.0.0.1, valid now, signed by nobody the client knows
         OtherHostName, // signed by the authority, valid now, for another host name
@@ -58,8 +59,8 @@ public:
     void setIdentity(const TlsIdentity &identity) { m_identity = identity; }
 
     int connectionCount() const { return m_connections; }
-    int handshakeCount() const { return m_handshakes; }  // connections that became encrypted
-    int requestCount() const { return m_requests; }      // requests read over TLS
+    int handshakeCount() const { return m_handshakes; } // connections that became encrypted
+    int requestCount() const { return m_requests; }     // requests read over TLS
 
 protected:
     void incomingConnection(qintptr socketDescriptor) override;

@@ -5,6 +5,7 @@
 #include "LargeTranslationAnswer.h"
 #include "LoopbackTranslationServer.h"
 #include "TlsLoopbackServer.h"
+#include "TranslationOutcome.h"
 
 #include "common/Log.h"
 #include "translation/GoogleTranslateByURL.h"
@@ -29,30 +30,9 @@ namespace {
 // Every request ends by itself within the 4 s bound; twice that only guards against a hang.
 constexpr int kHangGuardMs = 8000;
 
-const QString kNoData = QStringLiteral("NSURLResponse's data is nil");
-const QString kNotUtf8 = QStringLiteral(
-    "responseDataString is nil. Couldn't build string from returned by the server NSData");
-const QString kUnable = QStringLiteral("Unable to translate text.");
-
-struct Outcome
-{
-    int calls = 0;
-    bool success = false;
-    QString text;
-    QString guessed;
-    QString error;
-
-    TranslationCompletion recorder()
-    {
-        return [this](bool ok, const QString &t, const QString &g, const QString &e) {
-            ++calls;
-            success = ok;
-            text = t;
-            guessed = g;
-            error = e;
-        };
-    }
-};
+using TranslationFailure::kNoData;
+using TranslationFailure::kNotUtf8;
+using TranslationFailure::kUnable;
 
 QByteArray tenMegabytes(const QByteArray &unit)
 {
@@ -127,7 +107,7 @@ QString TestHostileEndpoints::lastLogLine()
 
 void TestHostileEndpoints::requireUsable(GoogleTranslateByURL &client)
 {
-    Outcome good;
+    TranslationOutcome good;
     client.translateText(QStringLiteral("good morning"), QStringLiteral("de"), good.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(good.calls, 1, kHangGuardMs);
     QVERIFY2(good.success, qPrintable(good.error));
@@ -143,8 +123,8 @@ void TestHostileEndpoints::httpEndpointEndsAndClientStaysUsable_data()
     QTest::addColumn<QString>("error");
     QTest::addColumn<QString>("lastLog"); // a regular expression for the whole (cut) line
 
-    const QString unableLog = QStringLiteral(
-        R"((?s)parseGoogleJSONResponseIntoReadableString returned nil\. .*)");
+    const QString unableLog =
+        QStringLiteral(R"((?s)parseGoogleJSONResponseIntoReadableString returned nil\. .*)");
     const QString timedOutLog =
         QStringLiteral(R"(data is nil :\(\. Response: .*, error: The request timed out\.)");
 
@@ -153,8 +133,8 @@ void TestHostileEndpoints::httpEndpointEndsAndClientStaysUsable_data()
         << Answer::well(large.body) << true << large.translation << QString()
         << QStringLiteral("Guessed source language: en");
     QTest::newRow("10 MB HTML page")
-        << Answer::well("<!DOCTYPE html><html><body>\n"
-                        + tenMegabytes("<p>Our systems have detected unusual traffic.</p>\n"))
+        << Answer::well("<!DOCTYPE html><html><body>\n" +
+                        tenMegabytes("<p>Our systems have detected unusual traffic.</p>\n"))
         << false << QString() << kUnable << unableLog;
     QTest::newRow("10 MB of unclosed arrays")
         << Answer::well(tenMegabytes("[")) << false << QString() << kUnable << unableLog;
@@ -171,7 +151,8 @@ void TestHostileEndpoints::httpEndpointEndsAndClientStaysUsable_data()
         << QStringLiteral(R"(data is nil :\(\. Response: .*, error: (?i).*redirect.*)");
     QTest::newRow("request read, never answered")
         << Answer::of(Behaviour::Silent) << false << QString() << kNoData
-        << QStringLiteral(R"(data is nil :\(\. Response: \(null\), error: The request timed out\.)");
+        << QStringLiteral(
+               R"(data is nil :\(\. Response: \(null\), error: The request timed out\.)");
 }
 
 void TestHostileEndpoints::httpEndpointEndsAndClientStaysUsable()
@@ -188,7 +169,7 @@ void TestHostileEndpoints::httpEndpointEndsAndClientStaysUsable()
     server.setDefaultAnswer(answer);
 
     GoogleTranslateByURL client(server.baseUrl());
-    Outcome hostile;
+    TranslationOutcome hostile;
     client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), hostile.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(hostile.calls, 1, kHangGuardMs);
 
@@ -201,8 +182,9 @@ void TestHostileEndpoints::httpEndpointEndsAndClientStaysUsable()
     else
         QVERIFY(hostile.guessed.isNull());
     const QString logged = lastLogLine();
-    QVERIFY2(QRegularExpression(QRegularExpression::anchoredPattern(lastLog)).match(logged).hasMatch(),
-             qPrintable(logged));
+    QVERIFY2(
+        QRegularExpression(QRegularExpression::anchoredPattern(lastLog)).match(logged).hasMatch(),
+        qPrintable(logged));
 
     server.setDefaultAnswer(Answer::echo());
     requireUsable(client);
@@ -231,7 +213,7 @@ void TestHostileEndpoints::untrustedCertificateIsRefused()
     TlsLoopbackServer server(untrusted);
     QVERIFY(server.isListening());
     GoogleTranslateByURL client(server.baseUrl());
-    Outcome refused;
+    TranslationOutcome refused;
     client.translateText(QStringLiteral("secret text"), QStringLiteral("de"), refused.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(refused.calls, 1, kHangGuardMs);
 
