@@ -149,15 +149,16 @@ std::optional<QString> clipboardText()
     return data->text();
 }
 
+// What AT-SPI says about the application's selection.
 struct SelectionAnswer
 {
     std::optional<QString> text;
-    // Pressing Copy could find what AT-SPI did not: the application's focused element cannot
-    // report a selection (no Text interface). Without a reported focus it would act blind:
-    // a window the user is not in has none, and GTK 3 stops reporting it after a menu
-    // command was pressed through AT-SPI (until the focus moves) while the keyboard stays
-    // where it was; such selections are on PRIMARY.
-    bool copyMayHelp = false;
+    // The application reports a focused element...
+    bool focusReported = false;
+    // ...that speaks the Text interface: its answer, even "no selection", is the truth.
+    // PRIMARY may hold a selection the application has since dropped (GTK 4 keeps serving
+    // it), and its Copy command would find nothing either.
+    bool focusHasText = false;
 };
 
 SelectionAnswer accessibleSelection(const UIElement &application, const UIElement &element)
@@ -170,9 +171,11 @@ SelectionAnswer accessibleSelection(const UIElement &application, const UIElemen
             return answer;
         const UIElement focused = elementOf(
             UIElementUtilities::valueOfAttribute(kFocusedElement, application));
-        answer.copyMayHelp =
-            focused && isNullValue(UIElementUtilities::valueOfAttribute(kNumberOfCharacters,
-                                                                        focused));
+        if (!focused)
+            return answer;
+        answer.focusReported = true;
+        answer.focusHasText =
+            !isNullValue(UIElementUtilities::valueOfAttribute(kNumberOfCharacters, focused));
         answer.text = UIElementUtilities::selectedText(focused);
         return answer;
     });
@@ -182,7 +185,7 @@ SelectionAnswer accessibleSelection(const UIElement &application, const UIElemen
 std::optional<QString> applicationSelection(const UIElement &application, const UIElement &element)
 {
     const SelectionAnswer answer = accessibleSelection(application, element);
-    if (answer.text)
+    if (answer.text || answer.focusHasText || UIElementUtilities::gaveUp())
         return answer.text;
     const qint64 pid = UIElementUtilities::processIdentifierOfUIElement(application);
     if (pid != 0 && TextCaptureBackend::instance().primarySelectionOwnerProcess() == pid) {
@@ -190,7 +193,10 @@ std::optional<QString> applicationSelection(const UIElement &application, const 
         if (!primary.isEmpty())
             return primary;
     }
-    if (!answer.copyMayHelp || UIElementUtilities::gaveUp())
+    // Without a reported focus, Copy would act blind: a window the user is not in has none,
+    // and GTK 3 stops reporting it after a menu command was pressed through AT-SPI (until the
+    // focus moves) while the keyboard stays where it was.
+    if (!answer.focusReported)
         return std::nullopt;
     return AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(element);
 }

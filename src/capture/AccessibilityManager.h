@@ -21,10 +21,10 @@
 // The application's selection is looked for in this order: the AT-SPI text selection of
 // the element under the pointer, then of the application's focused element; the PRIMARY
 // selection when the application owns it; then its Copy menu command (never a synthetic
-// Ctrl+C, which would interrupt a program in a terminal). The Copy command is pressed only
-// when the application reports a focused element that cannot report its selection through
-// AT-SPI: when it can and has none, pressing Copy would only cost the settle time (0.15 s)
-// and find nothing.
+// Ctrl+C, which would interrupt a program in a terminal). When the focused element speaks
+// AT-SPI Text, its answer is final: an empty selection there means no selection, and both
+// PRIMARY (which may hold a dropped selection) and Copy (0.15 s to find nothing) are
+// skipped. Copy is pressed only for a reported focused element without Text.
 class AccessibilityManager
 {
 public:
