@@ -69,7 +69,8 @@ expected="/usr/bin/tolkaro
 /usr/share/icons/hicolor/128x128/apps/tolkaro.png
 /usr/share/icons/hicolor/256x256/apps/tolkaro.png
 /usr/share/icons/hicolor/48x48/apps/tolkaro.png
-/usr/share/icons/hicolor/scalable/apps/tolkaro.svg"
+/usr/share/icons/hicolor/scalable/apps/tolkaro.svg
+/usr/share/man/man1/tolkaro.1.gz"
 check "the package holds exactly its files" diff <(echo "$expected") "$work/files"
 check "the executable is executable" [ -x "$root/usr/bin/tolkaro" ]
 check "the executable is stripped" bash -c "! file '$root/usr/bin/tolkaro' | grep -q 'not stripped'"
@@ -85,6 +86,10 @@ for size in 48 128 256; do
   check "the ${size}px icon is ${size}x${size}" \
     bash -c "file '$root/usr/share/icons/hicolor/${size}x${size}/apps/tolkaro.png' | grep -q '$size x $size'"
 done
+if command -v man >/dev/null; then
+  check "the manual page reads without warnings" \
+    bash -c "[ -z \"\$(MANWIDTH=80 man --warnings -l '$root/usr/share/man/man1/tolkaro.1.gz' 2>&1 >/dev/null)\" ]"
+fi
 check "files are owned by root" bash -c "dpkg-deb -c '$deb' | awk '{print \$2}' | sort -u | grep -qx root/root"
 
 # The unpacked program runs: its version, then a translation through the loopback server.
