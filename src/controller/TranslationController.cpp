@@ -1,6 +1,7 @@
 #include "controller/TranslationController.h"
 
 #include "common/Log.h"
+#include "common/UsageEvents.h"
 #include "languages/LanguageTable.h"
 #include "settings/Preferences.h"
 #include "text/TextCut.h"
@@ -10,8 +11,6 @@
 
 namespace {
 const QString kNoTextMessage = QStringLiteral("No text to translate");
-const QString kTranslationMadeEvent = QStringLiteral("translationHasBeenMadeAnalytics");
-const QString kTranslationErrorEvent = QStringLiteral("translationError");
 } // namespace
 
 TranslationController::TranslationController(GoogleTranslateByURL &translator,
@@ -112,7 +111,8 @@ void TranslationController::translationCompleted(bool success, const QString &tr
         QVariantMap fields{{QStringLiteral("counter"), getTranslationsCounter()}};
         if (!success)
             fields.insert(QStringLiteral("error"), errorMessage);
-        m_usageReport(success ? kTranslationMadeEvent : kTranslationErrorEvent, fields);
+        m_usageReport(QString::fromLatin1(success ? UsageEvents::kTranslationMade
+                                                       : UsageEvents::kTranslationError), fields);
     }
 
     if (!success) {

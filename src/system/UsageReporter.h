@@ -4,22 +4,13 @@
 #include <QString>
 #include <QVariantMap>
 
+#include "common/UsageEvents.h"
+
 #include <memory>
 
 class Preferences;
 class QNetworkAccessManager;
 
-// The usage events Tolkaro can report.
-namespace UsageEvents {
-inline constexpr char kFirstLaunchEver[] = "firstLaunchEverAnalytics";
-inline constexpr char kTranslationMade[] = "translationMade";
-inline constexpr char kTranslationError[] = "translationError";
-inline constexpr char kTypingModeOpened[] = "typingModeOpened";
-inline constexpr char kTypingModeTranslationMade[] = "typingModeTranslationMade";
-inline constexpr char kTypingModeTranslationPasted[] = "typingModeTranslationPasted";
-inline constexpr char kAccessibilityConsentGiven[] = "accessibilityConsentGiven";
-inline constexpr char kAccessibilityConsentDeclined[] = "accessibilityConsentDeclined";
-} // namespace UsageEvents
 
 // Posts one short form-encoded event per report, fire and forget: no answer is awaited, no
 // failure retried. Off unless the user turned "UsageReportingEnabled" on and

@@ -106,7 +106,7 @@ void TestUsageReporter::sentOnlyWhenTurnedOn()
     QCOMPARE(event.method(), QByteArray("POST"));
     QCOMPARE(event.target(), QByteArray("/events"));
     QCOMPARE(event.headerValue("Content-Type"), QByteArray("application/x-www-form-urlencoded"));
-    QCOMPARE(event.body, QByteArray("event=translationMade&version=" TOLKARO_VERSION
+    QCOMPARE(event.body, QByteArray("event=translationHasBeenMadeAnalytics&version=" TOLKARO_VERSION
                                     "&language=de&note=a%26b%3Dc%2Bd+%C3%A9&text+length=12"));
 }
 
