@@ -203,7 +203,8 @@ std::optional<QString> applicationSelection(const UIElement &application, const 
 
 // The four attribute texts, in order. A text longer than the gesture's cut is replaced by
 // the paragraph under the pointer, which is what the user points at.
-QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPoint &screenPoint)
+QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPoint &screenPoint,
+                                             const QPoint &windowOrigin)
 {
     return onAtspiThread<QList<std::optional<QString>>>([=] {
         QList<std::optional<QString>> texts;
@@ -211,7 +212,8 @@ QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPo
             // Never fetch a whole long document: its paragraph is all that is wanted.
             if (attribute == kTextAttributes.first() &&
                 UIElementUtilities::characterCount(element).value_or(0) > kGestureTextLimit) {
-                if (auto paragraph = UIElementUtilities::paragraphAtScreenPoint(element, screenPoint)) {
+                if (auto paragraph = UIElementUtilities::paragraphAtScreenPoint(element, screenPoint,
+                                                                          windowOrigin)) {
                     texts.append(paragraph);
                     continue;
                 }
@@ -258,9 +260,10 @@ std::optional<QString> AccessibilityManager::getStringForCurrentUIElement()
     UIElementUtilities::beginWork();
     const QPoint screenPoint =
         UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(QCursor::pos()).toPoint();
-    UIElement application =
-        UIElementUtilities::applicationElementForProcess(backend.processAtPoint(screenPoint));
-    UIElement element = UIElementUtilities::elementAtScreenPoint(application, screenPoint);
+    const TextCaptureBackend::WindowAtPoint window = backend.windowAtPoint(screenPoint);
+    UIElement application = UIElementUtilities::applicationElementForProcess(window.pid);
+    UIElement element =
+        UIElementUtilities::elementAtScreenPoint(application, screenPoint, window.origin);
     if (element) {
         processedElement() = element;
     } else if (!UIElementUtilities::gaveUp()) {
@@ -279,7 +282,7 @@ std::optional<QString> AccessibilityManager::getStringForCurrentUIElement()
     std::optional<QString> selection = applicationSelection(application, element);
     if (selection && !StringHelpers::containsLetters(*selection))
         selection.reset();
-    const QList<std::optional<QString>> texts = attributeTexts(element, screenPoint);
+    const QList<std::optional<QString>> texts = attributeTexts(element, screenPoint, window.origin);
     if (selection)
         return selection;
     return longestTextWithLetters(texts);

@@ -12,7 +12,7 @@ class NullTextCaptureBackend : public TextCaptureBackend
 public:
     bool isValid() const override { return false; }
     bool canReplaceSelection() const override { return false; }
-    qint64 processAtPoint(const QPoint &) override { return 0; }
+    WindowAtPoint windowAtPoint(const QPoint &) override { return {}; }
     qint64 activeWindowProcess() override { return 0; }
     QString activeWindowClass() override { return {}; }
     qint64 primarySelectionOwnerProcess() override { return 0; }

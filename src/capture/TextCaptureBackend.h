@@ -25,9 +25,14 @@ public:
     // A selection can be replaced in another application (AT-SPI or synthetic keystrokes).
     virtual bool canReplaceSelection() const = 0;
 
-    // The process of the topmost window under a point in screen pixels, never this process;
-    // 0 when there is none.
-    virtual qint64 processAtPoint(const QPoint &screenPoint) = 0;
+    // The topmost window under a point in screen pixels, never one of this process: its
+    // process (0 when there is none) and its top-left corner on the screen.
+    struct WindowAtPoint
+    {
+        qint64 pid = 0;
+        QPoint origin;
+    };
+    virtual WindowAtPoint windowAtPoint(const QPoint &screenPoint) = 0;
     // The process and the window class (WM_CLASS) of the active window; 0 and empty when
     // no window is active.
     virtual qint64 activeWindowProcess() = 0;

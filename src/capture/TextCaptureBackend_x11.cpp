@@ -33,10 +33,12 @@ bool TextCaptureBackendX11::canReplaceSelection() const
     return isValid() || m_keys->isValid();
 }
 
-qint64 TextCaptureBackendX11::processAtPoint(const QPoint &screenPoint)
+TextCaptureBackend::WindowAtPoint TextCaptureBackendX11::windowAtPoint(const QPoint &screenPoint)
 {
     const auto window = m_windows->topLevelWindowAt(screenPoint, qint64(getpid()));
-    return window ? window->pid : 0;
+    if (!window)
+        return {};
+    return {window->pid, window->origin};
 }
 
 qint64 TextCaptureBackendX11::activeWindowProcess()

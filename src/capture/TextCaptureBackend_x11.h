@@ -17,7 +17,7 @@ public:
 
     bool isValid() const override;
     bool canReplaceSelection() const override;
-    qint64 processAtPoint(const QPoint &screenPoint) override;
+    WindowAtPoint windowAtPoint(const QPoint &screenPoint) override;
     qint64 activeWindowProcess() override;
     QString activeWindowClass() override;
     qint64 primarySelectionOwnerProcess() override;

@@ -63,9 +63,10 @@ int main(int argc, char **argv)
     if (args.size() >= 3 && args[1] == u"--describe-at") {
         const QPoint point = parsePoint(args[2]);
         TextCaptureBackend &backend = TextCaptureBackend::instance();
-        const UIElement application =
-            UIElementUtilities::applicationElementForProcess(backend.processAtPoint(point));
-        const UIElement element = UIElementUtilities::elementAtScreenPoint(application, point);
+        const TextCaptureBackend::WindowAtPoint window = backend.windowAtPoint(point);
+        const UIElement application = UIElementUtilities::applicationElementForProcess(window.pid);
+        const UIElement element =
+            UIElementUtilities::elementAtScreenPoint(application, point, window.origin);
         out << UIElementUtilities::stringDescriptionOfUIElement(element);
         return element ? 0 : 1;
     }

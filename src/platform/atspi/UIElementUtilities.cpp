@@ -597,6 +597,54 @@ std::optional<qint64> processOfApplication(AtspiAccessible *application)
     return qint64(pid);
 }
 
+// How many children a search by extents looks at, where a toolkit gives no element at a point.
+constexpr int kMaxChildrenSearched = 64;
+
+UIElement childContaining(AtspiAccessible *parent, const QPoint &point, AtspiCoordType coordinates)
+{
+    GError *error = nullptr;
+    const gint count = atspi_accessible_get_child_count(parent, &error);
+    if (failed(error) || count > kMaxChildrenSearched)
+        return {};
+    for (const UIElement &child : childrenOf(parent)) {
+        AtspiComponent *component = componentOf(child.accessible());
+        if (!component)
+            continue;
+        const bool contains =
+            atspi_component_contains(component, point.x(), point.y(), coordinates, &error);
+        g_object_unref(component);
+        if (failed(error) || t_gaveUp)
+            return {};
+        // GTK 4 leaves SHOWING out on the widgets inside its windows.
+        if (contains && (hasState(child.accessible(), ATSPI_STATE_SHOWING) ||
+                         hasState(child.accessible(), ATSPI_STATE_VISIBLE)))
+            return child;
+    }
+    return {};
+}
+
+// Where to ask an application about a screen point: GTK 4 knows only positions within its
+// windows (it has no global coordinates), every other toolkit screen positions.
+struct ApplicationPoint
+{
+    QPoint point;
+    AtspiCoordType type = ATSPI_COORD_TYPE_SCREEN;
+};
+
+ApplicationPoint applicationPoint(AtspiAccessible *accessible, const QPoint &screenPoint,
+                                  const QPoint &windowOrigin)
+{
+    GError *error = nullptr;
+    const QString version =
+        takeString(atspi_accessible_get_toolkit_version(accessible, &error));
+    if (failed(error) || !version.startsWith(QLatin1String("4.")))
+        return {screenPoint, ATSPI_COORD_TYPE_SCREEN};
+    const QString toolkit = takeString(atspi_accessible_get_toolkit_name(accessible, &error));
+    if (failed(error) || toolkit.compare(u"gtk", Qt::CaseInsensitive) != 0)
+        return {screenPoint, ATSPI_COORD_TYPE_SCREEN};
+    return {screenPoint - windowOrigin, ATSPI_COORD_TYPE_WINDOW};
+}
+
 template <typename T>
 T onAtspiThread(std::function<T()> work, T fallback = T())
 {
@@ -1065,11 +1113,14 @@ UIElement UIElementUtilities::applicationElementForProcess(qint64 pid)
 }
 
 UIElement UIElementUtilities::elementAtScreenPoint(const UIElement &application,
-                                                   const QPoint &point)
+                                                   const QPoint &screenPoint,
+                                                   const QPoint &windowOrigin)
 {
     if (!application)
         return {};
     return onAtspiThread<UIElement>([=]() -> UIElement {
+        const auto [point, coordinates] =
+            applicationPoint(application.accessible(), screenPoint, windowOrigin);
         // The window under the point: the active one first when windows overlap.
         UIElement window;
         for (const UIElement &candidate : childrenOf(application.accessible())) {
@@ -1081,7 +1132,7 @@ UIElement UIElementUtilities::elementAtScreenPoint(const UIElement &application,
             {
                 StallGuard guard;
                 contains = atspi_component_contains(component, point.x(), point.y(),
-                                                    ATSPI_COORD_TYPE_SCREEN, &error);
+                                                    coordinates, &error);
             }
             g_object_unref(component);
             if (t_gaveUp)
@@ -1098,11 +1149,16 @@ UIElement UIElementUtilities::elementAtScreenPoint(const UIElement &application,
                 break;
             GError *error = nullptr;
             AtspiAccessible *child = atspi_component_get_accessible_at_point(
-                component, point.x(), point.y(), ATSPI_COORD_TYPE_SCREEN, &error);
+                component, point.x(), point.y(), coordinates, &error);
             g_object_unref(component);
-            if (failed(error) || !child)
+            if (failed(error))
                 break;
-            UIElement next = UIElement::adopt(child);
+            // GTK 4 answers nothing over some of its widgets (an entry, whose inner text
+            // is not in the tree): look among the children for the one containing the point.
+            UIElement next = child ? UIElement::adopt(child)
+                                   : childContaining(current.accessible(), point, coordinates);
+            if (!next)
+                break;
             if (next.accessible() == current.accessible())
                 break;
             current = next;
@@ -1151,18 +1207,21 @@ std::optional<QString> UIElementUtilities::selectedText(const UIElement &element
 }
 
 std::optional<QString> UIElementUtilities::paragraphAtScreenPoint(const UIElement &element,
-                                                                  const QPoint &point)
+                                                                  const QPoint &screenPoint,
+                                                                  const QPoint &windowOrigin)
 {
     if (!element)
         return std::nullopt;
     return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
+        const auto [point, coordinates] =
+            applicationPoint(element.accessible(), screenPoint, windowOrigin);
         AtspiText *text = textOf(element.accessible());
         if (!text)
             return std::nullopt;
         std::optional<QString> paragraph;
         GError *error = nullptr;
         const gint offset = atspi_text_get_offset_at_point(text, point.x(), point.y(),
-                                                           ATSPI_COORD_TYPE_SCREEN, &error);
+                                                           coordinates, &error);
         if (!failed(error) && offset >= 0) {
             AtspiTextRange *range = atspi_text_get_string_at_offset(
                 text, offset, ATSPI_TEXT_GRANULARITY_PARAGRAPH, &error);

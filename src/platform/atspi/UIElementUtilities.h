@@ -82,15 +82,19 @@ public:
     // What capture and paste need beyond attributes.
     // The AT-SPI application of a process, or null (never asked of Tolkaro's own process).
     static UIElement applicationElementForProcess(qint64 pid);
-    // The deepest element of the application at a point in screen pixels, or null.
-    static UIElement elementAtScreenPoint(const UIElement &application, const QPoint &point);
+    // The deepest element of the application at a point in screen pixels, or null. GTK 4
+    // places its elements relative to their window, whose top-left corner on the screen is
+    // windowOrigin.
+    static UIElement elementAtScreenPoint(const UIElement &application, const QPoint &point,
+                                          const QPoint &windowOrigin = QPoint());
     // The application an element belongs to (parent walk), or null.
     static UIElement applicationOfUIElement(const UIElement &element);
     // The selected text of the element, when it has a non-empty selection.
     static std::optional<QString> selectedText(const UIElement &element);
     // The paragraph of the element's text at a point in screen pixels.
     static std::optional<QString> paragraphAtScreenPoint(const UIElement &element,
-                                                         const QPoint &point);
+                                                         const QPoint &point,
+                                                         const QPoint &windowOrigin = QPoint());
     // The number of characters of the element's text.
     static std::optional<qsizetype> characterCount(const UIElement &element);
     // Replaces the selection (or inserts at the caret) through EditableText and reads the

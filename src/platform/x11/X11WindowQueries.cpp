@@ -114,6 +114,11 @@ std::optional<X11WindowQueries::Window> X11WindowQueries::topLevelWindowAt(const
             window.pid = processIdOfWindow(children[i]);
         if (excludedPid != 0 && window.pid == excludedPid)
             continue;
+        auto translated = reply(xcb_translate_coordinates_reply(
+            m_connection, xcb_translate_coordinates(m_connection, xcb_window_t(window.id), m_root, 0, 0),
+            nullptr));
+        if (translated)
+            window.origin = QPoint(translated->dst_x, translated->dst_y);
         return window;
     }
     return std::nullopt;

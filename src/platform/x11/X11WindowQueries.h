@@ -26,6 +26,8 @@ public:
     {
         unsigned long id = 0;
         qint64 pid = 0;
+        // The client window's top-left corner on the screen.
+        QPoint origin;
     };
 
     // The topmost viewable top-level window containing the point (screen pixels) whose
