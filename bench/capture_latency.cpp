@@ -7,6 +7,7 @@
 #include "capture/AccessibilityManager.h"
 #include "platform/atspi/AtspiThread.h"
 #include "platform/atspi/UIElementUtilities.h"
+#include "UIElementSearch.h"
 
 #include <QCursor>
 #include <QElapsedTimer>
@@ -20,28 +21,10 @@
 
 namespace {
 
+using UIElementSearch::findByTitle;
+using UIElementSearch::stringOf;
+
 const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
-
-QString stringOf(const UIElementValue &value)
-{
-    const auto *text = std::get_if<QString>(&value);
-    return text ? *text : QString();
-}
-
-UIElement findByTitle(const UIElement &root, const QString &title)
-{
-    QList<UIElement> queue{root};
-    for (int budget = 500; !queue.isEmpty() && budget > 0; --budget) {
-        const UIElement element = queue.takeFirst();
-        if (stringOf(UIElementUtilities::titleOfUIElement(element)) == title)
-            return element;
-        const UIElementValue children =
-            UIElementUtilities::valueOfAttribute(QStringLiteral("AXChildren"), element);
-        if (const auto *list = std::get_if<QList<UIElement>>(&children))
-            queue.append(*list);
-    }
-    return {};
-}
 
 struct Figures
 {

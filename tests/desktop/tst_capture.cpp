@@ -9,6 +9,7 @@
 #include "capture/AccessibilityManager.h"
 #include "capture/ClipboardSnapshot.h"
 #include "platform/atspi/UIElementUtilities.h"
+#include "UIElementSearch.h"
 #include "platform/x11/X11WindowQueries.h"
 
 #include <QBuffer>
@@ -27,6 +28,9 @@
 
 namespace {
 
+using UIElementSearch::findByTitle;
+using UIElementSearch::stringOf;
+
 const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
 const QString kEntryName = QStringLiteral("Target entry");
 const QString kTextViewName = QStringLiteral("Target text view");
@@ -43,28 +47,6 @@ Target target(const QString &which)
     const QString prefix = QStringLiteral("TOLKARO_%1_TARGET_").arg(which);
     return {qEnvironmentVariable(qPrintable(prefix + QStringLiteral("PID"))).toLongLong(),
             qEnvironmentVariable(qPrintable(prefix + QStringLiteral("LOG")))};
-}
-
-QString stringOf(const UIElementValue &value)
-{
-    const auto *text = std::get_if<QString>(&value);
-    return text ? *text : QString();
-}
-
-// The first element below root (breadth first) with this title.
-UIElement findByTitle(const UIElement &root, const QString &title)
-{
-    QList<UIElement> queue{root};
-    for (int budget = 500; !queue.isEmpty() && budget > 0; --budget) {
-        const UIElement element = queue.takeFirst();
-        if (stringOf(UIElementUtilities::titleOfUIElement(element)) == title)
-            return element;
-        const UIElementValue children =
-            UIElementUtilities::valueOfAttribute(QStringLiteral("AXChildren"), element);
-        if (const auto *list = std::get_if<QList<UIElement>>(&children))
-            queue.append(*list);
-    }
-    return {};
 }
 
 QString valueText(const UIElement &element)
