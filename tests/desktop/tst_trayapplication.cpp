@@ -117,6 +117,39 @@ public:
         return XGetWindowAttributes(m_display, window, &attributes) && attributes.override_redirect;
     }
 
+    bool compositorRuns() const
+    {
+        const Atom selection = XInternAtom(m_display, "_NET_WM_CM_S0", False);
+        return XGetSelectionOwner(m_display, selection) != None;
+    }
+
+    int depth(Window window) const
+    {
+        XWindowAttributes attributes;
+        return XGetWindowAttributes(m_display, window, &attributes) ? attributes.depth : 0;
+    }
+
+    QRect geometry(Window window) const
+    {
+        XWindowAttributes attributes;
+        if (!XGetWindowAttributes(m_display, window, &attributes))
+            return {};
+        return QRect(attributes.x, attributes.y, attributes.width, attributes.height);
+    }
+
+    // The screen's brightness (0 to 255) at a point, as a screenshot would show it.
+    int brightness(const QPoint &point) const
+    {
+        XImage *image = XGetImage(m_display, DefaultRootWindow(m_display), point.x(), point.y(), 1,
+                                  1, AllPlanes, ZPixmap);
+        if (!image)
+            return -1;
+        const unsigned long colour = XGetPixel(image, 0, 0);
+        XDestroyImage(image);
+        const int red = (colour >> 16) & 0xff, green = (colour >> 8) & 0xff, blue = colour & 0xff;
+        return (red * 11 + green * 16 + blue * 5) / 32;
+    }
+
     bool isViewable(Window window) const
     {
         XWindowAttributes attributes;
@@ -268,6 +301,7 @@ private slots:
     void clickElsewhereClosesThePopover();
     void secondStartLeavesTheFirstAlone();
     void quitFromTheMenuEndsCleanly();
+    void popoverUnderACompositorIsRoundAndShadowed();
 
 private:
     // Starts tolkaro on `configHome` and waits until its tray icon is embedded in the tray.
@@ -624,6 +658,13 @@ void TestTrayApplication::clickElsewhereClosesThePopover()
     QTest::qWait(300);
     QVERIFY(popOverState().value(QStringLiteral("windowVisible")).toBool());
 
+    // Nor does the wheel turned over the target: scrolling is not a click.
+    const QRect entry = m_gtkEntry.screenRect();
+    QVERIFY(inject({QStringLiteral("move:%1,%2").arg(entry.center().x()).arg(entry.center().y()),
+                    QStringLiteral("button:5:down"), QStringLiteral("button:5:up")}));
+    QTest::qWait(300);
+    QVERIFY(popOverState().value(QStringLiteral("windowVisible")).toBool());
+
     // A click in the target closes the window; the popover counts as shown until hidden.
     QVERIFY(focusGtkEntry());
     QTRY_VERIFY(!popOverState().value(QStringLiteral("windowVisible")).toBool());
@@ -664,6 +705,70 @@ void TestTrayApplication::quitFromTheMenuEndsCleanly()
     QCOMPARE(stored.value(QStringLiteral("previouslyUsedLanguageCode")).toString(),
              QStringLiteral("ja"));
     QVERIFY(!trayIconEmbedded());
+}
+
+void TestTrayApplication::popoverUnderACompositorIsRoundAndShadowed()
+{
+    // A compositing manager: the popover then has an alpha channel, its corners show what
+    // lies beneath and a shadow darkens the desktop around it.
+    QProcess compositor;
+    compositor.start(QStringLiteral("xcompmgr"), {QStringLiteral("-n")});
+    QVERIFY2(compositor.waitForStarted(5000), "xcompmgr is missing: scripts/install-deps.sh");
+    QTRY_VERIFY(m_x11.compositorRuns());
+
+    QTemporaryDir configHome;
+    Tolkaro tolkaro(configHome.path());
+    tolkaro.start();
+    QVERIFY(tolkaro.process().waitForStarted(kStartTimeout));
+    const AtspiElement alert = [&] {
+        AtspiElement found;
+        [[maybe_unused]] const bool shown = QTest::qWaitFor(
+            [&] {
+                found = AtspiProbe::window(AtspiProbe::applicationByPid(tolkaro.pid()),
+                                           QStringLiteral("Tolkaro"));
+                return !found.isNull();
+            },
+            kStartTimeout);
+        return found;
+    }();
+    QVERIFY(alert.find(QStringLiteral("OK"), QStringLiteral("push button"))
+                .doAction(QStringLiteral("Press")));
+    QTRY_VERIFY_WITH_TIMEOUT(trayIconEmbedded(), kStartTimeout);
+
+    // Over a plain part of the desktop, so that whatever differs from it is the popover's.
+    const QPoint point(640, 560);
+    const int desktop = m_x11.brightness(QPoint(640, 700));
+    testInterface().call(QStringLiteral("DisplayPopOver"), QStringLiteral("Composited"), point.x(),
+                         point.y());
+    Window popover = None;
+    QTRY_VERIFY((popover = popoverWindow()) != None);
+    QCOMPARE(m_x11.depth(popover), 32);
+    QTest::qWait(300); // the compositor paints on its own schedule
+    const QVariantMap state = popOverState();
+    const QRect body(state.value(QStringLiteral("x")).toInt(),
+                     state.value(QStringLiteral("y")).toInt(),
+                     state.value(QStringLiteral("width")).toInt(),
+                     state.value(QStringLiteral("height")).toInt());
+    QVERIFY(m_x11.geometry(popover).contains(body));
+    QVERIFY(m_x11.geometry(popover) != body);
+    const QString shot = screenshotPath(QStringLiteral("composited"));
+    QVERIFY(takeScreenshot(shot));
+    qInfo().noquote() << "composited popover screenshot:" << shot;
+
+    // The rounded corner's outermost pixel lets the desktop through (a little shadowed),
+    // the body's middle is the popover's own, and below the body lies a shadow.
+    const int corner = m_x11.brightness(body.topLeft());
+    const int middle = m_x11.brightness(QPoint(body.left() + 3, body.center().y()));
+    const int below = m_x11.brightness(QPoint(body.center().x(), body.bottom() + 3));
+    QVERIFY2(corner < middle, qPrintable(QStringLiteral("%1 %2").arg(corner).arg(middle)));
+    QVERIFY2(qAbs(corner - desktop) < 40,
+             qPrintable(QStringLiteral("%1 %2").arg(corner).arg(desktop)));
+    QVERIFY2(below < desktop, qPrintable(QStringLiteral("%1 %2").arg(below).arg(desktop)));
+
+    testInterface().call(QStringLiteral("HidePopOver"));
+    QCOMPARE(tolkaro.stop(), 0);
+    compositor.terminate();
+    compositor.waitForFinished(5000);
 }
 
 QTEST_GUILESS_MAIN(TestTrayApplication)
