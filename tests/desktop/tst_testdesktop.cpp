@@ -5,6 +5,7 @@
 #include "DesktopInput.h"
 #include "platform/x11/XTestKeySender.h"
 
+#include <QProcess>
 #include <QtTest>
 
 #include <X11/keysym.h>
@@ -51,6 +52,8 @@ private slots:
     void keyCodesReachTheFocusedWidget();
     void editMenuActsOnTheFocusedWidget_data();
     void editMenuActsOnTheFocusedWidget();
+    void targetStartedByATestComesAndGoes_data();
+    void targetStartedByATestComesAndGoes();
 
 private:
     // The named widget of the target's window, found through AT-SPI.
@@ -231,6 +234,62 @@ void TestDesktop::editMenuActsOnTheFocusedWidget()
     QVERIFY(paste.doAction(0));
     QTRY_COMPARE(textView.text(), copied);
     QCOMPARE(entry.text(), copied + QStringLiteral("but not this"));
+}
+
+void TestDesktop::targetStartedByATestComesAndGoes_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QStringList>("environment");
+
+    QTest::newRow("GTK") << qEnvironmentVariable("TOLKARO_GTK_TARGET") << QStringList();
+    QTest::newRow("Qt") << qEnvironmentVariable("TOLKARO_QT_TARGET")
+                        << QStringList{QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1")};
+}
+
+// Tests start targets of their own with other texts; the AT-SPI desktop must show them, with
+// those texts, as soon as they say READY, and let them go when they exit.
+void TestDesktop::targetStartedByATestComesAndGoes()
+{
+    QFETCH(QString, program);
+    QFETCH(QStringList, environment);
+
+    const QString title = QStringLiteral("Second target");
+    const QString label = QStringLiteral("Another label, with ünïcödé");
+    const QString entryText = QStringLiteral("entry given at start");
+    const QString text = QStringLiteral("text view given at start\nover two lines");
+    QProcess target;
+    target.setProcessEnvironment([&] {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const QString &variable : environment)
+            env.insert(variable.section(QLatin1Char('='), 0, 0),
+                       variable.section(QLatin1Char('='), 1));
+        return env;
+    }());
+    target.start(program, {QStringLiteral("--title"), title, QStringLiteral("--label"), label,
+                           QStringLiteral("--entry"), entryText, QStringLiteral("--text"), text,
+                           QStringLiteral("--geometry"), QStringLiteral("300,300,400,300"),
+                           QStringLiteral("--focus"), QStringLiteral("text")});
+    QVERIFY(target.waitForStarted());
+    QByteArray output;
+    while (!output.contains('\n') && target.waitForReadyRead(20000))
+        output += target.readAllStandardOutput();
+    QVERIFY2(output.startsWith("READY"), output.constData());
+
+    AtspiElement window;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        !(window = AtspiProbe::window(AtspiProbe::applicationByPid(target.processId()), title))
+             .isNull(),
+        10000);
+    QCOMPARE(window.find(kEntryName, QStringLiteral("text")).text(), entryText);
+    QCOMPARE(window.find(kTextViewName, QStringLiteral("text")).text(), text);
+    QVERIFY(!window.find(label, QStringLiteral("label")).isNull());
+    const AtspiElement textView = window.find(kTextViewName, QStringLiteral("text"));
+    QTRY_VERIFY(textView.isFocused());
+    QCOMPARE(window.screenRect().topLeft(), QPoint(300, 300));
+
+    target.terminate();
+    QVERIFY(target.waitForFinished());
+    QTRY_VERIFY(AtspiProbe::applicationByPid(target.processId()).isNull());
 }
 
 QTEST_GUILESS_MAIN(TestDesktop)
