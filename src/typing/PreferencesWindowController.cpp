@@ -13,8 +13,7 @@
 
 using namespace TypingShortcut;
 
-PreferencesWindowController::PreferencesWindowController(Preferences &preferences,
-                                                         QObject *parent)
+PreferencesWindowController::PreferencesWindowController(Preferences &preferences, QObject *parent)
     : QObject(parent), m_preferences(preferences)
 {
 }

@@ -56,7 +56,8 @@ void ShortcutRecorder::setAssociatedPreferences(Preferences *preferences,
 StoredShortcut ShortcutRecorder::shortcutValue() const
 {
     if (m_preferences) {
-        if (const std::optional<StoredShortcut> stored = m_preferences->typingModeKeyboardShortcut())
+        if (const std::optional<StoredShortcut> stored =
+                m_preferences->typingModeKeyboardShortcut())
             return *stored;
     }
     return m_fallback;

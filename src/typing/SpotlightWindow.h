@@ -43,14 +43,16 @@ public:
     bool tookFocus() const { return m_tookFocus; }
     // The window that was active when the panel opened (0 when unknown).
     quint32 rememberedWindow() const { return m_rememberedWindow; }
-    // After the fallback took the focus: asks the window manager to activate the remembered
-    // window again and waits, briefly, until it has. Does nothing when the grab was used.
+    // After a close, before a paste: when the fallback took the focus, asks the window
+    // manager to activate the remembered window again and waits, briefly, until it has the
+    // keyboard; then gives the application a moment to settle. Nothing when the panel never
+    // held the keyboard.
     void returnActivation();
 
 signals:
-    void cancelOperation();  // Escape
-    void didResignKey();     // a click elsewhere, or the focus went elsewhere
-    void shortcutPressed();  // the typing-mode shortcut, while the panel holds the keyboard
+    void cancelOperation(); // Escape
+    void didResignKey();    // a click elsewhere, or the focus went elsewhere
+    void shortcutPressed(); // the typing-mode shortcut, while the panel holds the keyboard
 
 protected:
     bool event(QEvent *event) override;
@@ -75,6 +77,8 @@ private:
     bool m_holdsGrab = false;
     bool m_tookFocus = false;
     bool m_hadFocus = false;
+    // The panel held the keyboard (grab or focus) when it last closed.
+    bool m_keyboardReleased = false;
     // The shortcut key that opened the panel may still be down (and repeating): its presses
     // count only after it has been up once.
     bool m_shortcutArmed = true;

@@ -75,6 +75,8 @@ SpotlightWindowController::SpotlightWindowController(QObject *parent) : QObject(
     m_detailsTextField->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     m_detailsTextField->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_detailsTextField->setFont(inputFont);
+    // Lines up with the input's text, which sits inside its document margin.
+    m_detailsTextField->setContentsMargins(2, 0, 2, 0);
 
     m_toggleButton = new QToolButton(m_window);
     m_toggleButton->setObjectName(QStringLiteral("toggleButton"));
@@ -82,6 +84,9 @@ SpotlightWindowController::SpotlightWindowController(QObject *parent) : QObject(
     m_toggleButton->setArrowType(Qt::DownArrow);
     m_toggleButton->setFocusPolicy(Qt::NoFocus);
     m_toggleButton->setToolTip(QStringLiteral("Show or hide the translation"));
+
+    m_resizeAnimation = new QPropertyAnimation(m_window, "geometry", this);
+    m_resizeAnimation->setDuration(kResizeAnimationMs);
 
     m_window->setKeyReceiver(m_inputTextField);
     m_window->installEventFilter(new LayoutRequestFilter([this] { layoutFields(); }, this));
@@ -189,9 +194,11 @@ void SpotlightWindowController::layoutFields()
 void SpotlightWindowController::updateViewSize()
 {
     layoutFields();
-    const int newHeight = TypingModeRules::panelHeight(
-        m_inputTextField->height(), m_detailsTextField->height(), m_isExpanded);
+    const int newHeight = TypingModeRules::panelHeight(m_inputTextField->height(),
+                                                       m_detailsTextField->height(), m_isExpanded);
     // Screen y grows downwards here: keeping the top edge is keeping y.
+    // A resize still under way is replaced: the new one starts where that one got to.
+    m_resizeAnimation->stop();
     const QRect oldFrame = m_window->geometry();
     const QRect newFrame(oldFrame.x(), oldFrame.y(), oldFrame.width(), newHeight);
     if (newFrame == oldFrame)
@@ -200,10 +207,9 @@ void SpotlightWindowController::updateViewSize()
         m_window->setGeometry(newFrame);
         return;
     }
-    auto *animation = new QPropertyAnimation(m_window, "geometry", m_window);
-    animation->setDuration(kResizeAnimationMs);
-    animation->setEndValue(newFrame);
-    animation->start(QAbstractAnimation::DeleteWhenStopped);
+    m_resizeAnimation->setStartValue(oldFrame);
+    m_resizeAnimation->setEndValue(newFrame);
+    m_resizeAnimation->start();
 }
 
 void SpotlightWindowController::toggleButton()

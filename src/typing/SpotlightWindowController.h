@@ -9,6 +9,7 @@
 #include <functional>
 
 class QLabel;
+class QPropertyAnimation;
 class QToolButton;
 class SpotlightWindow;
 class TSTTextGrowth;
@@ -73,4 +74,5 @@ private:
     QToolButton *m_toggleButton = nullptr;
     bool m_isExpanded = false;
     EditTimers m_timers;
+    QPropertyAnimation *m_resizeAnimation = nullptr;
 };

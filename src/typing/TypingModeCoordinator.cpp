@@ -12,9 +12,6 @@ TypingModeCoordinator::TypingModeCoordinator(GoogleTranslateByURL *googleTransla
     : QObject(parent), m_googleTranslator(googleTranslator),
       m_currentDstLanguageCode(std::move(currentDstLanguageCode)), m_paste(std::move(paste))
 {
-    NotificationCenter::defaultCenter().addObserver(
-        QLatin1String(NotificationNames::kOpenTypingModeNotification), this,
-        [this](const QVariantMap &) { showSpotlightTranslationPopup(); });
 }
 
 TypingModeCoordinator::~TypingModeCoordinator()
@@ -60,8 +57,8 @@ void TypingModeCoordinator::fnKeyReleased()
 void TypingModeCoordinator::spotlightEditingFinished(const QVariantMap &userInfo)
 {
     emit usageEvent(QStringLiteral("MadeSpotlightTranslation"));
-    const QString typedText = userInfo.value(QLatin1String(NotificationUserInfoKeys::kText))
-                                  .toString();
+    const QString typedText =
+        userInfo.value(QLatin1String(NotificationUserInfoKeys::kText)).toString();
     if (!m_googleTranslator)
         return;
     m_googleTranslator->cancelCurrentTranslationRequestIfAny();

@@ -13,8 +13,9 @@
 class GoogleTranslateByURL;
 class SpotlightWindowController;
 
-// The application's side of the typing mode: opens and closes the panel on
-// "OpenTypingModeNotification", translates the panel's text on "SpotlightEditingFinished"
+// The application's side of the typing mode: opens and closes the panel
+// (showSpotlightTranslationPopup, which the application calls on "OpenTypingModeNotification"
+// and on its D-Bus command), translates the panel's text on "SpotlightEditingFinished"
 // with the one translation client (so it cancels, and is cancelled by, the gesture's
 // requests), and on "SpotlightEnterPressedNotification" closes the panel and pastes the
 // translation into the application that was in front. The panel is created on first use.

@@ -43,7 +43,12 @@ void TestTypingPanelRules::panelHeight()
 // text's measured height (-1: no text layout to measure).
 struct GrowthStep
 {
-    enum Kind { BeginEditing, EndEditing, Measure } kind;
+    enum Kind
+    {
+        BeginEditing,
+        EndEditing,
+        Measure
+    } kind;
     qreal usedTextHeight = -1.0;
     QSizeF expected;
 };
@@ -57,32 +62,22 @@ void TestTypingPanelRules::textGrowth_data()
     auto end = [] { return S{S::EndEditing, -1.0, {}}; };
     auto measure = [](qreal height, QSizeF expected) { return S{S::Measure, height, expected}; };
     QTest::addColumn<QList<GrowthStep>>("steps");
-    QTest::newRow("one line while editing")
-        << QList<S>{begin(), measure(17.0, {200.0, 17.0})};
+    QTest::newRow("one line while editing") << QList<S>{begin(), measure(17.0, {200.0, 17.0})};
     QTest::newRow("no text layout: the inherited height")
         << QList<S>{begin(), measure(-1.0, inherited)};
     QTest::newRow("one to three lines follows the text")
-        << QList<S>{begin(),
-                    measure(17.0, {200.0, 17.0}),
-                    measure(34.0, {200.0, 34.0}),
+        << QList<S>{begin(), measure(17.0, {200.0, 17.0}), measure(34.0, {200.0, 34.0}),
                     measure(51.0, {200.0, 51.0})};
     QTest::newRow("exactly at the cap is accepted")
         << QList<S>{begin(), measure(100.0, {200.0, 100.0})};
     QTest::newRow("past the cap keeps the last height, then follows again")
-        << QList<S>{begin(),
-                    measure(85.0, {200.0, 85.0}),
-                    measure(102.0, {200.0, 85.0}),
-                    measure(170.0, {200.0, 85.0}),
-                    measure(68.0, {200.0, 68.0})};
+        << QList<S>{begin(), measure(85.0, {200.0, 85.0}), measure(102.0, {200.0, 85.0}),
+                    measure(170.0, {200.0, 85.0}), measure(68.0, {200.0, 68.0})};
     QTest::newRow("first measurement above the cap answers zero")
         << QList<S>{begin(), measure(120.0, {0.0, 0.0})};
     QTest::newRow("outside editing the stored size stands")
-        << QList<S>{begin(),
-                    measure(34.0, {200.0, 34.0}),
-                    end(),
-                    measure(68.0, {200.0, 34.0}),
-                    begin(),
-                    measure(68.0, {200.0, 68.0})};
+        << QList<S>{begin(), measure(34.0, {200.0, 34.0}), end(), measure(68.0, {200.0, 34.0}),
+                    begin(), measure(68.0, {200.0, 68.0})};
     QTest::newRow("never measured: measures even outside editing")
         << QList<S>{measure(17.0, {200.0, 17.0}), measure(34.0, {200.0, 17.0})};
 }
@@ -101,8 +96,7 @@ void TestTypingPanelRules::textGrowth()
             rule.setEditing(false);
             break;
         case GrowthStep::Measure:
-            QVERIFY2(rule.intrinsicSize(QSizeF(200.0, 22.0), step.usedTextHeight) ==
-                         step.expected,
+            QVERIFY2(rule.intrinsicSize(QSizeF(200.0, 22.0), step.usedTextHeight) == step.expected,
                      qPrintable(QStringLiteral("step %1").arg(index)));
             break;
         }

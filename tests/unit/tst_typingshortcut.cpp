@@ -71,8 +71,8 @@ void TestTypingShortcut::grabVariants_data()
     QTest::newRow("Ctrl+Alt with Num Lock on Mod2")
         << (kCtrl | kAlt) << X11Mask::kMod2 << QList<quint16>{0x0c, 0x0e, 0x1c, 0x1e};
     QTest::newRow("no Num Lock key") << kAlt << quint16(0) << QList<quint16>{0x08, 0x0a};
-    QTest::newRow("Super with Shift") << (kMeta | kShift) << X11Mask::kMod2
-                                      << QList<quint16>{0x41, 0x43, 0x51, 0x53};
+    QTest::newRow("Super with Shift")
+        << (kMeta | kShift) << X11Mask::kMod2 << QList<quint16>{0x41, 0x43, 0x51, 0x53};
     QTest::newRow("keypad flag is not a grab bit")
         << (kAlt | kKeypad) << X11Mask::kMod2 << QList<quint16>{0x08, 0x0a, 0x18, 0x1a};
 }
@@ -113,8 +113,8 @@ void TestTypingShortcut::displayText_data()
     QTest::addColumn<quint32>("modifiers");
     QTest::addColumn<QString>("expected");
     QTest::newRow("default") << kSpaceKeySym << kAlt << QStringLiteral("Alt+Space");
-    QTest::newRow("modifiers in a fixed order")
-        << quint32('t') << (kMeta | kShift | kAlt | kCtrl) << QStringLiteral("Ctrl+Alt+Shift+Super+T");
+    QTest::newRow("modifiers in a fixed order") << quint32('t') << (kMeta | kShift | kAlt | kCtrl)
+                                                << QStringLiteral("Ctrl+Alt+Shift+Super+T");
     QTest::newRow("function key") << quint32(0xffc9) << quint32(0) << QStringLiteral("F12");
     QTest::newRow("Latin-1 letter") << quint32(0xe9) << kCtrl << QStringLiteral("Ctrl+É");
     QTest::newRow("unnamed key") << quint32(0x1008ff13) << kCtrl

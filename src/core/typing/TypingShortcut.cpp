@@ -101,8 +101,7 @@ quint32 normalizedKeySym(quint32 keySym)
 
 bool matches(const StoredShortcut &shortcut, quint32 keySym, quint32 qtModifiers)
 {
-    return shortcut.keySym != 0 &&
-           normalizedKeySym(shortcut.keySym) == normalizedKeySym(keySym) &&
+    return shortcut.keySym != 0 && normalizedKeySym(shortcut.keySym) == normalizedKeySym(keySym) &&
            significantModifiers(shortcut.modifiers) == significantModifiers(qtModifiers);
 }
 
@@ -123,8 +122,8 @@ quint16 x11ModifierMask(quint32 qtModifiers)
 QList<quint16> grabModifierVariants(quint16 mask, quint16 numLockMask)
 {
     QList<quint16> variants;
-    for (quint16 extra : {quint16(0), X11Mask::kLock, numLockMask,
-                          quint16(X11Mask::kLock | numLockMask)}) {
+    for (quint16 extra :
+         {quint16(0), X11Mask::kLock, numLockMask, quint16(X11Mask::kLock | numLockMask)}) {
         const quint16 variant = mask | extra;
         if (!variants.contains(variant))
             variants.append(variant);

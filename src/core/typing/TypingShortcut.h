@@ -50,7 +50,8 @@ quint16 x11ModifierMask(quint32 qtModifiers);
 QList<quint16> grabModifierVariants(quint16 mask, quint16 numLockMask);
 
 // What the recorder does with a key pressed while it records.
-enum class RecordedKey {
+enum class RecordedKey
+{
     Ignore, // a modifier on its own: keep waiting for the key
     Cancel, // Escape: stop recording, keep the shortcut
     Clear,  // Backspace or Delete: no shortcut of the user's own (the default applies)

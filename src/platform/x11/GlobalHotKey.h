@@ -14,7 +14,8 @@ class GlobalHotKey : public QObject
     Q_OBJECT
 
 public:
-    enum class BindResult {
+    enum class BindResult
+    {
         Bound,
         TakenByAnotherProgram, // another client holds a grab on that combination
         NoSuchKey,             // the keyboard has no key for the symbol

@@ -32,8 +32,7 @@ std::unique_ptr<GlobalHotKey> GlobalHotKey::create(QObject *parent)
     return hotKey;
 }
 
-GlobalHotKeyX11::GlobalHotKeyX11(const QString &displayName, QObject *parent)
-    : GlobalHotKey(parent)
+GlobalHotKeyX11::GlobalHotKeyX11(const QString &displayName, QObject *parent) : GlobalHotKey(parent)
 {
     const QByteArray name = displayName.toLocal8Bit();
     xcb_connection_t *connection =
@@ -46,12 +45,11 @@ GlobalHotKeyX11::GlobalHotKeyX11(const QString &displayName, QObject *parent)
     m_connection = connection;
     xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(m_connection));
     m_root = screens.data->root;
-    m_notifier = new QSocketNotifier(xcb_get_file_descriptor(m_connection),
-                                     QSocketNotifier::Read, this);
+    m_notifier =
+        new QSocketNotifier(xcb_get_file_descriptor(m_connection), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &GlobalHotKeyX11::readEvents);
     m_releasePoll.setInterval(kReleasePollInterval);
-    connect(&m_releasePoll, &QTimer::timeout, this,
-            &GlobalHotKeyX11::checkActivationKeyReleased);
+    connect(&m_releasePoll, &QTimer::timeout, this, &GlobalHotKeyX11::checkActivationKeyReleased);
 }
 
 GlobalHotKeyX11::~GlobalHotKeyX11()
@@ -67,8 +65,8 @@ GlobalHotKey::BindResult GlobalHotKeyX11::bind(const StoredShortcut &shortcut)
     unbind();
     if (!m_connection)
         return BindResult::Unavailable;
-    const QList<xcb_keycode_t> keyCodes = X11Input::keyCodesForKeySym(m_connection,
-                                                                        shortcut.keySym);
+    const QList<xcb_keycode_t> keyCodes =
+        X11Input::keyCodesForKeySym(m_connection, shortcut.keySym);
     if (keyCodes.isEmpty())
         return BindResult::NoSuchKey;
     const quint16 numLock = X11Input::numLockMask(m_connection);
@@ -119,8 +117,7 @@ void GlobalHotKeyX11::ungrabAll()
     m_heldKeyCode = 0;
     m_releasePoll.stop();
     // The server must have dropped the grabs before anyone else tries the same keys.
-    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection),
-                                        nullptr));
+    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
 }
 
 void GlobalHotKeyX11::readEvents()
@@ -146,8 +143,7 @@ void GlobalHotKeyX11::handleKeyPress(const xcb_key_press_event_t *event)
 {
     // Let the keyboard go before anything else, so the panel's own grab can succeed.
     xcb_ungrab_keyboard(m_connection, event->time);
-    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection),
-                                        nullptr));
+    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
     if ((event->state & ~m_lockMasks) != m_modifierMask)
         return;
     if (event->detail == m_heldKeyCode)

@@ -79,8 +79,8 @@ quint16 numLockMask(xcb_connection_t *connection)
     const QList<xcb_keycode_t> numLockKeys = keyCodesForKeySym(connection, kNumLockKeySym);
     if (numLockKeys.isEmpty())
         return 0;
-    XcbReply<xcb_get_modifier_mapping_reply_t> modifiers(xcb_get_modifier_mapping_reply(
-        connection, xcb_get_modifier_mapping(connection), nullptr));
+    XcbReply<xcb_get_modifier_mapping_reply_t> modifiers(
+        xcb_get_modifier_mapping_reply(connection, xcb_get_modifier_mapping(connection), nullptr));
     if (!modifiers)
         return 0;
     const xcb_keycode_t *keyCodes = xcb_get_modifier_mapping_keycodes(modifiers.get());
@@ -107,6 +107,27 @@ xcb_window_t activeWindow(xcb_connection_t *connection)
     if (!reply || xcb_get_property_value_length(reply.get()) < int(sizeof(xcb_window_t)))
         return XCB_WINDOW_NONE;
     return *static_cast<const xcb_window_t *>(xcb_get_property_value(reply.get()));
+}
+
+bool inputFocusIsWithin(xcb_connection_t *connection, xcb_window_t window)
+{
+    XcbReply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+    if (!focus || window == XCB_WINDOW_NONE)
+        return false;
+    const xcb_window_t root = firstRoot(connection);
+    // Walk up from the focus window; a few levels cover toplevels and their focus children.
+    xcb_window_t current = focus->focus;
+    for (int depth = 0; depth < 8 && current != XCB_WINDOW_NONE && current != root; ++depth) {
+        if (current == window)
+            return true;
+        XcbReply<xcb_query_tree_reply_t> tree(
+            xcb_query_tree_reply(connection, xcb_query_tree(connection, current), nullptr));
+        if (!tree)
+            return false;
+        current = tree->parent;
+    }
+    return false;
 }
 
 bool requestActivation(xcb_connection_t *connection, xcb_window_t window)

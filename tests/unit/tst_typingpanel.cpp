@@ -1,0 +1,265 @@
+// The typing panel and the application's side of it, without a desktop: the panel's
+// notifications, its size, what goes to a real client talking to a loopback endpoint, and
+// what reaches the paste. The keyboard grab and the paste into another application are the
+// desktop test's.
+
+#include "LoopbackTranslationServer.h"
+#include "common/Log.h"
+#include "common/NotificationCenter.h"
+#include "translation/GoogleTranslateByURL.h"
+#include "typing/SpotlightWindow.h"
+#include "typing/SpotlightWindowController.h"
+#include "typing/TSTTextGrowth.h"
+#include "typing/TypingModeCoordinator.h"
+#include "typing/TypingModeRules.h"
+
+#include <QLabel>
+#include <QTest>
+#include <QUrlQuery>
+
+namespace {
+
+QString queryText(const LoopbackTranslationServer::RecordedRequest &request)
+{
+    const QUrlQuery query(QUrl(QString::fromLatin1(request.target())).query());
+    return query.queryItemValue(QStringLiteral("q"), QUrl::FullyDecoded).replace('+', ' ');
+}
+
+void postEditingFinished(const QString &text)
+{
+    NotificationCenter::defaultCenter().post(
+        QLatin1String(NotificationNames::kSpotlightEditingFinished),
+        {{QLatin1String(NotificationUserInfoKeys::kText), text}});
+}
+
+} // namespace
+
+class TestTypingPanel : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void typedTextSent_data();
+    void typedTextSent();
+    void emptyTextShrinksAndSendsNothing();
+    void failedTranslationShowsTheErrorText();
+    void returnActsOnWhatIsShown_data();
+    void returnActsOnWhatIsShown();
+    void resizeKeepsTheTopEdge();
+    void reopeningSelectsTheOldTextAndCollapses();
+    void fieldGrowsWithItsLinesUpToTheCap();
+
+private:
+    SpotlightWindowController *spotlight() const { return m_coordinator->spotlight(); }
+
+    std::unique_ptr<LoopbackTranslationServer> m_server;
+    std::unique_ptr<GoogleTranslateByURL> m_client;
+    std::unique_ptr<TypingModeCoordinator> m_coordinator;
+    QStringList m_pasted;
+    QStringList m_log;
+    QStringList m_enterNotifications;
+    QStringList m_editingNotifications;
+};
+
+void TestTypingPanel::initTestCase()
+{
+    m_server = std::make_unique<LoopbackTranslationServer>();
+    QVERIFY(m_server->isListening());
+    m_client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
+    m_coordinator = std::make_unique<TypingModeCoordinator>(
+        m_client.get(), [] { return QStringLiteral("fr"); },
+        [this](const QString &text) { m_pasted.append(text); });
+    tolkaro::setLogSink([this](const QString &line) { m_log.append(line); });
+    NotificationCenter &center = NotificationCenter::defaultCenter();
+    center.addObserver(
+        QLatin1String(NotificationNames::kSpotlightEnterPressedNotification), this,
+        [this](const QVariantMap &info) {
+            m_enterNotifications.append(
+                info.value(QLatin1String(NotificationUserInfoKeys::kTranslation)).toString());
+        });
+    center.addObserver(
+        QLatin1String(NotificationNames::kSpotlightEditingFinished), this,
+        [this](const QVariantMap &info) {
+            m_editingNotifications.append(
+                info.value(QLatin1String(NotificationUserInfoKeys::kText)).toString());
+        });
+    m_coordinator->showSpotlightTranslationPopup();
+    QVERIFY(spotlight());
+}
+
+void TestTypingPanel::init()
+{
+    m_server->clearRequests();
+    m_server->setDefaultAnswer(LoopbackTranslationServer::Answer::echo());
+    m_pasted.clear();
+    m_log.clear();
+    m_enterNotifications.clear();
+    m_editingNotifications.clear();
+    if (!spotlight()->isVisible())
+        m_coordinator->showSpotlightTranslationPopup();
+    QVERIFY(spotlight()->isVisible());
+    spotlight()->shrinkDetails();
+}
+
+void TestTypingPanel::cleanup()
+{
+    // Let any late completion land before the next test counts anything.
+    QTest::qWait(50);
+}
+
+void TestTypingPanel::typedTextSent_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("sent");
+    const QString three00 = QString(300, QLatin1Char('a'));
+    QTest::newRow("short text as typed")
+        << QStringLiteral("Guten Tag") << QStringLiteral("Guten Tag");
+    QTest::newRow("exactly 300 units, uncut") << three00 << three00;
+    QTest::newRow("400 units: first 300 and ...")
+        << three00 + QString(100, QLatin1Char('b')) << three00 + QStringLiteral("...");
+}
+
+void TestTypingPanel::typedTextSent()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, sent);
+    postEditingFinished(typed);
+    QTRY_COMPARE(m_server->requestCount(), 1);
+    QCOMPARE(queryText(m_server->requests().constFirst()), sent);
+    QVERIFY(m_server->requests().constFirst().target().contains("tl=fr"));
+    QTRY_COMPARE(spotlight()->detailsTextField()->text(),
+                 LoopbackTranslationServer::echoTranslation(sent));
+    QVERIFY(spotlight()->isExpanded());
+}
+
+void TestTypingPanel::emptyTextShrinksAndSendsNothing()
+{
+    spotlight()->expandWithDetailsText(QStringLiteral("an old translation"));
+    QVERIFY(spotlight()->isExpanded());
+    postEditingFinished(QString());
+    QVERIFY(!spotlight()->isExpanded());
+    QCOMPARE(spotlight()->detailsTextField()->text(), QString());
+    QTRY_COMPARE(spotlight()->window()->height(),
+                 spotlight()->inputTextField()->height() + 2 * TypingModeRules::kPanelMargin);
+    QTest::qWait(200);
+    QCOMPARE(m_server->requestCount(), 0);
+}
+
+void TestTypingPanel::failedTranslationShowsTheErrorText()
+{
+    m_server->setDefaultAnswer(
+        LoopbackTranslationServer::Answer::of(LoopbackTranslationServer::Behaviour::Garbage));
+    postEditingFinished(QStringLiteral("unlucky"));
+    QTRY_COMPARE(spotlight()->detailsTextField()->text(), QStringLiteral("Error translating text"));
+    QVERIFY(spotlight()->isExpanded());
+}
+
+void TestTypingPanel::returnActsOnWhatIsShown_data()
+{
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<bool>("pastes");
+    QTest::newRow("a translation is pasted") << QStringLiteral("Bonjour") << true;
+    QTest::newRow("the error text is pasted as it stands")
+        << QStringLiteral("Error translating text") << true;
+    QTest::newRow("nothing shown asks for a translation") << QString() << false;
+}
+
+void TestTypingPanel::returnActsOnWhatIsShown()
+{
+    QFETCH(QString, shown);
+    QFETCH(bool, pastes);
+    spotlight()->inputTextField()->setPlainText(QStringLiteral("Hello"));
+    if (!shown.isEmpty())
+        spotlight()->expandWithDetailsText(shown);
+
+    spotlight()->searchTextFieldEnterPressed();
+    if (pastes) {
+        QCOMPARE(m_enterNotifications, QStringList{shown});
+        QCOMPARE(m_pasted, QStringList{shown});
+        QVERIFY(!spotlight()->isVisible());
+        QVERIFY(m_log.contains(QStringLiteral("Pasted ") + shown));
+        QVERIFY(m_editingNotifications.isEmpty());
+    } else {
+        QCOMPARE(m_editingNotifications, QStringList{QStringLiteral("Hello")});
+        QVERIFY(m_enterNotifications.isEmpty());
+        QVERIFY(m_pasted.isEmpty());
+        QVERIFY(spotlight()->isVisible());
+        QTRY_COMPARE(m_server->requestCount(), 1);
+    }
+}
+
+void TestTypingPanel::resizeKeepsTheTopEdge()
+{
+    SpotlightWindow *window = spotlight()->window();
+    QTRY_COMPARE(window->height(),
+                 spotlight()->inputTextField()->height() + 2 * TypingModeRules::kPanelMargin);
+    const QRect before = window->geometry();
+    spotlight()->expandWithDetailsText(QStringLiteral("one line\nand a second\nand a third"));
+    const int detailsHeight = spotlight()->detailsTextField()->height();
+    QVERIFY(detailsHeight > 0);
+    const int expected =
+        spotlight()->inputTextField()->height() + 3 * TypingModeRules::kPanelMargin + detailsHeight;
+    QTRY_COMPARE(window->height(), expected);
+    QCOMPARE(window->geometry().top(), before.top());
+    QCOMPARE(window->geometry().left(), before.left());
+    QCOMPARE(window->width(), before.width());
+
+    // The toggle hides the details without emptying them.
+    spotlight()->toggleButton();
+    QTRY_COMPARE(window->height(), before.height());
+    QCOMPARE(window->geometry().top(), before.top());
+    QVERIFY(!spotlight()->detailsTextField()->text().isEmpty());
+}
+
+void TestTypingPanel::reopeningSelectsTheOldTextAndCollapses()
+{
+    spotlight()->inputTextField()->setPlainText(QStringLiteral("old text"));
+    spotlight()->expandWithDetailsText(QStringLiteral("vieux texte"));
+    spotlight()->toggle();
+    QVERIFY(!spotlight()->isVisible());
+    spotlight()->toggle();
+    QVERIFY(spotlight()->isVisible());
+    QCOMPARE(spotlight()->inputTextField()->textCursor().selectedText(),
+             QStringLiteral("old text"));
+    QVERIFY(!spotlight()->isExpanded());
+    QCOMPARE(spotlight()->detailsTextField()->text(), QString());
+}
+
+void TestTypingPanel::fieldGrowsWithItsLinesUpToTheCap()
+{
+    TSTTextGrowth field;
+    field.resize(200, 30);
+    field.show();
+    QTest::keyClicks(&field, QStringLiteral("a"));
+    const int oneLine = field.sizeHint().height();
+    QVERIFY(oneLine > 0);
+
+    // Text set by code outside an edit leaves the size alone.
+    field.textDidEndEditing();
+    field.setPlainText(QStringLiteral("x\nx\nx"));
+    QCOMPARE(field.sizeHint().height(), oneLine);
+
+    field.clear();
+    int previous = 0;
+    QList<int> heights;
+    for (int line = 0; line < 12; ++line) {
+        QTest::keyClicks(&field, QStringLiteral("w"));
+        // Return is the field's action, not a line break: the break comes as a paste would.
+        field.textCursor().insertText(QStringLiteral("\n"));
+        heights.append(field.sizeHint().height());
+        QVERIFY(heights.last() >= previous);
+        QVERIFY(heights.last() <= int(TextGrowthRule::kMaximumHeight));
+        previous = heights.last();
+    }
+    QVERIFY2(heights.at(1) > heights.at(0), "a second line makes the field taller");
+    QCOMPARE(heights.last(), heights.at(heights.size() - 2));
+    // Deleting lines below the cap follows the text again.
+    field.selectAll();
+    QTest::keyClicks(&field, QStringLiteral("b"));
+    QCOMPARE(field.sizeHint().height(), oneLine);
+}
+
+QTEST_MAIN(TestTypingPanel)
+#include "tst_typingpanel.moc"
