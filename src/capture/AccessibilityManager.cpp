@@ -146,7 +146,8 @@ std::optional<QString> clipboardText()
     const QMimeData *data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);
     if (!data || !data->hasText())
         return std::nullopt;
-    return data->text();
+    // GTK writes text/plain with CRLF line ends, as the MIME type asks; the text itself has LF.
+    return data->text().replace(QLatin1String("\r\n"), QLatin1String("\n"));
 }
 
 // What AT-SPI says about the application's selection.

@@ -131,6 +131,8 @@ char *toString(const std::optional<QString> &value)
 }
 } // namespace QTest
 
+Q_DECLARE_METATYPE(std::optional<QString>)
+
 class TestCapture : public QObject
 {
     Q_OBJECT
@@ -149,6 +151,10 @@ private slots:
     void copyThroughTheMenuRestoresTheClipboard();
     void pasteReplacesTheSelection_data();
     void pasteReplacesTheSelection();
+    void editableTextReplacesTheSelection_data();
+    void editableTextReplacesTheSelection();
+    void keystrokeCapture_data();
+    void keystrokeCapture();
     void stoppedApplicationMakesTheCaptureFail();
 
 private:
@@ -454,6 +460,82 @@ void TestCapture::pasteReplacesTheSelection()
 
     QVERIFY(QTest::qWaitFor([&] { return valueText(element) == QStringLiteral("alpha Übersetzung gamma"); }));
     QCOMPARE(targetLog(which).count(QStringLiteral("PASTE ") + widgetKind), pastesBefore + 1);
+    for (auto it = m_clipboardBefore.cbegin(); it != m_clipboardBefore.cend(); ++it)
+        QCOMPARE(clipboardBytesSeenByOthers(it.key()), std::optional<QByteArray>(it.value()));
+    QCOMPARE(clipboardTargetsSeenByOthers(), targetsBefore);
+}
+
+void TestCapture::editableTextReplacesTheSelection_data()
+{
+    QTest::addColumn<QString>("which");
+    QTest::addColumn<QString>("widgetTitle");
+
+    for (const QString &which : {QStringLiteral("GTK"), QStringLiteral("QT")}) {
+        for (const QString &title : {kEntryName, kTextViewName})
+            QTest::addRow("%s %s", qPrintable(which), qPrintable(title)) << which << title;
+    }
+}
+
+// The paste for applications without a Paste command. The text has letters that take two
+// bytes in UTF-8 and one beyond the BMP, where GTK (bytes) and Qt (UTF-16 units) count its
+// length differently.
+void TestCapture::editableTextReplacesTheSelection()
+{
+    QFETCH(QString, which);
+    QFETCH(QString, widgetTitle);
+
+    const UIElement element = widget(which, widgetTitle);
+    UIElementUtilities::setStringValue(QStringLiteral("alpha beta gamma"), QStringLiteral("AXValue"),
+                                       element);
+    QVERIFY(QTest::qWaitFor([&] { return valueText(element) == QStringLiteral("alpha beta gamma"); }));
+    activateAndFocus(which, element);
+    QVERIFY(select(element, 6, 4));
+
+    const bool replaced = UIElementUtilities::replaceSelectedText(element, QStringLiteral("Grüße 🙂"));
+    QCOMPARE(valueText(element), QStringLiteral("alpha Grüße 🙂 gamma"));
+    // And it says so, having read the text back.
+    QVERIFY(replaced);
+}
+
+void TestCapture::keystrokeCapture_data()
+{
+    QTest::addColumn<QString>("contents");
+    QTest::addColumn<int>("start");
+    QTest::addColumn<int>("length");
+    QTest::addColumn<std::optional<QString>>("expected");
+
+    QTest::newRow("a selection without a blank line, as copied")
+        << QStringLiteral("some “plain” words here") << 5 << 7
+        << std::optional<QString>(QStringLiteral("“plain”"));
+    const QString passage = QStringLiteral("“A quoted passage.”\n\nExcerpt From: Some Book");
+    QTest::newRow("a passage with its attribution: the passage alone")
+        << passage << 0 << int(passage.size())
+        << std::optional<QString>(QStringLiteral("A quoted passage."));
+}
+
+void TestCapture::keystrokeCapture()
+{
+    QFETCH(QString, contents);
+    QFETCH(int, start);
+    QFETCH(int, length);
+    QFETCH(std::optional<QString>, expected);
+
+    const UIElement element = widget(QStringLiteral("GTK"), kTextViewName);
+    UIElementUtilities::setStringValue(contents, QStringLiteral("AXValue"), element);
+    QVERIFY(QTest::qWaitFor([&] { return valueText(element) == contents; }));
+    activateAndFocus(QStringLiteral("GTK"), element);
+    QVERIFY(select(element, start, length));
+    QVERIFY(fillClipboardFromAnotherApplication());
+    const QStringList targetsBefore = clipboardTargetsSeenByOthers();
+
+    X11WindowQueries windows;
+    const QString activeClass = windows.windowClass(windows.activeWindow());
+    QVERIFY(!activeClass.isEmpty());
+    QVERIFY(AccessibilityManager::isBooksAppActive({QStringLiteral("Some-reader"), activeClass}));
+    QVERIFY(!AccessibilityManager::isBooksAppActive({QStringLiteral("Some-reader")}));
+    QVERIFY(!AccessibilityManager::isBooksAppActive({}));
+
+    QCOMPARE(AccessibilityManager::getStringForBooksApp(), expected);
     for (auto it = m_clipboardBefore.cbegin(); it != m_clipboardBefore.cend(); ++it)
         QCOMPARE(clipboardBytesSeenByOthers(it.key()), std::optional<QByteArray>(it.value()));
     QCOMPARE(clipboardTargetsSeenByOthers(), targetsBefore);

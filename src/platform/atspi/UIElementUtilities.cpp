@@ -631,16 +631,28 @@ struct ApplicationPoint
     AtspiCoordType type = ATSPI_COORD_TYPE_SCREEN;
 };
 
+// The toolkit's name and version, which only the application object answers (Qt).
+QPair<QString, QString> toolkitOf(AtspiAccessible *accessible)
+{
+    GError *error = nullptr;
+    AtspiAccessible *application = atspi_accessible_get_application(accessible, &error);
+    if (failed(error) || !application)
+        return {};
+    QString name = takeString(atspi_accessible_get_toolkit_name(application, &error));
+    QString version;
+    if (!failed(error))
+        version = takeString(atspi_accessible_get_toolkit_version(application, &error));
+    failed(error);
+    g_object_unref(application);
+    return {name, version};
+}
+
 ApplicationPoint applicationPoint(AtspiAccessible *accessible, const QPoint &screenPoint,
                                   const QPoint &windowOrigin)
 {
-    GError *error = nullptr;
-    const QString version =
-        takeString(atspi_accessible_get_toolkit_version(accessible, &error));
-    if (failed(error) || !version.startsWith(QLatin1String("4.")))
-        return {screenPoint, ATSPI_COORD_TYPE_SCREEN};
-    const QString toolkit = takeString(atspi_accessible_get_toolkit_name(accessible, &error));
-    if (failed(error) || toolkit.compare(u"gtk", Qt::CaseInsensitive) != 0)
+    const auto [toolkit, version] = toolkitOf(accessible);
+    if (toolkit.compare(QLatin1String("gtk"), Qt::CaseInsensitive) != 0 ||
+        !version.startsWith(QLatin1String("4.")))
         return {screenPoint, ATSPI_COORD_TYPE_SCREEN};
     return {screenPoint - windowOrigin, ATSPI_COORD_TYPE_WINDOW};
 }
@@ -1259,7 +1271,8 @@ bool UIElementUtilities::replaceSelectedText(const UIElement &element, const QSt
 {
     if (!element)
         return false;
-    const bool qtToolkit = toolkitName(element).compare(u"qt", Qt::CaseInsensitive) == 0;
+    const bool qtToolkit =
+        toolkitName(element).compare(QLatin1String("qt"), Qt::CaseInsensitive) == 0;
     return onAtspiThread<bool>([=] {
         AtspiAccessible *accessible = element.accessible();
         if (!hasState(accessible, ATSPI_STATE_EDITABLE))
@@ -1290,8 +1303,9 @@ bool UIElementUtilities::replaceSelectedText(const UIElement &element, const QSt
                                                     &error);
                     failed(error);
                 }
-                // Read back: the calls' answers do not say whether the text changed.
-                const gint characters = gint(text.toUcs4().size());
+                // Read back: the calls' answers do not say whether the text changed. Qt counts
+                // offsets in UTF-16 units too, everyone else in characters.
+                const gint characters = qtToolkit ? gint(text.size()) : gint(text.toUcs4().size());
                 const QString readBack = takeString(
                     atspi_text_get_text(textIface, start, start + characters, &error));
                 done = !failed(error) && readBack == text;
@@ -1313,9 +1327,5 @@ QString UIElementUtilities::toolkitName(const UIElement &element)
 {
     if (!element)
         return {};
-    return onAtspiThread<QString>([=] {
-        GError *error = nullptr;
-        QString name = takeString(atspi_accessible_get_toolkit_name(element.accessible(), &error));
-        return failed(error) ? QString() : name;
-    });
+    return onAtspiThread<QString>([=] { return toolkitOf(element.accessible()).first; });
 }
