@@ -26,7 +26,6 @@ constexpr int kGrabAttempts = 25;
 constexpr auto kGrabRetryInterval = 20ms;
 // How long to wait for the window manager to activate the remembered window again.
 constexpr auto kActivationWait = 500ms;
-constexpr auto kActivationSettle = 300ms;
 
 xcb_connection_t *qtConnection()
 {
@@ -73,7 +72,6 @@ void SpotlightWindow::makeKeyAndOrderFront()
     if (!isVisible()) {
         m_rememberedWindow = connection ? X11Input::activeWindow(connection) : 0;
         m_tookFocus = false;
-        m_keyboardReleased = false;
     }
     show();
     raise();
@@ -87,7 +85,6 @@ void SpotlightWindow::makeKeyAndOrderFront()
 
 void SpotlightWindow::orderOut()
 {
-    m_keyboardReleased = m_keyboardReleased || m_holdsGrab || m_tookFocus;
     m_grabRetry.stop();
     releaseGrabs();
     hide();
@@ -162,29 +159,21 @@ void SpotlightWindow::releaseGrabs()
 
 void SpotlightWindow::returnActivation()
 {
-    const bool keyboardWasHeld = m_keyboardReleased;
-    m_keyboardReleased = false;
     xcb_connection_t *connection = qtConnection();
     if (m_tookFocus && connection && m_rememberedWindow) {
         X11Input::requestActivation(connection, m_rememberedWindow);
         const QDeadlineTimer deadline(kActivationWait);
-        // The manager's property may never have changed while the panel held the focus:
-        // wait for the keyboard focus itself to be back in that window.
-        while (!X11Input::inputFocusIsWithin(connection, m_rememberedWindow) &&
+        // The manager's property may never have changed while the panel held the focus, and
+        // the focus may come back before the manager has dealt with the request: wait for
+        // both the keyboard focus and the manager's word.
+        while (!(X11Input::inputFocusIsWithin(connection, m_rememberedWindow) &&
+                 X11Input::activeWindow(connection) == m_rememberedWindow) &&
                !deadline.hasExpired()) {
             QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, 20);
             QThread::msleep(10);
         }
     }
     m_tookFocus = false;
-    if (!keyboardWasHeld)
-        return;
-    // Getting the keyboard back keeps the application busy for a moment (its accessibility
-    // bridge announces the focus change); a Paste pressed in the middle of that is served
-    // late, after the clipboard has been restored, and inserts nothing.
-    const QDeadlineTimer settled(kActivationSettle);
-    while (!settled.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, 20);
 }
 
 bool SpotlightWindow::event(QEvent *event)

@@ -45,8 +45,7 @@ public:
     quint32 rememberedWindow() const { return m_rememberedWindow; }
     // After a close, before a paste: when the fallback took the focus, asks the window
     // manager to activate the remembered window again and waits, briefly, until it has the
-    // keyboard; then gives the application a moment to settle. Nothing when the panel never
-    // held the keyboard.
+    // keyboard. Nothing to do when the grab was used: that window never lost its place.
     void returnActivation();
 
 signals:
@@ -77,8 +76,6 @@ private:
     bool m_holdsGrab = false;
     bool m_tookFocus = false;
     bool m_hadFocus = false;
-    // The panel held the keyboard (grab or focus) when it last closed.
-    bool m_keyboardReleased = false;
     // The shortcut key that opened the panel may still be down (and repeating): its presses
     // count only after it has been up once.
     bool m_shortcutArmed = true;
