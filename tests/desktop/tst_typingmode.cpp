@@ -28,6 +28,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QTemporaryDir>
+#include <QToolButton>
 #include <QUrlQuery>
 #include <QtTest>
 
@@ -376,14 +377,25 @@ void TestTypingMode::recordedShortcutTakesOverAtOnce()
     QVERIFY(button);
     QCOMPARE(button->text(), QStringLiteral("Alt+Space"));
     const QPoint center = button->mapToGlobal(button->rect().center());
-    QProcess click;
-    click.start(QStringLiteral(TOLKARO_XTEST_INJECT),
-                {QStringLiteral("click:%1,%2").arg(center.x()).arg(center.y())});
-    QTRY_VERIFY(click.state() == QProcess::NotRunning);
-    QTRY_VERIFY(recorder->isRecording());
+    auto startRecording = [&] {
+        QProcess click;
+        click.start(QStringLiteral(TOLKARO_XTEST_INJECT),
+                    {QStringLiteral("click:%1,%2").arg(center.x()).arg(center.y())});
+        return QTest::qWaitFor([&] { return click.state() == QProcess::NotRunning; }) &&
+               QTest::qWaitFor([&] { return recorder->isRecording(); });
+    };
 
-    // Recording holds the keyboard: the old shortcut is recorded, not acted on... and then
-    // replaced by the one wanted.
+    // While recording, the recorder holds the keyboard and the binding is paused: the
+    // current shortcut is recorded rather than opening the panel.
+    QVERIFY(startRecording());
+    QVERIFY(tap(XK_space, {XK_Alt_L}));
+    QTRY_VERIFY(!recorder->isRecording());
+    QTest::qWait(300);
+    QVERIFY(!panelShown());
+    QCOMPARE(m_preferences->typingModeKeyboardShortcut(),
+             std::optional(TypingShortcut::defaultShortcut()));
+
+    QVERIFY(startRecording());
     QVERIFY(tap(XK_t, {XK_Control_L, XK_Shift_L}));
     QTRY_VERIFY(!recorder->isRecording());
     const StoredShortcut recorded{XK_t, quint32(Qt::ControlModifier | Qt::ShiftModifier)};
@@ -403,6 +415,18 @@ void TestTypingMode::recordedShortcutTakesOverAtOnce()
     QTRY_VERIFY(panelShown());
     QTRY_VERIFY(m_coordinator->spotlight()->window()->holdsKeyboardGrab());
     QVERIFY(tap(XK_t, {XK_Control_L, XK_Shift_L}));
+    QTRY_VERIFY(!panelShown());
+
+    // Clearing removes the user's own shortcut: the default is back, and is not written.
+    auto *clear = recorder->findChild<QToolButton *>(QStringLiteral("clearButton"));
+    QVERIFY(clear && clear->isEnabled());
+    clear->click();
+    QVERIFY(!m_preferences->settings().contains(
+        QLatin1String(PreferenceKeys::kTypingModeKeyboardShortcut)));
+    QCOMPARE(m_preferencesWindow->activeShortcut(), TypingShortcut::defaultShortcut());
+    QVERIFY(tap(XK_space, {XK_Alt_L}));
+    QTRY_VERIFY(panelShown());
+    QVERIFY(tap(XK_Escape));
     QTRY_VERIFY(!panelShown());
 }
 
