@@ -1,6 +1,15 @@
 #include "app/AppDelegate.h"
 
+#include "capture/AccessibilityManager.h"
 #include "common/Log.h"
+#include "controller/AccessibilityTextSource.h"
+#include "gesture/ModifierGestureDetector.h"
+#include "platform/x11/ModifierKeyMonitor.h"
+#include "system/AccessibilityTrust.h"
+#include "system/TrustAlerts.h"
+#include "system/TrustMonitor.h"
+#include "typing/PreferencesWindowController.h"
+#include "typing/TypingModeCoordinator.h"
 #include "common/NotificationCenter.h"
 #include "languages/LanguageTable.h"
 #include "system/LaunchAtLoginController.h"
@@ -44,6 +53,9 @@ AppDelegate::AppDelegate(QObject *parent) : QObject(parent) {}
 
 AppDelegate::~AppDelegate()
 {
+    // The monitor stops before the gesture and controller it feeds go away.
+    if (m_keyMonitor)
+        m_keyMonitor->remove();
     delete m_popoverWindow;
 }
 
@@ -81,6 +93,7 @@ bool AppDelegate::applicationDidFinishLaunching()
     addStatusBarItem();
 
     // 7. Accessibility trust; installs the key monitor once trusted.
+    createGesturePipeline();
     startRegularlyCheckingIfProcessIsTrusted();
 
     // 8. The popover's content exists before the first gesture.
@@ -94,15 +107,16 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 9. A single Control press right after launch completes a double press.
     m_lastControlKeyPressedTime = std::chrono::system_clock::now();
-    // KEY MONITOR AND GESTURE: hand m_lastControlKeyPressedTime to the
-    // ModifierGestureDetector here (setLastControlKeyPressedTime), with the
-    // TranslationController (this object is its TranslationPresenter) as its actions.
+    m_gesture->setLastControlKeyPressedTime(m_lastControlKeyPressedTime);
 
     // 10, 11.
     addNotificationObservers();
 
-    // 12. TYPING MODE: load the keyboard preferences window here without showing it;
-    // loading it binds the typing-mode shortcut.
+    // 12. Loading the keyboard preferences window (not shown) binds the typing-mode shortcut.
+    m_preferencesWindowController = new PreferencesWindowController(m_preferences, this);
+    m_preferencesWindowController->window();
+    m_typingMode->setShortcutSource(
+        [this] { return m_preferencesWindowController->activeShortcut(); });
     return true;
 }
 
@@ -145,9 +159,8 @@ void AppDelegate::addNotificationObservers()
                     .toString();
             if (result.isEmpty())
                 return;
-            // CAPTURE: paste `result` through
-            // AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement
-            // with no element, once the capture subsystem is linked in.
+            AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(
+                UIElement(), result);
         });
 }
 
@@ -235,12 +248,14 @@ void AppDelegate::setAutostartWithOSX(QAction *sender)
 
 void AppDelegate::showPreferencesWindow(QAction *)
 {
-    // TYPING MODE: show the keyboard preferences window.
+    if (m_preferencesWindowController)
+        m_preferencesWindowController->showWindow();
 }
 
 void AppDelegate::makeTrustedMenuItem(QAction *)
 {
-    // TRUST MONITOR: ask for accessibility with the prompt; the next check picks it up.
+    if (m_trustMonitor)
+        m_trustMonitor->makeTrustedMenuItem();
 }
 
 void AppDelegate::openPreferences(QAction *) {}
@@ -253,18 +268,54 @@ void AppDelegate::terminate(QAction *)
     QCoreApplication::quit();
 }
 
+void AppDelegate::createGesturePipeline()
+{
+    m_textSource = std::make_unique<AccessibilityTextSource>(m_preferences);
+    m_translationController = new TranslationController(*m_googleTranslator, *m_languages,
+                                                         m_preferences, *this, *m_textSource, this);
+    m_translationController->setUsageReport(
+        [this](const QString &event, const QVariantMap &fields) {
+            m_usageReporter->report(event, fields);
+        });
+
+    m_typingMode = new TypingModeCoordinator(
+        m_googleTranslator, [this] { return m_languages->currentDstLanguageCode(); },
+        &AccessibilityTextSource::pasteIntoActiveApplication, this);
+    connect(m_typingMode, &TypingModeCoordinator::usageEvent, this,
+            [this](const QString &event) { m_usageReporter->report(event); });
+    m_translationController->setFnHooks([this] { m_typingMode->fnKeyPressed(); },
+                                        [this] { m_typingMode->fnKeyReleased(); });
+
+    m_gesture = std::make_unique<ModifierGestureDetector>(*m_translationController);
+    m_translationController->setFnStateSource([this] { return m_gesture->fnIsPressed(); });
+
+    m_keyMonitor = ModifierKeyMonitor::create(m_preferences.fnStandInKey());
+    connect(m_keyMonitor.get(), &ModifierKeyMonitor::modifierEvent, this,
+            [this](const ModifierEvent &event) { m_gesture->keyboardTapEvent(event); });
+}
+
 void AppDelegate::startRegularlyCheckingIfProcessIsTrusted()
 {
-    // TRUST MONITOR: check now and every 5 s; attach statusItemMenuAppTrusted or
-    // statusItemMenuAppNotTrusted and install or remove the key monitor accordingly.
-    // Until it is linked in, the session counts as trusted.
-    if (m_statusMenu)
-        m_statusMenu->showMenuForTrust(true);
+    ModifierKeyMonitor *keyMonitor = m_keyMonitor.get();
+    m_trust = std::make_unique<AccessibilityTrust>(
+        [keyMonitor] { return keyMonitor->canInstall(); });
+    m_trustAlerts = std::make_unique<MessageBoxTrustAlerts>();
+    TrustMonitor::Hooks hooks;
+    hooks.showStatusMenu = [this](bool trusted) {
+        if (m_statusMenu)
+            m_statusMenu->showMenuForTrust(trusted);
+    };
+    hooks.reportUsageEvent = [this](const QString &event) { m_usageReporter->report(event); };
+    hooks.terminate = [this] { terminate(nullptr); };
+    m_trustMonitor = new TrustMonitor(*m_trust, *m_keyMonitor, *m_trustAlerts, std::move(hooks),
+                                      TrustMonitor::kCheckPeriod, this);
+    m_trustMonitor->startRegularlyCheckingIfProcessIsTrusted();
 }
 
 void AppDelegate::showSpotlightTranslationPopup()
 {
-    // TYPING MODE: open the typing panel, or close it when it is open.
+    if (m_typingMode)
+        m_typingMode->showSpotlightTranslationPopup();
 }
 
 // ---- Popover ----

@@ -11,8 +11,16 @@
 #include <chrono>
 #include <memory>
 
+class AccessibilityTextSource;
+class AccessibilityTrust;
 class GoogleTranslateByURL;
 class LanguageSelection;
+class MessageBoxTrustAlerts;
+class ModifierGestureDetector;
+class ModifierKeyMonitor;
+class PreferencesWindowController;
+class TrustMonitor;
+class TypingModeCoordinator;
 class PopOverViewController;
 class QAction;
 class StatusMenu;
@@ -26,10 +34,8 @@ struct LanguageEntry;
 // updater) for the life of the process, answers the status menu's actions and flushes
 // the preferences when the process ends. Main thread only.
 //
-// Subsystems that arrive later plug in at the marked places: the trust monitor
-// (startRegularlyCheckingIfProcessIsTrusted, makeTrustedMenuItem), the key monitor with
-// the gesture and the translation controller, the typing mode
-// (showSpotlightTranslationPopup) and its keyboard preferences (showPreferencesWindow).
+// The gesture flows one way: key monitor -> gesture detector -> translation controller ->
+// capture -> translation client -> popover (this object presents it).
 class AppDelegate : public QObject, public TranslationPresenter
 {
     Q_OBJECT
@@ -84,6 +90,7 @@ public:
     // window but leaves this set until hidePopOver().
     TranslationPopover *popover() const { return m_popover; }
     GoogleTranslateByURL *googleTranslator() const { return m_googleTranslator; }
+    TranslationController *translationController() const { return m_translationController; }
     std::chrono::system_clock::time_point lastControlKeyPressedTime() const
     {
         return m_lastControlKeyPressedTime;
@@ -94,6 +101,9 @@ signals:
     void welcomeAlertShown();
 
 private:
+    // The key monitor, the gesture detector, the translation controller and the typing mode
+    // behind them, ready before the trust monitor first installs the key monitor.
+    void createGesturePipeline();
     void showWelcomeAlert();
     void addNotificationObservers();
     TranslationPopover *popoverWindow();
@@ -110,4 +120,14 @@ private:
     TranslationPopover *m_popover = nullptr;
     std::chrono::system_clock::time_point m_lastControlKeyPressedTime;
     bool m_terminated = false;
+
+    std::unique_ptr<AccessibilityTextSource> m_textSource;
+    TranslationController *m_translationController = nullptr;
+    std::unique_ptr<ModifierGestureDetector> m_gesture;
+    std::unique_ptr<ModifierKeyMonitor> m_keyMonitor;
+    std::unique_ptr<AccessibilityTrust> m_trust;
+    std::unique_ptr<MessageBoxTrustAlerts> m_trustAlerts;
+    TrustMonitor *m_trustMonitor = nullptr;
+    TypingModeCoordinator *m_typingMode = nullptr;
+    PreferencesWindowController *m_preferencesWindowController = nullptr;
 };

@@ -1,11 +1,16 @@
 #include "CommandLine.h"
 
+#include "ApplicationBus.h"
+
 #include "common/Log.h"
 #include "languages/LanguageTable.h"
 #include "settings/Preferences.h"
 #include "translation/GoogleTranslateByURL.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusError>
+#include <QDBusMessage>
 
 #include <cstdio>
 
@@ -157,7 +162,22 @@ int CommandLine::translate(QCoreApplication &application)
 
 int toggleTypingModeOfRunningInstance()
 {
-    // Filled in by the typing mode: it asks the running instance over the session bus.
-    printLine(stderr, QStringLiteral("tolkaro: --typing-mode is not available yet."));
-    return 1;
+    // For desktops where a global grab does not work: bind this command to a key instead.
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        printLine(stderr, QStringLiteral("tolkaro: Tolkaro is not running (no D-Bus session bus: %1).")
+                              .arg(bus.lastError().message()));
+        return 1;
+    }
+    const QDBusMessage call = QDBusMessage::createMethodCall(
+        QString::fromLatin1(ApplicationBus::kServiceName),
+        QString::fromLatin1(ApplicationBus::kObjectPath),
+        QString::fromLatin1(ApplicationBus::kInterface), QStringLiteral("ToggleTypingMode"));
+    const QDBusMessage reply = bus.call(call, QDBus::Block, 2000);
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        printLine(stderr, QStringLiteral("tolkaro: Tolkaro is not running (%1).")
+                              .arg(reply.errorMessage()));
+        return 1;
+    }
+    return 0;
 }

@@ -215,8 +215,9 @@ void TestCommandLine::informationAndMisuse_data()
                           << QByteArray();
     QTest::newRow("version") << QStringList{QStringLiteral("--version")} << 0
                              << QByteArray("Tolkaro " TOLKARO_VERSION "\n") << QByteArray();
-    QTest::newRow("typing mode not there yet") << QStringList{QStringLiteral("--typing-mode")} << 1
-                                               << QByteArray() << QByteArray("not available");
+    QTest::newRow("typing mode with no Tolkaro running")
+        << QStringList{QStringLiteral("--typing-mode")} << 1 << QByteArray()
+        << QByteArray("Tolkaro is not running");
     QTest::newRow("unknown option") << QStringList{QStringLiteral("--frobnicate")} << 1
                                     << QByteArray() << QByteArray("Unknown option 'frobnicate'");
     QTest::newRow("--to alone") << QStringList{QStringLiteral("--to"), QStringLiteral("de")} << 1
