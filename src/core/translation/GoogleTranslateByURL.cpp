@@ -27,7 +27,10 @@ bool replyCarriesAnswer(const QNetworkReply *reply)
     const QNetworkReply::NetworkError error = reply->error();
     if (error == QNetworkReply::NoError)
         return true;
-    if (!reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
+    // Only an error status (4xx, 5xx) comes with a body worth reading: a 2xx with an error
+    // (an answer that could not be decompressed) brought no data.
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (!status.isValid() || status.toInt() < 400)
         return false;
     // Errors that only restate the HTTP status of a finished answer.
     return (error >= QNetworkReply::ContentAccessDenied &&
