@@ -21,6 +21,7 @@
 #include <X11/keysym.h>
 
 #include <chrono>
+#include <memory>
 
 using namespace std::chrono_literals;
 
@@ -28,9 +29,14 @@ namespace {
 
 // Time given to another application to act on a menu press or keystroke.
 constexpr auto kSettleDelay = 150ms;
+// How much longer than the settle a copy waits for the target to take the clipboard.
+constexpr auto kLateCopyWait = 350ms;
+// How much longer than the settle a paste waits for the target to read the clipboard.
+constexpr auto kLatePasteWait = 850ms;
 // How long a synthetic paste waits for the user to let go of the modifier keys.
 constexpr auto kModifierReleaseWait = 2000ms;
-constexpr auto kModifierPollInterval = 10ms;
+// How often the waits beyond the settle look again.
+constexpr auto kPollInterval = 10ms;
 // How many elements the search for menu bars looks at, and how deep menus nest.
 constexpr int kMenuBarSearchBudget = 200;
 constexpr int kMenuBarSearchDepth = 4;
@@ -52,6 +58,24 @@ UIElement &processedElement()
 {
     static UIElement element;
     return element;
+}
+
+// Serves events until the condition holds or the wait is over.
+void waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds maxWait)
+{
+    QElapsedTimer waited;
+    waited.start();
+    while (!condition() && waited.elapsed() < maxWait.count()) {
+        QEventLoop loop;
+        QTimer::singleShot(kPollInterval, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+}
+
+bool clipboardHasData()
+{
+    const QMimeData *data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);
+    return data && !data->formats().isEmpty();
 }
 
 QString stringOf(const UIElementValue &value)
@@ -225,28 +249,37 @@ QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPo
     });
 }
 
+// The text to paste, as served to the target: it tells when the target has read it.
+class ServedText : public QMimeData
+{
+public:
+    explicit ServedText(std::shared_ptr<bool> read) : m_read(std::move(read)) {}
+
+protected:
+    QVariant retrieveData(const QString &format, QMetaType type) const override
+    {
+        *m_read = true;
+        return QMimeData::retrieveData(format, type);
+    }
+
+private:
+    std::shared_ptr<bool> m_read;
+};
+
 void pasteThroughClipboard(const QString &text, const std::function<void()> &press)
 {
     const ClipboardSnapshot saved = ClipboardSnapshot::save();
     ClipboardSnapshot::clearContents();
-    QGuiApplication::clipboard()->setText(text, QClipboard::Clipboard);
+    auto read = std::make_shared<bool>(false);
+    auto *served = new ServedText(read);
+    served->setText(text);
+    QGuiApplication::clipboard()->setMimeData(served, QClipboard::Clipboard);
     press();
     AccessibilityManager::settle();
+    // X11 applications read the clipboard asynchronously, and a busy one may ask after the
+    // settle: restoring then would paste the user's own clipboard into their document.
+    waitUntil([read] { return *read; }, kLatePasteWait);
     saved.restore();
-}
-
-// Waits, serving events, until the user lets go of the modifier keys or the wait is over.
-void waitForModifierRelease()
-{
-    TextCaptureBackend &backend = TextCaptureBackend::instance();
-    QElapsedTimer waited;
-    waited.start();
-    while (backend.modifierKeysDown() &&
-           waited.elapsed() < std::chrono::milliseconds(kModifierReleaseWait).count()) {
-        QEventLoop loop;
-        QTimer::singleShot(kModifierPollInterval, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
 }
 
 } // namespace
@@ -305,6 +338,8 @@ AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(co
         ClipboardSnapshot::clearContents();
         UIElementUtilities::performAction(kPress, item);
         settle();
+        // A busy application copies late; its taking the clipboard says it has.
+        waitUntil(clipboardHasData, kLateCopyWait);
         if (std::optional<QString> copied = clipboardText())
             result = copied;
         saved.restore();
@@ -340,8 +375,8 @@ void AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
     if (UIElementUtilities::gaveUp())
         return;
     // A synthetic Ctrl+V while the user still holds Ctrl+Alt would arrive as Ctrl+Alt+V.
-    waitForModifierRelease();
     TextCaptureBackend &backend = TextCaptureBackend::instance();
+    waitUntil([&backend] { return !backend.modifierKeysDown(); }, kModifierReleaseWait);
     pasteThroughClipboard(text, [&] { backend.sendControlKeystroke(XK_v); });
 }
 

@@ -24,7 +24,7 @@ constexpr int kFocusSearchBudget = 400;
 // How deep the parent walk goes before it gives up on a cycle.
 constexpr int kMaxParentDepth = 100;
 // A call that takes this long has run into the method-call timeout.
-constexpr auto kStallThreshold = AtspiThread::kMethodCallTimeout * 3 / 4;
+constexpr auto kStallThreshold = AtspiThread::kMethodCallTimeout * 9 / 10;
 
 const QString kRole = QStringLiteral("AXRole");
 const QString kRoleDescription = QStringLiteral("AXRoleDescription");
