@@ -631,20 +631,26 @@ struct ApplicationPoint
     AtspiCoordType type = ATSPI_COORD_TYPE_SCREEN;
 };
 
-// The toolkit's name and version, which only the application object answers (Qt).
+// The toolkit's name and version. libatspi keeps them with the application once read; they
+// are read from the application's root object, the only one Qt answers for.
 QPair<QString, QString> toolkitOf(AtspiAccessible *accessible)
 {
-    GError *error = nullptr;
-    AtspiAccessible *application = atspi_accessible_get_application(accessible, &error);
-    if (failed(error) || !application)
+    AtspiApplication *application = accessible->parent.app;
+    if (!application || !application->root)
         return {};
-    QString name = takeString(atspi_accessible_get_toolkit_name(application, &error));
-    QString version;
-    if (!failed(error))
-        version = takeString(atspi_accessible_get_toolkit_version(application, &error));
-    failed(error);
-    g_object_unref(application);
-    return {name, version};
+    GError *error = nullptr;
+    if (!application->toolkit_name && !t_gaveUp) {
+        StallGuard guard;
+        g_free(atspi_accessible_get_toolkit_name(application->root, &error));
+        failed(error);
+    }
+    if (!application->toolkit_version && !t_gaveUp) {
+        StallGuard guard;
+        g_free(atspi_accessible_get_toolkit_version(application->root, &error));
+        failed(error);
+    }
+    return {QString::fromUtf8(application->toolkit_name),
+            QString::fromUtf8(application->toolkit_version)};
 }
 
 ApplicationPoint applicationPoint(AtspiAccessible *accessible, const QPoint &screenPoint,
