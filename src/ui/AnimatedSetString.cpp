@@ -64,22 +64,45 @@ void applyColor(QLabel *field, const QColor &color)
     field->setPalette(palette);
 }
 
+void applyValue(QLabel *field, const QString &text, const QColor &color)
+{
+    if (!field)
+        return;
+    applyColor(field, color);
+    field->setText(text);
+}
+
+// A value set at once wins over cross-fades still running: their end would otherwise put
+// an older value back (a cancelled request's error landing on the next gesture's text).
+// A stopped animation never reports finishing, so its value is dropped with it.
+void stopCrossFades(QLabel *field)
+{
+    auto *effect = qobject_cast<QGraphicsOpacityEffect *>(field->graphicsEffect());
+    if (!effect)
+        return;
+    const auto animations =
+        effect->findChildren<QPropertyAnimation *>(Qt::FindDirectChildrenOnly);
+    for (QPropertyAnimation *animation : animations)
+        animation->stop();
+    effect->setOpacity(1.0);
+}
+
 } // namespace
 
 void setStringValue(QLabel *field, const QString &value)
 {
     if (!field)
         return;
-    applyColor(field, QColor());
-    field->setText(value);
+    stopCrossFades(field);
+    applyValue(field, value, QColor());
 }
 
 void setAttributedStringValue(QLabel *field, const AttributedString &value)
 {
     if (!field)
         return;
-    applyColor(field, value.foregroundColor);
-    field->setText(value.string);
+    stopCrossFades(field);
+    applyValue(field, value.string, value.foregroundColor);
 }
 
 void setAnimatedStringValue(QLabel *field, const QString &value)
@@ -87,7 +110,7 @@ void setAnimatedStringValue(QLabel *field, const QString &value)
     if (!field || field->text() == value)
         return;
     QPointer<QLabel> guarded(field);
-    crossFade(field, [guarded, value] { setStringValue(guarded, value); });
+    crossFade(field, [guarded, value] { applyValue(guarded, value, QColor()); });
 }
 
 void setAnimatedAttributedStringValue(QLabel *field, const AttributedString &value)
@@ -95,7 +118,8 @@ void setAnimatedAttributedStringValue(QLabel *field, const AttributedString &val
     if (!field)
         return;
     QPointer<QLabel> guarded(field);
-    crossFade(field, [guarded, value] { setAttributedStringValue(guarded, value); });
+    crossFade(field,
+              [guarded, value] { applyValue(guarded, value.string, value.foregroundColor); });
 }
 
 } // namespace AnimatedSetString
