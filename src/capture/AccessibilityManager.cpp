@@ -372,7 +372,9 @@ void AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
         UIElementUtilities::valueOfAttribute(kFocusedElement, applicationElement));
     if (UIElementUtilities::replaceSelectedText(focused, text))
         return;
-    if (UIElementUtilities::gaveUp())
+    // In a terminal Ctrl+V reaches the program as a control character, not as a paste.
+    if (UIElementUtilities::gaveUp() ||
+        stringOf(UIElementUtilities::roleOfUIElement(focused)) == u"AXTerminal")
         return;
     // A synthetic Ctrl+V while the user still holds Ctrl+Alt would arrive as Ctrl+Alt+V.
     TextCaptureBackend &backend = TextCaptureBackend::instance();
