@@ -1,0 +1,272 @@
+// The gesture against the real tolkaro process, N times over the GTK target's label and N
+// times over the Qt target's: the time from the second left Control press (XTest, sent from
+// here) to the popover's window being mapped, text captured and all, and the time from the
+// loopback server sending the translation to the popover's field holding it (this includes
+// the 300 ms fade-out of the old text: the new text is set when it ends). Median and 95th
+// percentile. Run it in the test desktop:
+//   scripts/test-desktop.sh --qt-target build/tests/fixtures/tolkaro-qt-target
+//       -- build/bench/tolkaro-bench-gesture [ROUNDS]
+
+#include "AtspiProbe.h"
+#include "LoopbackTranslationServer.h"
+
+#include <QCoreApplication>
+#include <QDBusInterface>
+#include <QDBusReply>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QtTest>
+
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/XTest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <poll.h>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
+constexpr unsigned kLeftControl = 37;
+
+struct Figures
+{
+    double median = 0;
+    double p95 = 0;
+};
+
+Figures figures(std::vector<double> samples)
+{
+    if (samples.empty())
+        return {};
+    std::sort(samples.begin(), samples.end());
+    const auto at = [&](double q) { return samples[size_t(q * double(samples.size() - 1) + 0.5)]; };
+    return {at(0.5), at(0.95)};
+}
+
+double msBetween(Clock::time_point from, Clock::time_point to)
+{
+    return std::chrono::duration<double, std::milli>(to - from).count();
+}
+
+QVariantMap popOverState()
+{
+    QDBusInterface test(QStringLiteral("org.tolkaro.Tolkaro"),
+                        QStringLiteral("/org/tolkaro/Tolkaro/Test"),
+                        QStringLiteral("org.tolkaro.Tolkaro.Test"));
+    const QDBusReply<QVariantMap> reply = test.call(QStringLiteral("PopOverState"));
+    return reply.isValid() ? reply.value() : QVariantMap();
+}
+
+int statusMenuItemCount()
+{
+    QDBusInterface test(QStringLiteral("org.tolkaro.Tolkaro"),
+                        QStringLiteral("/org/tolkaro/Tolkaro/Test"),
+                        QStringLiteral("org.tolkaro.Tolkaro.Test"));
+    const QDBusReply<QString> reply = test.call(QStringLiteral("MenuLayout"));
+    return reply.isValid() ? QJsonDocument::fromJson(reply.value().toUtf8()).array().size() : -1;
+}
+
+int ignoreXErrors(Display *, XErrorEvent *)
+{
+    return 0;
+}
+
+class Desktop
+{
+public:
+    Desktop() : m_display(XOpenDisplay(nullptr))
+    {
+        if (!m_display)
+            return;
+        XSetErrorHandler(ignoreXErrors);
+        XSelectInput(m_display, DefaultRootWindow(m_display), SubstructureNotifyMask);
+        XSync(m_display, False);
+    }
+    ~Desktop()
+    {
+        if (m_display)
+            XCloseDisplay(m_display);
+    }
+    bool isOpen() const { return m_display != nullptr; }
+
+    void movePointer(const QPoint &point)
+    {
+        XTestFakeMotionEvent(m_display, -1, point.x(), point.y(), CurrentTime);
+        XSync(m_display, False);
+    }
+    void key(unsigned keyCode, bool down)
+    {
+        XTestFakeKeyEvent(m_display, keyCode, down ? True : False, CurrentTime);
+        XFlush(m_display);
+    }
+    // Drops the window events seen so far.
+    void drain()
+    {
+        XSync(m_display, False);
+        while (XPending(m_display)) {
+            XEvent event;
+            XNextEvent(m_display, &event);
+        }
+    }
+    // Waits for one of tolkaro's windows to be mapped (or unmapped) on the root; the time
+    // it was seen, or nothing after the timeout.
+    std::optional<Clock::time_point> waitForTolkaroWindow(int type, int timeoutMs)
+    {
+        const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+        while (Clock::now() < deadline) {
+            while (XPending(m_display)) {
+                XEvent event;
+                XNextEvent(m_display, &event);
+                const Clock::time_point seen = Clock::now();
+                const Window window = type == MapNotify     ? event.xmap.window
+                                      : type == UnmapNotify ? event.xunmap.window
+                                                            : None;
+                if (event.type == type && isTolkaro(window))
+                    return seen;
+            }
+            pollfd descriptor{ConnectionNumber(m_display), POLLIN, 0};
+            poll(&descriptor, 1, 5);
+        }
+        return std::nullopt;
+    }
+
+private:
+    bool isTolkaro(Window window) const
+    {
+        XClassHint hint{};
+        if (!XGetClassHint(m_display, window, &hint))
+            return false;
+        const bool ours = qstrcmp(hint.res_class, "Tolkaro") == 0;
+        XFree(hint.res_name);
+        XFree(hint.res_class);
+        return ours;
+    }
+
+    Display *m_display;
+};
+
+struct Round
+{
+    double popupMs = -1;
+    double answerToTextMs = -1;
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    const int rounds = argc > 1 ? std::max(1, atoi(argv[1])) : 20;
+
+    Desktop desktop;
+    if (!desktop.isOpen() || !AtspiProbe::init()) {
+        std::fprintf(stderr, "needs the test desktop (X display and accessibility bus)\n");
+        return 2;
+    }
+
+    LoopbackTranslationServer server;
+    std::atomic<Clock::rep> answeredAt{0};
+    // Echo answers are written right after the request is recorded.
+    server.setRequestObserver([&](const LoopbackTranslationServer::RecordedRequest &) {
+        answeredAt = Clock::now().time_since_epoch().count();
+    });
+
+    QTemporaryDir configHome;
+    {
+        QSettings settings(configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")),
+                           QSettings::IniFormat);
+        settings.setValue(QStringLiteral("HasBeenLaunchedBefore"), true);
+        settings.setValue(QStringLiteral("previouslyUsedLanguageCode"), QStringLiteral("de"));
+        settings.setValue(QStringLiteral("UsageReportingEnabled"), false);
+        settings.setValue(QStringLiteral("UpdateFeedURL"), server.baseUrl() + QStringLiteral("/feed"));
+    }
+    QProcess tolkaro;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome.path());
+    environment.insert(QStringLiteral("TOLKARO_TEST_HOOKS"), QStringLiteral("1"));
+    environment.insert(QStringLiteral("TOLKARO_TRANSLATE_URL"), server.baseUrl());
+    tolkaro.setProcessEnvironment(environment);
+    tolkaro.setProgram(QStringLiteral(TOLKARO_BINARY));
+    tolkaro.start();
+    if (!tolkaro.waitForStarted(15000) ||
+        !QTest::qWaitFor([] { return statusMenuItemCount() > 2; }, 15000)) {
+        std::fprintf(stderr, "tolkaro did not come up\n");
+        return 1;
+    }
+    QThread::msleep(500);
+
+    const QString translation = LoopbackTranslationServer::echoTranslation(kLabelText);
+    std::printf("gesture over the label, %d rounds per target (ms):\n", rounds);
+    std::printf("%-6s %28s %28s %9s\n", "", "2nd press -> popover mapped", "answer -> text in field",
+                "failed");
+    for (const char *which : {"GTK", "QT"}) {
+        const qint64 pid =
+            qEnvironmentVariable(qPrintable(QStringLiteral("TOLKARO_%1_TARGET_PID").arg(
+                                     QString::fromLatin1(which))))
+                .toLongLong();
+        const AtspiElement label =
+            AtspiProbe::applicationByPid(pid).find(kLabelText, QStringLiteral("label"));
+        if (label.isNull()) {
+            std::printf("%-6s no label found\n", which);
+            continue;
+        }
+        desktop.movePointer(label.screenRect().center());
+        std::vector<double> popup, answer;
+        int failed = 0;
+        for (int round = 0; round < rounds; ++round) {
+            desktop.drain();
+            answeredAt = 0;
+            desktop.key(kLeftControl, true);
+            QThread::msleep(40);
+            desktop.key(kLeftControl, false);
+            QThread::msleep(60);
+            const Clock::time_point pressed = Clock::now();
+            desktop.key(kLeftControl, true);
+            const std::optional<Clock::time_point> mapped =
+                desktop.waitForTolkaroWindow(MapNotify, 5000);
+            bool translated = false;
+            Clock::time_point shown;
+            if (mapped && QTest::qWaitFor(
+                              [&] {
+                                  if (popOverState().value(QStringLiteral("text")).toString() !=
+                                      translation)
+                                      return false;
+                                  shown = Clock::now();
+                                  return true;
+                              },
+                              5000))
+                translated = answeredAt != 0;
+            desktop.key(kLeftControl, false);
+            if (mapped && translated) {
+                popup.push_back(msBetween(pressed, *mapped));
+                answer.push_back(
+                    msBetween(Clock::time_point(Clock::duration(answeredAt.load())), shown));
+            } else {
+                ++failed;
+            }
+            desktop.waitForTolkaroWindow(UnmapNotify, 3000);
+            // Clear of the double-press window before the next gesture's first press.
+            QThread::msleep(600);
+        }
+        const Figures p = figures(popup), a = figures(answer);
+        std::printf("%-6s %14s %5.1f p95 %5.1f %14s %5.1f p95 %5.1f %9d\n", which, "median",
+                    p.median, p.p95, "median", a.median, a.p95, failed);
+        std::fflush(stdout);
+    }
+
+    tolkaro.terminate();
+    if (!tolkaro.waitForFinished(10000))
+        tolkaro.kill();
+    return 0;
+}
