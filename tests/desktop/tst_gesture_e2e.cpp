@@ -182,6 +182,7 @@ private slots:
     void cleanup();
     void cleanupTestCase();
 
+    void heldGestureShowsTheTextThenItsTranslation_data();
     void heldGestureShowsTheTextThenItsTranslation();
     void releaseHidesAndCancelsThePendingAnswer();
     void quickPressAfterReleaseStartsAfresh();
@@ -201,6 +202,7 @@ private:
     QProcess m_tolkaro;
     AtspiElement m_gtk;
     AtspiElement m_label;
+    AtspiElement m_qtLabel;
     AtspiElement m_entry;
 };
 
@@ -218,6 +220,9 @@ void TestGestureE2E::initTestCase()
     QVERIFY(!m_label.isNull());
     QVERIFY(!m_entry.isNull());
     QVERIFY(!m_label.screenRect().isEmpty());
+    m_qtLabel = AtspiProbe::applicationByPid(qEnvironmentVariable("TOLKARO_QT_TARGET_PID").toLongLong())
+                    .find(kLabelText, QStringLiteral("label"));
+    QVERIFY(!m_qtLabel.isNull());
 
     QVERIFY(startTolkaro());
 }
@@ -277,12 +282,20 @@ void TestGestureE2E::cleanupTestCase()
     }
 }
 
+void TestGestureE2E::heldGestureShowsTheTextThenItsTranslation_data()
+{
+    QTest::addColumn<bool>("qt");
+    QTest::newRow("GTK label") << false;
+    QTest::newRow("Qt label") << true;
+}
+
 void TestGestureE2E::heldGestureShowsTheTextThenItsTranslation()
 {
+    QFETCH(bool, qt);
     const QString translation = QStringLiteral("Der schnelle braune Fuchs springt.");
     // Answered late enough to see what the popover shows before.
     m_server.enqueueAnswer(Answer::slowly(answerBody(translation), 1500));
-    const QPoint pointer = labelPoint();
+    const QPoint pointer = qt ? m_qtLabel.screenRect().center() : labelPoint();
     QVERIFY(pointAt(pointer));
     QVERIFY(DesktopInput::inject(kDoublePressAndHold));
 
@@ -315,8 +328,9 @@ void TestGestureE2E::heldGestureShowsTheTextThenItsTranslation()
 
     // The new text fades in; pictured once it has.
     QTest::qWait(800);
-    const QString screenshot =
-        QStringLiteral(TOLKARO_DESKTOP_TEST_OUTPUT_DIR "/tst_gesture_e2e-held.png");
+    const QString screenshot = QStringLiteral(TOLKARO_DESKTOP_TEST_OUTPUT_DIR
+                                              "/tst_gesture_e2e-held-%1.png")
+                                   .arg(qt ? QStringLiteral("qt") : QStringLiteral("gtk"));
     QCOMPARE(QProcess::execute(QStringLiteral("import"),
                                {QStringLiteral("-window"), QStringLiteral("root"), screenshot}),
              0);
