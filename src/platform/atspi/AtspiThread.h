@@ -30,6 +30,8 @@ class AtspiThread
 public:
     // Each D-Bus call into another application gives up after this long.
     static constexpr std::chrono::milliseconds kMethodCallTimeout{200};
+    // A press of another application's menu item, which nobody waits for, gives up later.
+    static constexpr std::chrono::milliseconds kActionTimeout{1000};
     // A caller stops waiting for one piece of work after this long.
     static constexpr std::chrono::milliseconds kDefaultDeadline{1500};
 

@@ -728,19 +728,26 @@ void UIElementUtilities::performAction(const QString &action, const UIElement &e
     if (!element)
         return;
     auto perform = [action, element] {
-        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
-        if (!actions)
-            return;
-        const int index = actionIndex(actions, action);
-        // Qt runs the action before it answers, and a Paste there reads the clipboard from
-        // Tolkaro's main thread: that answer may come late, and is no sign of a hang.
+        // Nobody waits for this call, so it may be patient with an application that is busy
+        // (serving the clipboard, say) when the press arrives. Qt runs the action before it
+        // answers, and a Paste there reads the clipboard from Tolkaro's main thread: a late
+        // answer is no sign of a hang, and must not make the next capture give up.
         const GiveUpMark gaveUpBefore = t_gaveUp;
+        atspi_set_timeout(int(AtspiThread::kActionTimeout.count()), 0);
+        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
+        if (!actions) {
+            atspi_set_timeout(int(AtspiThread::kMethodCallTimeout.count()), 0);
+            t_gaveUp = gaveUpBefore;
+            return;
+        }
+        const int index = actionIndex(actions, action);
         GError *error = nullptr;
         if (index >= 0)
             atspi_action_do_action(actions, index, &error);
         failed(error);
         t_gaveUp = gaveUpBefore;
         g_object_unref(actions);
+        atspi_set_timeout(int(AtspiThread::kMethodCallTimeout.count()), 0);
     };
     // Without waiting: the caller's thread must stay free to serve the clipboard.
     AtspiThread &thread = AtspiThread::instance();
