@@ -9,14 +9,11 @@
 
 #include "AtspiProbe.h"
 #include "LoopbackTranslationServer.h"
+#include "Percentiles.h"
+#include "TolkaroUnderTest.h"
 
 #include <QCoreApplication>
-#include <QDBusInterface>
-#include <QDBusReply>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QProcess>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <QThread>
 #include <QtTest>
@@ -25,7 +22,6 @@
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -39,42 +35,9 @@ using Clock = std::chrono::steady_clock;
 const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
 constexpr unsigned kLeftControl = 37;
 
-struct Figures
-{
-    double median = 0;
-    double p95 = 0;
-};
-
-Figures figures(std::vector<double> samples)
-{
-    if (samples.empty())
-        return {};
-    std::sort(samples.begin(), samples.end());
-    const auto at = [&](double q) { return samples[size_t(q * double(samples.size() - 1) + 0.5)]; };
-    return {at(0.5), at(0.95)};
-}
-
 double msBetween(Clock::time_point from, Clock::time_point to)
 {
     return std::chrono::duration<double, std::milli>(to - from).count();
-}
-
-QVariantMap popOverState()
-{
-    QDBusInterface test(QStringLiteral("org.tolkaro.Tolkaro"),
-                        QStringLiteral("/org/tolkaro/Tolkaro/Test"),
-                        QStringLiteral("org.tolkaro.Tolkaro.Test"));
-    const QDBusReply<QVariantMap> reply = test.call(QStringLiteral("PopOverState"));
-    return reply.isValid() ? reply.value() : QVariantMap();
-}
-
-int statusMenuItemCount()
-{
-    QDBusInterface test(QStringLiteral("org.tolkaro.Tolkaro"),
-                        QStringLiteral("/org/tolkaro/Tolkaro/Test"),
-                        QStringLiteral("org.tolkaro.Tolkaro.Test"));
-    const QDBusReply<QString> reply = test.call(QStringLiteral("MenuLayout"));
-    return reply.isValid() ? QJsonDocument::fromJson(reply.value().toUtf8()).array().size() : -1;
 }
 
 int ignoreXErrors(Display *, XErrorEvent *)
@@ -183,24 +146,9 @@ int main(int argc, char **argv)
     });
 
     QTemporaryDir configHome;
-    {
-        QSettings settings(configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")),
-                           QSettings::IniFormat);
-        settings.setValue(QStringLiteral("HasBeenLaunchedBefore"), true);
-        settings.setValue(QStringLiteral("previouslyUsedLanguageCode"), QStringLiteral("de"));
-        settings.setValue(QStringLiteral("UsageReportingEnabled"), false);
-        settings.setValue(QStringLiteral("UpdateFeedURL"), server.baseUrl() + QStringLiteral("/feed"));
-    }
     QProcess tolkaro;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome.path());
-    environment.insert(QStringLiteral("TOLKARO_TEST_HOOKS"), QStringLiteral("1"));
-    environment.insert(QStringLiteral("TOLKARO_TRANSLATE_URL"), server.baseUrl());
-    tolkaro.setProcessEnvironment(environment);
-    tolkaro.setProgram(QStringLiteral(TOLKARO_BINARY));
-    tolkaro.start();
-    if (!tolkaro.waitForStarted(15000) ||
-        !QTest::qWaitFor([] { return statusMenuItemCount() > 2; }, 15000)) {
+    if (!TolkaroUnderTest::start(tolkaro, QStringLiteral(TOLKARO_BINARY), configHome.path(),
+                                 server.baseUrl(), QStringLiteral("de"))) {
         std::fprintf(stderr, "tolkaro did not come up\n");
         return 1;
     }
@@ -239,7 +187,7 @@ int main(int argc, char **argv)
             Clock::time_point shown;
             if (mapped && QTest::qWaitFor(
                               [&] {
-                                  if (popOverState().value(QStringLiteral("text")).toString() !=
+                                  if (TolkaroUnderTest::popOverState().value(QStringLiteral("text")).toString() !=
                                       translation)
                                       return false;
                                   shown = Clock::now();
@@ -259,14 +207,12 @@ int main(int argc, char **argv)
             // Clear of the double-press window before the next gesture's first press.
             QThread::msleep(600);
         }
-        const Figures p = figures(popup), a = figures(answer);
+        const Percentiles p = percentiles(popup), a = percentiles(answer);
         std::printf("%-6s %14s %5.1f p95 %5.1f %14s %5.1f p95 %5.1f %9d\n", which, "median",
                     p.median, p.p95, "median", a.median, a.p95, failed);
         std::fflush(stdout);
     }
 
-    tolkaro.terminate();
-    if (!tolkaro.waitForFinished(10000))
-        tolkaro.kill();
+    TolkaroUnderTest::stop(tolkaro);
     return 0;
 }

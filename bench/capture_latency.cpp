@@ -7,6 +7,7 @@
 #include "capture/AccessibilityManager.h"
 #include "platform/atspi/AtspiThread.h"
 #include "platform/atspi/UIElementUtilities.h"
+#include "Percentiles.h"
 #include "UIElementSearch.h"
 
 #include <QCursor>
@@ -25,21 +26,6 @@ using UIElementSearch::findByTitle;
 using UIElementSearch::stringOf;
 
 const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
-
-struct Figures
-{
-    double median = 0;
-    double p95 = 0;
-};
-
-Figures figures(std::vector<double> samples)
-{
-    if (samples.empty())
-        return {};
-    std::sort(samples.begin(), samples.end());
-    const auto at = [&](double q) { return samples[size_t(q * double(samples.size() - 1) + 0.5)]; };
-    return {at(0.5), at(0.95)};
-}
 
 double captureMilliseconds(bool *gotText)
 {
@@ -73,7 +59,7 @@ int main(int argc, char **argv)
         AtspiThread::instance().call<bool>([] { return true; });
         hops.push_back(double(timer.nsecsElapsed()) / 1e6);
     }
-    const Figures hop = figures(hops);
+    const Percentiles hop = percentiles(hops);
     std::printf("AT-SPI thread hop: median %.3f ms, p95 %.3f ms\n", hop.median, hop.p95);
 
     std::printf("%-22s %8s %10s %10s\n", "target", "captures", "median ms", "p95 ms");
@@ -106,7 +92,7 @@ int main(int argc, char **argv)
                 samples.push_back(captureMilliseconds(&gotText));
                 captured += gotText ? 1 : 0;
             }
-            const Figures result = figures(samples);
+            const Percentiles result = percentiles(samples);
             std::printf("%-22s %4d/%-3d %10.2f %10.2f\n",
                         qPrintable(QStringLiteral("%1 %2").arg(QLatin1String(which), QLatin1String(kind))),
                         captured, rounds, result.median, result.p95);
@@ -128,7 +114,7 @@ int main(int argc, char **argv)
         QThread::msleep(1100);
     }
     ::kill(pid, SIGCONT);
-    const Figures result = figures(stopped);
+    const Percentiles result = percentiles(stopped);
     std::printf("%-22s %4d/%-3d %10.2f %10.2f   (captures that got text / tries)\n",
                 "GTK label, SIGSTOPped", captured, 5, result.median, result.p95);
     return 0;

@@ -6,13 +6,12 @@
 #include "AtspiProbe.h"
 #include "DesktopInput.h"
 #include "LoopbackTranslationServer.h"
+#include "TolkaroUnderTest.h"
 
 #include <QDBusInterface>
-#include <QDBusReply>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <QUrlQuery>
 #include <QtTest>
@@ -23,6 +22,9 @@
 
 namespace {
 
+using TolkaroUnderTest::popOverState;
+using TolkaroUnderTest::statusMenuItemCount;
+using TolkaroUnderTest::testInterface;
 using Answer = LoopbackTranslationServer::Answer;
 
 const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
@@ -58,20 +60,6 @@ QString queryValue(const LoopbackTranslationServer::RecordedRequest &request, co
     return queryOf(request).queryItemValue(QString::fromLatin1(key), QUrl::FullyDecoded);
 }
 
-QDBusInterface testInterface()
-{
-    return QDBusInterface(QStringLiteral("org.tolkaro.Tolkaro"),
-                          QStringLiteral("/org/tolkaro/Tolkaro/Test"),
-                          QStringLiteral("org.tolkaro.Tolkaro.Test"));
-}
-
-QVariantMap popOverState()
-{
-    QDBusInterface test = testInterface();
-    const QDBusReply<QVariantMap> reply = test.call(QStringLiteral("PopOverState"));
-    return reply.isValid() ? reply.value() : QVariantMap();
-}
-
 bool popoverShown()
 {
     return popOverState().value(QStringLiteral("windowVisible")).toBool();
@@ -80,13 +68,6 @@ bool popoverShown()
 QString popoverText()
 {
     return popOverState().value(QStringLiteral("text")).toString();
-}
-
-int statusMenuItemCount()
-{
-    QDBusInterface test = testInterface();
-    const QDBusReply<QString> reply = test.call(QStringLiteral("MenuLayout"));
-    return reply.isValid() ? QJsonDocument::fromJson(reply.value().toUtf8()).array().size() : -1;
 }
 
 // Sets IsEnabled as another program would (a settings panel, a screen reader).
@@ -193,7 +174,6 @@ private slots:
     void withoutAccessibilityTheMonitorsGoAndComeBack();
 
 private:
-    bool startTolkaro();
     // The label's middle, where a user points to read it.
     QPoint labelPoint() const { return m_label.screenRect().center(); }
 
@@ -224,33 +204,11 @@ void TestGestureE2E::initTestCase()
                     .find(kLabelText, QStringLiteral("label"));
     QVERIFY(!m_qtLabel.isNull());
 
-    QVERIFY(startTolkaro());
-}
-
-bool TestGestureE2E::startTolkaro()
-{
-    // A user who has seen the welcome alert and reads German (the alternative language is
-    // English at every launch); nothing reported and no update looked for on the way.
-    QSettings settings(m_configHome.filePath(QStringLiteral("Tolkaro/Tolkaro.conf")),
-                       QSettings::IniFormat);
-    settings.setValue(QStringLiteral("HasBeenLaunchedBefore"), true);
-    settings.setValue(QStringLiteral("previouslyUsedLanguageCode"), QStringLiteral("de"));
-    settings.setValue(QStringLiteral("UsageReportingEnabled"), false);
-    settings.setValue(QStringLiteral("UpdateFeedURL"), m_server.baseUrl() + QStringLiteral("/feed"));
-    settings.sync();
-
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_configHome.path());
-    environment.insert(QStringLiteral("TOLKARO_TEST_HOOKS"), QStringLiteral("1"));
-    environment.insert(QStringLiteral("TOLKARO_TRANSLATE_URL"), m_server.baseUrl());
-    m_tolkaro.setProcessEnvironment(environment);
-    m_tolkaro.setProgram(QStringLiteral(TOLKARO_BINARY));
+    // The alternative language is English at every launch.
     m_tolkaro.setProcessChannelMode(QProcess::ForwardedChannels);
-    m_tolkaro.start();
-    if (!m_tolkaro.waitForStarted(kStartTimeout))
-        return false;
-    // Up once the full menu is attached: trusted, so the key monitor is installed.
-    return QTest::qWaitFor([] { return statusMenuItemCount() > 2; }, kStartTimeout);
+    QVERIFY(TolkaroUnderTest::start(m_tolkaro, QStringLiteral(TOLKARO_BINARY),
+                                    m_configHome.path(), m_server.baseUrl(),
+                                    QStringLiteral("de")));
 }
 
 void TestGestureE2E::init()
@@ -275,11 +233,7 @@ void TestGestureE2E::cleanup()
 void TestGestureE2E::cleanupTestCase()
 {
     setAccessibilityEnabled(true);
-    if (m_tolkaro.state() != QProcess::NotRunning) {
-        m_tolkaro.terminate();
-        if (!m_tolkaro.waitForFinished(10000))
-            m_tolkaro.kill();
-    }
+    TolkaroUnderTest::stop(m_tolkaro);
 }
 
 void TestGestureE2E::heldGestureShowsTheTextThenItsTranslation_data()
