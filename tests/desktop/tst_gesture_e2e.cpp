@@ -1,7 +1,8 @@
 // The gesture as a user makes it, against the real tolkaro process: the pointer over a GTK
-// application's text, left Control pressed, released and pressed again and held, keys from
-// XTest as from a keyboard. The translation endpoint is a loopback server in this process;
-// what the popover shows is read through tolkaro's test object on D-Bus.
+// or Qt application's text, left Control pressed, released and pressed again and held, keys
+// from XTest as from a keyboard. The translation endpoint is a loopback server in this
+// process; what the popover shows is read through tolkaro's test object on D-Bus (and the
+// translation also from tolkaro's accessibility tree, as a screen reader finds it).
 
 #include "AtspiProbe.h"
 #include "DesktopInput.h"
@@ -29,7 +30,6 @@ using Answer = LoopbackTranslationServer::Answer;
 
 const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
 const QString kEntryName = QStringLiteral("Target entry");
-constexpr int kStartTimeout = 15000;
 // Long enough for a check of the trust monitor to have happened (it checks every 5 s).
 constexpr int kTrustCheckWait = 7000;
 // How long a gesture that should do nothing is given to do something after all.
