@@ -12,6 +12,7 @@
 #include <QTcpSocket>
 #include <QThread>
 #include <QTimer>
+#include <QUrlQuery>
 
 #include <sys/socket.h>
 
@@ -266,6 +267,12 @@ QByteArray RecordedRequest::target() const
 {
     const QList<QByteArray> parts = requestLine.split(' ');
     return parts.size() == 3 ? parts.at(1) : QByteArray();
+}
+
+QString RecordedRequest::queryText() const
+{
+    const QUrlQuery query(QUrl(QString::fromLatin1(target())).query());
+    return query.queryItemValue(QStringLiteral("q"), QUrl::FullyDecoded).replace('+', ' ');
 }
 
 QByteArray RecordedRequest::headerValue(const QByteArray &name) const

@@ -80,6 +80,7 @@ public:
         QByteArray body;                              // as sent (Content-Length bytes)
         QByteArray method() const;
         QByteArray target() const;                            // "/path?query"
+        QString queryText() const; // the q parameter, decoded ('+' a space, as form-encoded)
         QByteArray headerValue(const QByteArray &name) const; // case-insensitive; null if absent
         QList<QByteArray> headerNames() const;
     };
