@@ -133,6 +133,7 @@ void TestCommandLine::translatesWithoutDisplay()
     QCOMPARE(quietFailure.err, QByteArray("Unable to translate text.\n"));
 }
 
+// Every answer's error text is the client's own test; here, that the command line prints it.
 void TestCommandLine::failsWithTheClientsErrorText_data()
 {
     QTest::addColumn<Answer>("answer");
@@ -141,13 +142,6 @@ void TestCommandLine::failsWithTheClientsErrorText_data()
 
     QTest::newRow("refused connection")
         << Answer::echo() << true << QByteArray("NSURLResponse's data is nil");
-    QTest::newRow("5-second stall ends at the 4 s bound")
-        << Answer::slowly(R"([[["Late","x",null,null,1]]])", 5000) << false
-        << QByteArray("NSURLResponse's data is nil");
-    QTest::newRow("HTML page") << Answer::of(Behaviour::HtmlForbidden) << false
-                               << QByteArray("Unable to translate text.");
-    QTest::newRow("malformed answer") << Answer::well(R"([[["Hallo","Hello",nul)") << false
-                                      << QByteArray("Unable to translate text.");
     QTest::newRow("not UTF-8")
         << Answer::of(Behaviour::NonUtf8) << false
         << QByteArray("responseDataString is nil. Couldn't build string from returned by the "
