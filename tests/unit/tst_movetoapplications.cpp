@@ -52,7 +52,6 @@ class TestMoveToApplications : public QObject
 private slots:
     void init();
     void cleanup();
-    void currentEnvironment();
     void move_data();
     void move();
     void declineIsRemembered();
@@ -132,21 +131,6 @@ MoveEnvironment TestMoveToApplications::environment(ScriptedAlerts *alerts)
     MoveEnvironment environment = currentMoveEnvironment(m_preferences.get(), alerts);
     environment.selfPath = m_self;
     return environment;
-}
-
-void TestMoveToApplications::currentEnvironment()
-{
-    qputenv("APPIMAGE", QFile::encodeName(m_self));
-    ScriptedAlerts alerts;
-    const MoveEnvironment current = currentMoveEnvironment(m_preferences.get(), &alerts);
-    QCOMPARE(current.selfPath, m_self);
-    QCOMPARE(current.destinationDirectory, m_applications);
-    QCOMPARE(current.applicationsDirectories.first(), m_applications);
-    QVERIFY(current.applicationsDirectories.contains("/usr/bin"));
-
-    qunsetenv("APPIMAGE");
-    QCOMPARE(currentMoveEnvironment(m_preferences.get(), &alerts).selfPath,
-             QCoreApplication::applicationFilePath());
 }
 
 void TestMoveToApplications::move_data()
