@@ -108,8 +108,6 @@ void TestGesture::actionsFollowTheKeys_data()
                                          << "";
     QTest::newRow("clock goes backwards") << "+LC@5000 -LC@5100 +LC@3000"
                                           << "translate";
-    QTest::newRow("clock goes back an hour") << "+LC@5000 -LC@5100 +LC@-3600000 -LC@-3599000"
-                                             << "translate hide";
 
     // Only the left keys take part.
     QTest::newRow("right Control twice") << "+RC@1000 -RC@1100 +RC@1200 -RC@1300"
