@@ -29,7 +29,6 @@
 #include <QScreen>
 #include <QTemporaryDir>
 #include <QToolButton>
-#include <QUrlQuery>
 #include <QtTest>
 
 #include <X11/keysym.h>
@@ -70,13 +69,6 @@ bool setClipboardFromOutside(const QString &text)
     if (!QTest::qWaitFor([&] { return xclip.state() == QProcess::NotRunning; }, 5000))
         return false;
     return QTest::qWaitFor([&] { return clipboardFromOutside() == text; }, 5000);
-}
-
-// The "q" value of a recorded request, decoded.
-QString queryText(const LoopbackTranslationServer::RecordedRequest &request)
-{
-    const QUrlQuery query(QUrl(QString::fromLatin1(request.target())).query());
-    return query.queryItemValue(QStringLiteral("q"), QUrl::FullyDecoded).replace('+', ' ');
 }
 
 // A client of its own holding a passive grab, as a desktop that binds a key does.
@@ -314,7 +306,7 @@ void TestTypingMode::typingTranslatesOnceAndReturnPastes()
     QVERIFY(typeText(QStringLiteral("abc"), 30));
     const qint64 lastKeyAtMs = timing->clock.elapsed();
     QTRY_COMPARE(m_server->requestCount(), 1);
-    QCOMPARE(queryText(m_server->requests().constFirst()), QStringLiteral("abc"));
+    QCOMPARE(m_server->requests().constFirst().queryText(), QStringLiteral("abc"));
     qInfo("request received %lld ms after the last key", timing->requestAtMs - lastKeyAtMs);
 
     const QString translation = LoopbackTranslationServer::echoTranslation(QStringLiteral("abc"));
@@ -359,7 +351,7 @@ void TestTypingMode::returnBeforeAnyTranslationAsksAtOnce()
     QTRY_COMPARE(m_server->requestCount(), 1);
     // The pending countdown still fires and asks again; nothing was pasted.
     QTRY_COMPARE(m_server->requestCount(), 2);
-    QCOMPARE(queryText(m_server->requests().constLast()), QStringLiteral("xy"));
+    QCOMPARE(m_server->requests().constLast().queryText(), QStringLiteral("xy"));
     QVERIFY(panelShown());
     QCOMPARE(gtkEntry().text(), QString());
     QTRY_COMPARE(m_coordinator->spotlight()->detailsTextField()->text(),
