@@ -6,6 +6,7 @@
 // says so.
 
 #include "AtspiProbe.h"
+#include "DesktopInput.h"
 #include "platform/x11/ModifierKeyMonitor_x11.h"
 #include "platform/x11/SyntheticKeyEvents.h"
 
@@ -30,18 +31,7 @@ constexpr quint16 kFnCode = ModifierKeyMonitorX11::kFnKeyCode;
 using Reported = QPair<int, quint64>;
 using ReportedList = QList<Reported>;
 
-bool inject(const QStringList &steps)
-{
-    QProcess injector;
-    injector.start(QStringLiteral(TOLKARO_XTEST_INJECT), steps);
-    if (!injector.waitForFinished(30000))
-        return false;
-    if (injector.exitStatus() != QProcess::NormalExit || injector.exitCode() != 0) {
-        qWarning() << "tolkaro-xtest-inject:" << injector.readAllStandardError();
-        return false;
-    }
-    return true;
-}
+using DesktopInput::inject;
 
 QString down(int keyCode)
 {
@@ -167,7 +157,7 @@ void TestModifierKeyMonitor::initTestCase()
         [&] { return !(m_entry = window.find(QStringLiteral("Target entry"))).isNull(); }));
     // The keys go to a real application, as they would at a desktop.
     const QPoint center = m_entry.screenRect().center();
-    QVERIFY(inject({QStringLiteral("click:%1,%2").arg(center.x()).arg(center.y())}));
+    QVERIFY(DesktopInput::click(center));
     QVERIFY(QTest::qWaitFor([&] { return m_entry.isFocused(); }));
 }
 
