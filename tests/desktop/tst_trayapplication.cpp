@@ -4,6 +4,8 @@
 // a second start that leaves the first alone.
 
 #include "AtspiProbe.h"
+#include "DesktopInput.h"
+#include "TolkaroUnderTest.h"
 
 #include <QDBusInterface>
 #include <QDBusReply>
@@ -36,13 +38,9 @@ const QString kWelcomeText = QString::fromUtf8(
 
 constexpr int kStartTimeout = 15000;
 
-bool inject(const QStringList &steps)
-{
-    QProcess injector;
-    injector.start(QStringLiteral(TOLKARO_XTEST_INJECT), steps);
-    return injector.waitForFinished(30000) && injector.exitStatus() == QProcess::NormalExit &&
-           injector.exitCode() == 0;
-}
+using DesktopInput::inject;
+using TolkaroUnderTest::popOverState;
+using TolkaroUnderTest::testInterface;
 
 // ---- X11 reads: what the window manager and the tray see ----
 
@@ -214,13 +212,6 @@ private:
     QProcess m_process;
 };
 
-QDBusInterface testInterface()
-{
-    return QDBusInterface(QStringLiteral("org.tolkaro.Tolkaro"),
-                          QStringLiteral("/org/tolkaro/Tolkaro/Test"),
-                          QStringLiteral("org.tolkaro.Tolkaro.Test"));
-}
-
 QVariantMap statusItemState()
 {
     QDBusInterface test = testInterface();
@@ -228,11 +219,12 @@ QVariantMap statusItemState()
     return reply.isValid() ? reply.value() : QVariantMap();
 }
 
-QVariantMap popOverState()
+// The popover's body on screen, from its state.
+QRect bodyOf(const QVariantMap &state)
 {
-    QDBusInterface test = testInterface();
-    const QDBusReply<QVariantMap> reply = test.call(QStringLiteral("PopOverState"));
-    return reply.isValid() ? reply.value() : QVariantMap();
+    return QRect(state.value(QStringLiteral("x")).toInt(), state.value(QStringLiteral("y")).toInt(),
+                 state.value(QStringLiteral("width")).toInt(),
+                 state.value(QStringLiteral("height")).toInt());
 }
 
 QJsonArray menuLayout()
@@ -405,7 +397,7 @@ bool TestTrayApplication::focusGtkEntry()
     const QRect rect = m_gtkEntry.screenRect();
     if (rect.isEmpty())
         return false;
-    if (!inject({QStringLiteral("click:%1,%2").arg(rect.center().x()).arg(rect.center().y())}))
+    if (!DesktopInput::click(rect.center()))
         return false;
     return QTest::qWaitFor([&] { return m_gtkEntry.isFocused(); }, 5000);
 }
@@ -576,10 +568,7 @@ void TestTrayApplication::popoverNeverTakesTheKeyboard()
     QTRY_VERIFY((popover = popoverWindow()) != None);
     QVERIFY(m_x11.overrideRedirect(popover));
     // It hangs below the point, centred on it.
-    const QRect body(state.value(QStringLiteral("x")).toInt(),
-                     state.value(QStringLiteral("y")).toInt(),
-                     state.value(QStringLiteral("width")).toInt(),
-                     state.value(QStringLiteral("height")).toInt());
+    const QRect body = bodyOf(state);
     QVERIFY(body.top() > point.y());
     QVERIFY(qAbs(body.center().x() - point.x()) <= 1);
     QVERIFY(keyboardStaysWithTheTarget());
@@ -613,7 +602,7 @@ void TestTrayApplication::popoverStaysOnScreen_data()
 {
     QTest::addColumn<QPoint>("point");
     QTest::addColumn<bool>("above");
-    QTest::newRow("bottom edge: above the pointer") << QPoint(640, 795) << true;
+    // The placement's boundaries are the unit test's; here, the corners of the real screen.
     QTest::newRow("bottom right corner: above and inside") << QPoint(1279, 799) << true;
     QTest::newRow("top left corner: below and inside") << QPoint(0, 0) << false;
 }
@@ -628,10 +617,7 @@ void TestTrayApplication::popoverStaysOnScreen()
               point.y());
     QVariantMap state;
     QTRY_VERIFY((state = popOverState()).value(QStringLiteral("windowVisible")).toBool());
-    const QRect body(state.value(QStringLiteral("x")).toInt(),
-                     state.value(QStringLiteral("y")).toInt(),
-                     state.value(QStringLiteral("width")).toInt(),
-                     state.value(QStringLiteral("height")).toInt());
+    const QRect body = bodyOf(state);
     QVERIFY2(QRect(0, 0, 1280, 800).contains(body), qPrintable(QStringLiteral("%1,%2 %3x%4")
                                                                    .arg(body.x())
                                                                    .arg(body.y())
@@ -654,7 +640,7 @@ void TestTrayApplication::clickElsewhereClosesThePopover()
     const QVariantMap state = popOverState();
     const QPoint inside(state.value(QStringLiteral("x")).toInt() + 5,
                         state.value(QStringLiteral("y")).toInt() + 5);
-    QVERIFY(inject({QStringLiteral("click:%1,%2").arg(inside.x()).arg(inside.y())}));
+    QVERIFY(DesktopInput::click(inside));
     QTest::qWait(300);
     QVERIFY(popOverState().value(QStringLiteral("windowVisible")).toBool());
 
@@ -745,10 +731,7 @@ void TestTrayApplication::popoverUnderACompositorIsRoundAndShadowed()
     QCOMPARE(m_x11.depth(popover), 32);
     QTest::qWait(300); // the compositor paints on its own schedule
     const QVariantMap state = popOverState();
-    const QRect body(state.value(QStringLiteral("x")).toInt(),
-                     state.value(QStringLiteral("y")).toInt(),
-                     state.value(QStringLiteral("width")).toInt(),
-                     state.value(QStringLiteral("height")).toInt());
+    const QRect body = bodyOf(state);
     QVERIFY(m_x11.geometry(popover).contains(body));
     QVERIFY(m_x11.geometry(popover) != body);
     const QString shot = screenshotPath(QStringLiteral("composited"));
