@@ -9,7 +9,6 @@ class TestPreferences : public QObject
     Q_OBJECT
 private slots:
     void init();
-    void absentValues();
     void shortcutRoundTrip_data();
     void shortcutRoundTrip();
     void shortcutWrittenByHand_data();
@@ -43,28 +42,11 @@ QString TestPreferences::writeIni(const QByteArray &contents)
     return m_iniPath;
 }
 
-void TestPreferences::absentValues()
-{
-    qunsetenv(kTranslationUrlEnvironmentVariable);
-    const Preferences preferences(m_iniPath);
-    QCOMPARE(preferences.hasBeenLaunchedBefore(), false);
-    QCOMPARE(preferences.hasBeenLaunchedAtLeastOnce(), false);
-    QCOMPARE(preferences.totalTranslationsMadeCounter(), 0);
-    QCOMPARE(preferences.previouslyUsedLanguageCode(), std::nullopt);
-    QVERIFY(!preferences.typingModeKeyboardShortcut());
-    QCOMPARE(preferences.moveToApplicationsFolderAlertSuppress(), false);
-    QCOMPARE(preferences.translationServiceURL(),
-             QString::fromLatin1(kDefaultTranslationServiceURL));
-    QCOMPARE(preferences.fnStandInKey(), QStringLiteral("Super_L"));
-    QCOMPARE(preferences.usageReportingEnabled(), false);
-}
-
 void TestPreferences::shortcutRoundTrip_data()
 {
     QTest::addColumn<quint32>("keySym");
     QTest::addColumn<quint32>("modifiers");
 
-    QTest::newRow("Alt+Space") << quint32(0x20) << quint32(Qt::AltModifier);
     QTest::newRow("Ctrl+Alt+Shift+Meta+F12")
         << quint32(0xffc9)
         << quint32(Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier | Qt::MetaModifier);
