@@ -24,17 +24,12 @@ void TestTextRules::cutText_data()
     QTest::addColumn<qsizetype>("limit");
     QTest::addColumn<QString>("expected");
 
-    const QString a1500(1500, u'a');
-    QTest::newRow("exactly 1500 units") << a1500 << kGestureTextLimit << a1500;
-    QTest::newRow("1501 units") << a1500 + u'b' << kGestureTextLimit << a1500 + "...";
+    // The plain 1500 and 300 boundaries are checked where the texts are sent: in the translation
+    // controller and typing panel tests.
     // Code units, not characters: an emoji straddling the limit loses its second half.
     const QString endsInEmoji = QString(1499, u'a') + QString::fromUtf8("😀");
     QTest::newRow("1501 units ending in an emoji")
         << endsInEmoji << kGestureTextLimit << endsInEmoji.left(1500) + "...";
-    QTest::newRow("exactly 300 typed units")
-        << QString(300, u'x') << kTypingTextLimit << QString(300, u'x');
-    QTest::newRow("301 typed units")
-        << QString(301, u'x') << kTypingTextLimit << QString(300, u'x') + "...";
     QTest::newRow("empty") << QString("") << kGestureTextLimit << QString("");
 }
 
@@ -52,12 +47,10 @@ void TestTextRules::containsLetters_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("expected");
 
-    QTest::newRow("null") << QString() << false;
     QTest::newRow("empty") << QString("") << false;
     QTest::newRow("digits, punctuation, white space") << QString(" 123 !?\n\t") << false;
     QTest::newRow("one Latin letter among digits") << QString("12a") << true;
     QTest::newRow("Cyrillic") << QString("Привет") << true;
-    QTest::newRow("Han") << QString("日本") << true;
     QTest::newRow("combining mark alone") << QString::fromUtf8("\u0301") << true;
     QTest::newRow("Roman numeral is a number") << QString::fromUtf8("\u2163") << false;
     QTest::newRow("Arabic-Indic digit") << QString::fromUtf8("\u0663") << false;
@@ -79,12 +72,8 @@ void TestTextRules::hasCaseInsensitiveSubstring_data()
     QTest::addColumn<QString>("substring");
     QTest::addColumn<bool>("expected");
 
-    QTest::newRow("inside a path") << "/home/me/src/build/tolkaro"
-                                   << "build" << true;
     QTest::newRow("other case") << "/home/me/BuIlD/tolkaro"
                                 << "build" << true;
-    QTest::newRow("absent") << "/home/me/Downloads/tolkaro"
-                            << "build" << false;
     QTest::newRow("non-ASCII case") << "Überbuild"
                                     << "üBER" << true;
     QTest::newRow("empty substring") << "anything"

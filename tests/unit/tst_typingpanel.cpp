@@ -107,8 +107,8 @@ void TestTypingPanel::typedTextSent_data()
     QTest::addColumn<QString>("sent");
     const QString three00 = QString(300, QLatin1Char('a'));
     QTest::newRow("exactly 300 units, uncut") << three00 << three00;
-    QTest::newRow("400 units: first 300 and ...")
-        << three00 + QString(100, QLatin1Char('b')) << three00 + QStringLiteral("...");
+    QTest::newRow("301 units: first 300 and ...")
+        << three00 + QLatin1Char('b') << three00 + QStringLiteral("...");
 }
 
 void TestTypingPanel::typedTextSent()
