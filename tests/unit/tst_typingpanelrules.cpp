@@ -27,7 +27,6 @@ void TestTypingPanelRules::panelHeight_data()
     QTest::newRow("collapsed ignores the details") << 22 << 40 << false << 42;
     QTest::newRow("expanded adds details and a margin") << 22 << 40 << true << 92;
     QTest::newRow("expanded with empty details") << 22 << 0 << true << 52;
-    QTest::newRow("input at the growth cap") << 100 << 17 << true << 147;
 }
 
 void TestTypingPanelRules::panelHeight()
