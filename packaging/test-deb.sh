@@ -43,7 +43,8 @@ echo "Depends: $depends"
 # (loaded at run time for the icons).
 needed_packages="libqt6svg6"
 for soname in $(objdump -p "$build_dir/src/app/tolkaro" | awk '/NEEDED/ {print $2}'); do
-  library="$(ldconfig -p | awk -v so="$soname" '$1 == so {print $NF; exit}')"
+  # awk reads to the end: an early exit would kill ldconfig with SIGPIPE under pipefail.
+  library="$(ldconfig -p | awk -v so="$soname" '$1 == so && !found {print $NF; found = 1}')"
   real="$(readlink -f "$library")"
   # dpkg knows a file by the path its package ships, which /usr-merge may have moved.
   owner="$(dpkg -S "$library" "$real" "${real#/usr}" 2>/dev/null | head -n1 | cut -d: -f1 || true)"
