@@ -6,6 +6,7 @@
 #include "AtspiProbe.h"
 #include "DesktopInput.h"
 #include "TolkaroUnderTest.h"
+#include "platform/x11/X11WindowQueries.h"
 
 #include <QDBusInterface>
 #include <QDBusReply>
@@ -19,7 +20,6 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 
@@ -59,35 +59,10 @@ public:
         if (m_display)
             XCloseDisplay(m_display);
     }
-    bool isOpen() const { return m_display != nullptr; }
+    bool isOpen() const { return m_display && m_queries.isValid(); }
 
-    Window activeWindow() const
-    {
-        const Atom property = XInternAtom(m_display, "_NET_ACTIVE_WINDOW", False);
-        Atom type;
-        int format;
-        unsigned long count, after;
-        unsigned char *data = nullptr;
-        Window active = None;
-        if (XGetWindowProperty(m_display, DefaultRootWindow(m_display), property, 0, 1, False,
-                               XA_WINDOW, &type, &format, &count, &after, &data) == Success &&
-            data && count == 1)
-            active = *reinterpret_cast<Window *>(data);
-        if (data)
-            XFree(data);
-        return active;
-    }
-
-    QString windowClass(Window window) const
-    {
-        XClassHint hint{};
-        if (!XGetClassHint(m_display, window, &hint))
-            return {};
-        const QString result = QString::fromLatin1(hint.res_class);
-        XFree(hint.res_name);
-        XFree(hint.res_class);
-        return result;
-    }
+    Window activeWindow() const { return m_queries.activeWindow(); }
+    QString windowClass(Window window) const { return m_queries.windowClass(window); }
 
     Window parent(Window window) const
     {
@@ -115,11 +90,7 @@ public:
         return XGetWindowAttributes(m_display, window, &attributes) && attributes.override_redirect;
     }
 
-    bool compositorRuns() const
-    {
-        const Atom selection = XInternAtom(m_display, "_NET_WM_CM_S0", False);
-        return XGetSelectionOwner(m_display, selection) != None;
-    }
+    bool compositorRuns() const { return m_queries.selectionOwner("_NET_WM_CM_S0") != None; }
 
     int depth(Window window) const
     {
@@ -172,6 +143,8 @@ private:
     }
 
     Display *m_display;
+    // Active window, class and selection owner, as tolkaro's own capture reads them.
+    mutable X11WindowQueries m_queries;
 };
 
 // ---- One tolkaro process with its own configuration ----

@@ -1,6 +1,5 @@
 #include "typing/TypingShortcut.h"
 
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace TypingShortcut;
@@ -25,7 +24,6 @@ private slots:
     void matching();
     void displayText_data();
     void displayText();
-    void defaultIsAFallbackNeverWritten();
 };
 
 void TestTypingShortcut::recordedKey_data()
@@ -36,15 +34,13 @@ void TestTypingShortcut::recordedKey_data()
     auto row = [](const char *name, quint32 keySym, quint32 modifiers, RecordedKey expected) {
         QTest::newRow(name) << keySym << modifiers << int(expected);
     };
-    row("Alt+Space", 0x20, kAlt, RecordedKey::Accept);
-    row("Ctrl+Shift+T", 'T', kCtrl | kShift, RecordedKey::Accept);
+    // Alt+Space and Ctrl+Shift+T are recorded for real in the typing desktop test.
     row("Super+Return", 0xff0d, kMeta, RecordedKey::Accept);
     row("bare F5", 0xffc2, 0, RecordedKey::Accept);
     row("plain letter", 'a', 0, RecordedKey::Reject);
     row("Shift+letter", 'A', kShift, RecordedKey::Reject);
     row("keypad flag alone", 0xffb5, kKeypad, RecordedKey::Reject);
     row("Alt held alone", 0xffe9, kAlt, RecordedKey::Ignore);
-    row("Control_L with Ctrl", 0xffe3, kCtrl, RecordedKey::Ignore);
     row("AltGr alone", 0xfe03, 0, RecordedKey::Ignore);
     row("Escape", 0xff1b, 0, RecordedKey::Cancel);
     row("Ctrl+Escape is a shortcut", 0xff1b, kCtrl, RecordedKey::Accept);
@@ -112,7 +108,8 @@ void TestTypingShortcut::displayText_data()
     QTest::addColumn<quint32>("keySym");
     QTest::addColumn<quint32>("modifiers");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("default") << kSpaceKeySym << kAlt << QStringLiteral("Alt+Space");
+    // The default and a recorded shortcut are read off the recorder's button in the typing
+    // desktop test, which also clears back to the default without writing it.
     QTest::newRow("modifiers in a fixed order") << quint32('t') << (kMeta | kShift | kAlt | kCtrl)
                                                 << QStringLiteral("Ctrl+Alt+Shift+Super+T");
     QTest::newRow("function key") << quint32(0xffc9) << quint32(0) << QStringLiteral("F12");
@@ -127,29 +124,6 @@ void TestTypingShortcut::displayText()
     QFETCH(quint32, modifiers);
     QFETCH(QString, expected);
     QCOMPARE(TypingShortcut::displayText(StoredShortcut{keySym, modifiers}), expected);
-}
-
-void TestTypingShortcut::defaultIsAFallbackNeverWritten()
-{
-    QTemporaryDir dir;
-    const QString iniPath = dir.filePath(QStringLiteral("prefs.ini"));
-    {
-        Preferences preferences(iniPath);
-        QCOMPARE(effectiveShortcut(preferences), defaultShortcut());
-        preferences.synchronize();
-        QVERIFY(!preferences.settings().contains(PreferenceKeys::kTypingModeKeyboardShortcut));
-    }
-    const StoredShortcut recorded{'t', kCtrl | kShift};
-    {
-        Preferences preferences(iniPath);
-        preferences.setTypingModeKeyboardShortcut(recorded);
-        preferences.synchronize();
-    }
-    Preferences reread(iniPath);
-    QCOMPARE(effectiveShortcut(reread), recorded);
-    reread.settings().remove(PreferenceKeys::kTypingModeKeyboardShortcut);
-    QCOMPARE(effectiveShortcut(reread), defaultShortcut());
-    QVERIFY(fallbackShortcut() != defaultShortcut());
 }
 
 QTEST_GUILESS_MAIN(TestTypingShortcut)
