@@ -6,6 +6,7 @@
 
 #include <QMutex>
 #include <QMutexLocker>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <memory>
@@ -28,19 +29,13 @@ const QByteArray kUserAgent =
 // Whether line matches pattern, in which each "*" stands for any run of characters.
 bool matchesPattern(const QString &line, const QString &pattern)
 {
-    const QStringList parts = pattern.split(QLatin1Char('*'));
-    if (parts.size() == 1)
-        return line == pattern;
-    if (!line.startsWith(parts.constFirst()) || !line.endsWith(parts.constLast()))
-        return false;
-    qsizetype from = parts.constFirst().size();
-    for (qsizetype i = 1; i + 1 < parts.size(); ++i) {
-        from = line.indexOf(parts.at(i), from);
-        if (from < 0)
-            return false;
-        from += parts.at(i).size();
-    }
-    return from <= line.size() - parts.constLast().size();
+    QStringList parts = pattern.split(QLatin1Char('*'));
+    for (QString &part : parts)
+        part = QRegularExpression::escape(part);
+    return QRegularExpression(QRegularExpression::anchoredPattern(parts.join(QStringLiteral(".*"))),
+                              QRegularExpression::DotMatchesEverythingOption)
+        .match(line)
+        .hasMatch();
 }
 
 } // namespace
