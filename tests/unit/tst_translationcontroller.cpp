@@ -68,7 +68,6 @@ private slots:
     void gestureShowsSourceThenAnswer_data();
     void gestureShowsSourceThenAnswer();
     void noTextShowsMessageAndSendsNothing();
-    void fnHeldAsksForTheAlternativeLanguage();
     void releaseWhilePendingHidesAndCountsTheCancel();
     void reTranslationKeepsThePopoverWhereItIs();
     void optionPastesOnlyAKeptTranslation();
@@ -190,14 +189,6 @@ void TestTranslationController::noTextShowsMessageAndSendsNothing()
     QVERIFY(!m_controller->lastTranslatedText());
     QTest::qWait(200);
     QCOMPARE(m_server->requestCount(), 1);
-}
-
-void TestTranslationController::fnHeldAsksForTheAlternativeLanguage()
-{
-    m_source->text = "Hello";
-    m_fnHeld = true;
-    pressAndWaitForAnswer();
-    QVERIFY(m_server->requests().first().target().contains("&tl=ja&"));
 }
 
 void TestTranslationController::releaseWhilePendingHidesAndCountsTheCancel()
