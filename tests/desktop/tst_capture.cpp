@@ -9,6 +9,7 @@
 #include "capture/AccessibilityManager.h"
 #include "capture/ClipboardSnapshot.h"
 #include "platform/atspi/UIElementUtilities.h"
+#include "DesktopInput.h"
 #include "UIElementSearch.h"
 #include "platform/x11/X11WindowQueries.h"
 
@@ -67,14 +68,6 @@ bool select(const UIElement &element, int start, int length)
         return selected && (length == 0 ? selected->length == 0
                                         : selected->location == start && selected->length == length);
     });
-}
-
-bool runInjector(const QStringList &steps)
-{
-    QProcess injector;
-    injector.start(QStringLiteral(TOLKARO_XTEST_INJECT), steps);
-    return QTest::qWaitFor([&] { return injector.state() == QProcess::NotRunning; }, 30000) &&
-           injector.exitCode() == 0;
 }
 
 QPoint centerOf(const UIElement &element)
@@ -227,7 +220,7 @@ void TestCapture::activateAndFocus(const QString &which, const UIElement &elemen
     // AT-SPI for the focus is not enough after a menu command of GTK: the widget keeps the
     // keyboard but no longer reports the focus until it is focused anew.)
     const QPoint center = centerOf(element);
-    QVERIFY(runInjector({QStringLiteral("click:%1,%2").arg(center.x()).arg(center.y())}));
+    QVERIFY(DesktopInput::click(center));
     // Past the double-click time: the next click on the same spot must not select a word.
     QTest::qWait(kDoubleClickTime);
     QVERIFY(QTest::qWaitFor([&] {
