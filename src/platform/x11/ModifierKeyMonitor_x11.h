@@ -35,7 +35,7 @@ public:
     static constexpr quint16 kLeftCommandKeyCode = 55;
     static constexpr quint16 kRightCommandKeyCode = 54;
     // The fn key's own virtual key code, reported for the stand-in key.
-    static constexpr quint16 kFnKeyCode = 63;
+    static constexpr quint16 kFnKeyCode = ModifierKeys::kFnKeyCode;
 
     // An empty display name means $DISPLAY. The fn stand-in is an X keysym name; an unknown
     // name leaves fn without a key.
