@@ -241,9 +241,6 @@ private:
             socket->abort();
             return;
         }
-        case Behaviour::Redirect:
-            send(head(302, "text/plain", 0, answer, answer.location));
-            return;
         case Behaviour::RedirectLoop:
             send(head(302, "text/plain", 0, answer,
                       "http://127.0.0.1:" + QByteArray::number(m_port) + request.target()));

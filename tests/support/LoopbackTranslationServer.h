@@ -32,7 +32,6 @@ public:
         HtmlForbidden,  // 403 with an HTML error page
         NonUtf8,        // 200 with bytes that are not UTF-8
         ResetMidBody,   // half the announced body, then a connection reset
-        Redirect,       // 302 to location
         RedirectLoop,   // 302 to the requested target itself, every time
         Silent,         // reads the request and never answers
     };
@@ -40,9 +39,8 @@ public:
     struct Answer
     {
         Behaviour behaviour = Behaviour::Echo;
-        QByteArray body;     // Well, Slowly, and the body after a Redirect
-        int delayMs = 0;     // Slowly
-        QByteArray location; // Redirect
+        QByteArray body;                                   // Well, Slowly
+        int delayMs = 0;                                   // Slowly
         QList<QPair<QByteArray, QByteArray>> extraHeaders; // added to the response
 
         static Answer echo() { return {}; }
@@ -65,12 +63,6 @@ public:
             answer.behaviour = behaviour;
             return answer;
         }
-        static Answer redirect(const QByteArray &location)
-        {
-            Answer answer = of(Behaviour::Redirect);
-            answer.location = location;
-            return answer;
-        }
     };
 
     struct RecordedRequest
@@ -79,7 +71,7 @@ public:
         QList<QPair<QByteArray, QByteArray>> headers; // in the order sent, as sent
         QByteArray body;                              // as sent (Content-Length bytes)
         QByteArray method() const;
-        QByteArray target() const;                            // "/path?query"
+        QByteArray target() const; // "/path?query"
         QString queryText() const; // the q parameter, decoded ('+' a space, as form-encoded)
         QByteArray headerValue(const QByteArray &name) const; // case-insensitive; null if absent
         QList<QByteArray> headerNames() const;
