@@ -4,6 +4,7 @@
 // the clipboard left as it was, and the shortcut can be re-recorded or found taken.
 
 #include "AtspiProbe.h"
+#include "DesktopInput.h"
 #include "LoopbackTranslationServer.h"
 #include "capture/AccessibilityManager.h"
 #include "common/Log.h"
@@ -370,10 +371,7 @@ void TestTypingMode::recordedShortcutTakesOverAtOnce()
     QCOMPARE(button->text(), QStringLiteral("Alt+Space"));
     const QPoint center = button->mapToGlobal(button->rect().center());
     auto startRecording = [&] {
-        QProcess click;
-        click.start(QStringLiteral(TOLKARO_XTEST_INJECT),
-                    {QStringLiteral("click:%1,%2").arg(center.x()).arg(center.y())});
-        return QTest::qWaitFor([&] { return click.state() == QProcess::NotRunning; }) &&
+        return DesktopInput::click(center) &&
                QTest::qWaitFor([&] { return recorder->isRecording(); });
     };
 
