@@ -103,13 +103,6 @@ QString AtspiElement::name() const
     return m_accessible ? takeString(atspi_accessible_get_name(m_accessible, &error)) : QString();
 }
 
-QString AtspiElement::description() const
-{
-    ErrorSink error;
-    return m_accessible ? takeString(atspi_accessible_get_description(m_accessible, &error))
-                        : QString();
-}
-
 QString AtspiElement::roleName() const
 {
     ErrorSink error;
@@ -144,24 +137,6 @@ AtspiElement AtspiElement::find(const QString &name, const QString &roleName) co
     return searchBelow(*this, [&](const AtspiElement &element) {
         return element.name() == name && (roleName.isEmpty() || element.roleName() == roleName);
     });
-}
-
-AtspiElement AtspiElement::findRole(const QString &roleName) const
-{
-    return searchBelow(*this,
-                       [&](const AtspiElement &element) { return element.roleName() == roleName; });
-}
-
-AtspiElement AtspiElement::focused() const
-{
-    return searchBelow(*this, [](const AtspiElement &element) { return element.isFocused(); });
-}
-
-bool AtspiElement::hasText() const
-{
-    InterfaceRef<AtspiText> text{m_accessible ? atspi_accessible_get_text_iface(m_accessible)
-                                              : nullptr};
-    return bool(text);
 }
 
 QString AtspiElement::text() const
@@ -221,11 +196,6 @@ bool AtspiElement::isFocused() const
     return hasState(m_accessible, ATSPI_STATE_FOCUSED);
 }
 
-bool AtspiElement::isShowing() const
-{
-    return hasState(m_accessible, ATSPI_STATE_SHOWING);
-}
-
 bool AtspiElement::grabFocus() const
 {
     InterfaceRef<AtspiComponent> component{
@@ -264,15 +234,6 @@ QStringList AtspiElement::actionNames() const
         names.append(takeString(atspi_action_get_action_name(action.iface, i, &error)));
     }
     return names;
-}
-
-QString AtspiElement::keyBinding(int index) const
-{
-    InterfaceRef<AtspiAction> action{m_accessible ? atspi_accessible_get_action_iface(m_accessible)
-                                                  : nullptr};
-    ErrorSink error;
-    return action ? takeString(atspi_action_get_key_binding(action.iface, index, &error))
-                  : QString();
 }
 
 bool AtspiElement::doAction(const QString &actionName) const

@@ -26,7 +26,6 @@ public:
     _AtspiAccessible *accessible() const { return m_accessible; }
 
     QString name() const;
-    QString description() const;
     // The AT-SPI role name: "entry", "text", "label", "frame", "menu item"...
     QString roleName() const;
     qint64 processId() const;
@@ -35,13 +34,8 @@ public:
     // The first element below this one (depth first, this one included) with the name, and
     // the role name when one is given; null when there is none.
     AtspiElement find(const QString &name, const QString &roleName = QString()) const;
-    // The first element below this one with the role name, whatever its name.
-    AtspiElement findRole(const QString &roleName) const;
-    // The element below this one that has the keyboard focus; null when none has.
-    AtspiElement focused() const;
 
     // The Text interface: the whole text ("" without the interface), the selection.
-    bool hasText() const;
     QString text() const;
     QString selectedText() const;
     // Selects characters [start, end) (in characters, not bytes or UTF-16 units).
@@ -50,14 +44,12 @@ public:
     bool setText(const QString &text) const;
 
     bool isFocused() const;
-    bool isShowing() const;
     // The Component interface: give the element the keyboard focus; where it is on screen.
     bool grabFocus() const;
     QRect screenRect() const;
 
-    // The Action interface: the names of the actions, their key bindings, doing one.
+    // The Action interface: the names of the actions, doing one.
     QStringList actionNames() const;
-    QString keyBinding(int action = 0) const;
     bool doAction(const QString &actionName) const;
     bool doAction(int index) const;
 

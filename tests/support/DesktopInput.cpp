@@ -38,9 +38,4 @@ bool focusByClick(const QPoint &screenPoint)
                    QStringLiteral("waitfocus")});
 }
 
-bool typeText(const QString &text)
-{
-    return inject({QStringLiteral("type:") + text});
-}
-
 } // namespace DesktopInput

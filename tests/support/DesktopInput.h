@@ -16,6 +16,5 @@ bool click(const QPoint &screenPoint);
 // A click that gives the window at the point the keyboard focus, as the window manager does
 // it: returns once the window has it, so that keys sent next reach it.
 bool focusByClick(const QPoint &screenPoint);
-bool typeText(const QString &text);
 
 } // namespace DesktopInput
