@@ -31,3 +31,6 @@ if [ -x "$build/bench/tolkaro-bench-gesture" ]; then
   section "Gesture: second Ctrl press to popup, answer to text shown"
   "$desktop" -- "$build/bench/tolkaro-bench-gesture"
 fi
+
+section "Memory over 1,000 translations"
+"$desktop" --no-targets -- "$build/bench/tolkaro-bench-memory" ${quick:+200}

@@ -131,6 +131,15 @@ void ApplicationTestBusObject::HidePopOver()
     m_delegate.hidePopOver();
 }
 
+void ApplicationTestBusObject::TranslateText(const QString &text, int x, int y)
+{
+    TranslationController *controller = m_delegate.translationController();
+    if (!controller)
+        return;
+    m_delegate.displayPopOverWithText(text, QPoint(x, y));
+    controller->startTranslatingText(text);
+}
+
 QVariantMap ApplicationTestBusObject::PopOverState()
 {
     QVariantMap state;

@@ -69,6 +69,9 @@ public slots:
     // Cross-fades the popover's text; gray: as a message or an error.
     Q_SCRIPTABLE void SetPopOverText(const QString &text, bool gray);
     Q_SCRIPTABLE void HidePopOver();
+    // The popover at x, y showing text, then the translation of text, as after a gesture
+    // that captured it (benchmarks drive many translations without the keyboard).
+    Q_SCRIPTABLE void TranslateText(const QString &text, int x, int y);
     // shown, windowVisible, text, color, x, y, width, height (the body), abovePointer.
     Q_SCRIPTABLE QVariantMap PopOverState();
     // The attached menu as JSON: [{"title", "checkable", "checked", "separator",
