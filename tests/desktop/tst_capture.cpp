@@ -10,6 +10,7 @@
 #include "capture/ClipboardSnapshot.h"
 #include "platform/atspi/UIElementUtilities.h"
 #include "DesktopInput.h"
+#include "CaptureTestHelpers.h"
 #include "UIElementSearch.h"
 #include "platform/x11/X11WindowQueries.h"
 
@@ -26,6 +27,8 @@
 #include <QtTest>
 
 #include <csignal>
+
+using namespace CaptureTestHelpers;
 
 namespace {
 
@@ -52,24 +55,6 @@ Target target(const QString &which)
             qEnvironmentVariable(qPrintable(prefix + QStringLiteral("LOG")))};
 }
 
-QString valueText(const UIElement &element)
-{
-    return stringOf(UIElementUtilities::valueOfAttribute(QStringLiteral("AXValue"), element));
-}
-
-bool select(const UIElement &element, int start, int length)
-{
-    UIElementUtilities::setStringValue(QStringLiteral("pos=%1 len=%2").arg(start).arg(length),
-                                       QStringLiteral("AXSelectedTextRange"), element);
-    return QTest::qWaitFor([&] {
-        const UIElementValue range = UIElementUtilities::valueOfAttribute(
-            QStringLiteral("AXSelectedTextRange"), element);
-        const auto *selected = std::get_if<AXRange>(&range);
-        return selected && (length == 0 ? selected->length == 0
-                                        : selected->location == start && selected->length == length);
-    });
-}
-
 QPoint centerOf(const UIElement &element)
 {
     return UIElementUtilities::frameOfUIElement(element).center().toPoint();
@@ -79,29 +64,6 @@ void pointAt(const UIElement &element)
 {
     QCursor::setPos(centerOf(element));
     QTest::qWait(20);
-}
-
-// Reads the clipboard as another application does (xclip), serving it meanwhile when this
-// process owns it.
-std::optional<QByteArray> clipboardBytesSeenByOthers(const QString &format)
-{
-    QProcess xclip;
-    xclip.start(QStringLiteral("xclip"),
-                {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-o"),
-                 QStringLiteral("-t"), format});
-    if (!QTest::qWaitFor([&] { return xclip.state() == QProcess::NotRunning; }, 10000) ||
-        xclip.exitCode() != 0)
-        return std::nullopt;
-    return xclip.readAllStandardOutput();
-}
-
-QStringList clipboardTargetsSeenByOthers()
-{
-    QStringList targets =
-        QString::fromLatin1(clipboardBytesSeenByOthers(QStringLiteral("TARGETS")).value_or(""))
-            .split(u'\n', Qt::SkipEmptyParts);
-    targets.sort();
-    return targets;
 }
 
 QByteArray pngBytes()

@@ -12,6 +12,7 @@
 
 #include "capture/AccessibilityManager.h"
 #include "platform/atspi/UIElementUtilities.h"
+#include "CaptureTestHelpers.h"
 #include "UIElementSearch.h"
 
 #include <QBuffer>
@@ -21,6 +22,8 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QtTest>
+
+using namespace CaptureTestHelpers;
 
 namespace {
 
@@ -35,58 +38,12 @@ qint64 gtkTargetPid()
     return qEnvironmentVariable("TOLKARO_GTK_TARGET_PID").toLongLong();
 }
 
-QString valueText(const UIElement &element)
-{
-    return stringOf(UIElementUtilities::valueOfAttribute(QStringLiteral("AXValue"), element));
-}
-
-bool select(const UIElement &element, int start, int length)
-{
-    UIElementUtilities::setStringValue(QStringLiteral("pos=%1 len=%2").arg(start).arg(length),
-                                       QStringLiteral("AXSelectedTextRange"), element);
-    return QTest::qWaitFor([&] {
-        const UIElementValue range = UIElementUtilities::valueOfAttribute(
-            QStringLiteral("AXSelectedTextRange"), element);
-        const auto *selected = std::get_if<AXRange>(&range);
-        return selected && selected->location == start && selected->length == length;
-    });
-}
-
 bool setText(const UIElement &element, const QString &text)
 {
     UIElementUtilities::setStringValue(text, QStringLiteral("AXValue"), element);
     return QTest::qWaitFor([&] { return valueText(element) == text; });
 }
 
-// The clipboard as another application reads it (xclip), served meanwhile by this process
-// when it owns it. The guard is for a hang, not a speed.
-std::optional<QByteArray> clipboardBytesSeenByOthers(const QString &format)
-{
-    QProcess xclip;
-    xclip.start(QStringLiteral("xclip"),
-                {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-o"),
-                 QStringLiteral("-t"), format});
-    QByteArray bytes;
-    const bool finished = QTest::qWaitFor(
-        [&] {
-            bytes += xclip.readAllStandardOutput();
-            return xclip.state() == QProcess::NotRunning;
-        },
-        30000);
-    bytes += xclip.readAllStandardOutput();
-    if (!finished || xclip.exitCode() != 0)
-        return std::nullopt;
-    return bytes;
-}
-
-QStringList clipboardTargetsSeenByOthers()
-{
-    QStringList targets =
-        QString::fromLatin1(clipboardBytesSeenByOthers(QStringLiteral("TARGETS")).value_or(""))
-            .split(u'\n', Qt::SkipEmptyParts);
-    targets.sort();
-    return targets;
-}
 
 QByteArray randomBytes(QRandomGenerator &random, qsizetype size)
 {
