@@ -244,8 +244,7 @@ void TestCapture::textUnderThePointer()
     const UIElement element = widget(which, widgetTitle);
     QVERIFY(element);
     if (!contents.isEmpty()) {
-        UIElementUtilities::setStringValue(contents, QStringLiteral("AXValue"), element);
-        QVERIFY(QTest::qWaitFor([&] { return valueText(element) == contents; }));
+        QVERIFY(setText(element, contents));
     }
     pointAt(element);
     QCOMPARE(AccessibilityManager::getStringForCurrentUIElement(), std::optional<QString>(expected));
@@ -308,8 +307,7 @@ void TestCapture::selectionWinsOverTheElementText()
 
     const UIElement element = widget(which, widgetTitle);
     const QString contents = QStringLiteral("a long text around the chosen words of it");
-    UIElementUtilities::setStringValue(contents, QStringLiteral("AXValue"), element);
-    QVERIFY(QTest::qWaitFor([&] { return valueText(element) == contents; }));
+    QVERIFY(setText(element, contents));
     activateAndFocus(which, element);
     QVERIFY(select(element, 23, 12));
 
@@ -392,9 +390,7 @@ void TestCapture::pasteReplacesTheSelection()
     QFETCH(bool, intoLastCapture);
 
     const UIElement element = widget(which, widgetTitle);
-    UIElementUtilities::setStringValue(QStringLiteral("alpha beta gamma"), QStringLiteral("AXValue"),
-                                       element);
-    QVERIFY(QTest::qWaitFor([&] { return valueText(element) == QStringLiteral("alpha beta gamma"); }));
+    QVERIFY(setText(element, QStringLiteral("alpha beta gamma")));
     activateAndFocus(which, element);
     QVERIFY(select(element, 6, 4));
     QVERIFY(fillClipboardFromAnotherApplication());
@@ -444,9 +440,7 @@ void TestCapture::editableTextReplacesTheSelection()
     QFETCH(QString, widgetTitle);
 
     const UIElement element = widget(which, widgetTitle);
-    UIElementUtilities::setStringValue(QStringLiteral("alpha beta gamma"), QStringLiteral("AXValue"),
-                                       element);
-    QVERIFY(QTest::qWaitFor([&] { return valueText(element) == QStringLiteral("alpha beta gamma"); }));
+    QVERIFY(setText(element, QStringLiteral("alpha beta gamma")));
     activateAndFocus(which, element);
     QVERIFY(select(element, 6, 4));
 
@@ -480,8 +474,7 @@ void TestCapture::keystrokeCapture()
     QFETCH(std::optional<QString>, expected);
 
     const UIElement element = widget(QStringLiteral("GTK"), kTextViewName);
-    UIElementUtilities::setStringValue(contents, QStringLiteral("AXValue"), element);
-    QVERIFY(QTest::qWaitFor([&] { return valueText(element) == contents; }));
+    QVERIFY(setText(element, contents));
     activateAndFocus(QStringLiteral("GTK"), element);
     QVERIFY(select(element, start, length));
     QVERIFY(fillClipboardFromAnotherApplication());

@@ -38,13 +38,6 @@ qint64 gtkTargetPid()
     return qEnvironmentVariable("TOLKARO_GTK_TARGET_PID").toLongLong();
 }
 
-bool setText(const UIElement &element, const QString &text)
-{
-    UIElementUtilities::setStringValue(text, QStringLiteral("AXValue"), element);
-    return QTest::qWaitFor([&] { return valueText(element) == text; });
-}
-
-
 QByteArray randomBytes(QRandomGenerator &random, qsizetype size)
 {
     QByteArray bytes(size, Qt::Uninitialized);

@@ -14,6 +14,12 @@ QString valueText(const UIElement &element)
         UIElementUtilities::valueOfAttribute(QStringLiteral("AXValue"), element));
 }
 
+bool setText(const UIElement &element, const QString &text)
+{
+    UIElementUtilities::setStringValue(text, QStringLiteral("AXValue"), element);
+    return QTest::qWaitFor([&] { return valueText(element) == text; });
+}
+
 bool select(const UIElement &element, int start, int length)
 {
     UIElementUtilities::setStringValue(QStringLiteral("pos=%1 len=%2").arg(start).arg(length),
