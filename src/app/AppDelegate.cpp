@@ -140,10 +140,16 @@ void AppDelegate::showWelcomeAlert()
     alert.exec();
 }
 
+LaunchAtLoginController *AppDelegate::launchAtLoginController()
+{
+    if (!m_launchAtLogin)
+        m_launchAtLogin = new LaunchAtLoginController(this);
+    return m_launchAtLogin;
+}
+
 void AppDelegate::onFirstApplicationLaunchEver()
 {
-    LaunchAtLoginController launchController;
-    launchController.setLaunchAtLogin(true);
+    launchAtLoginController()->setLaunchAtLogin(true);
 }
 
 void AppDelegate::addNotificationObservers()
@@ -169,8 +175,13 @@ void AppDelegate::addNotificationObservers()
 void AppDelegate::addStatusBarItem()
 {
     m_statusMenu = new StatusMenu(this);
-    const bool launchAtLogin = LaunchAtLoginController().launchAtLogin();
-    m_statusMenu->addStatusBarItem(launchAtLogin);
+    LaunchAtLoginController *launchAtLogin = launchAtLoginController();
+    m_statusMenu->addStatusBarItem(launchAtLogin->launchAtLogin());
+    connect(launchAtLogin, &LaunchAtLoginController::launchAtLoginChanged, this,
+            [this, launchAtLogin] {
+                if (QAction *item = m_statusMenu->autostartMenuItem())
+                    item->setChecked(launchAtLogin->launchAtLogin());
+            });
 
     connect(m_statusMenu, &StatusMenu::checkForUpdatesTriggered, this,
             &AppDelegate::checkForUpdates);
@@ -242,8 +253,7 @@ void AppDelegate::setAutostartWithOSX(QAction *sender)
         return;
     // A checkable item has already flipped its mark when this runs: the new mark is the
     // wish. It is not read back from the autostart entries.
-    LaunchAtLoginController launchController;
-    launchController.setLaunchAtLogin(sender->isChecked());
+    launchAtLoginController()->setLaunchAtLogin(sender->isChecked());
 }
 
 void AppDelegate::showPreferencesWindow(QAction *)

@@ -14,6 +14,7 @@
 class AccessibilityTextSource;
 class AccessibilityTrust;
 class GoogleTranslateByURL;
+class LaunchAtLoginController;
 class LanguageSelection;
 class MessageBoxTrustAlerts;
 class ModifierGestureDetector;
@@ -104,6 +105,7 @@ private:
     // The key monitor, the gesture detector, the translation controller and the typing mode
     // behind them, ready before the trust monitor first installs the key monitor.
     void createGesturePipeline();
+    LaunchAtLoginController *launchAtLoginController();
     void showWelcomeAlert();
     void addNotificationObservers();
     TranslationPopover *popoverWindow();
@@ -130,4 +132,7 @@ private:
     TrustMonitor *m_trustMonitor = nullptr;
     TypingModeCoordinator *m_typingMode = nullptr;
     PreferencesWindowController *m_preferencesWindowController = nullptr;
+    // One controller for the life of the process: its watcher keeps the autostart item's
+    // mark in step with the autostart entry, however that changes.
+    LaunchAtLoginController *m_launchAtLogin = nullptr;
 };
