@@ -23,9 +23,9 @@ namespace {
 constexpr int kLeftControl = 37, kRightControl = 105, kLeftAlt = 64, kRightAlt = 108,
               kLeftSuper = 133, kRightShift = 62, kMenuKey = 135;
 
-constexpr quint64 kShift = ModifierKeyMonitorX11::kShiftFlag;
-constexpr quint64 kCommand = ModifierKeyMonitorX11::kCommandFlag;
-constexpr quint16 kFnCode = ModifierKeyMonitorX11::kFnKeyCode;
+constexpr quint64 kShift = ModifierKeys::kShiftFlag;
+constexpr quint64 kCommand = ModifierKeys::kCommandFlag;
+constexpr quint16 kFnCode = ModifierKeys::kFnKeyCode;
 
 // What a test expects of one event: the key code and the flags after the change.
 using Reported = QPair<int, quint64>;
@@ -69,9 +69,9 @@ public:
         // The mark: right Shift down, then up, whatever else is held.
         const auto markArrived = [&] {
             const qsizetype n = m_events.size();
-            return n >= 2 && m_events[n - 2].first == ModifierKeyMonitorX11::kRightShiftKeyCode &&
+            return n >= 2 && m_events[n - 2].first == ModifierKeys::kRightShiftKeyCode &&
                    (m_events[n - 2].second & kShift) &&
-                   m_events[n - 1].first == ModifierKeyMonitorX11::kRightShiftKeyCode &&
+                   m_events[n - 1].first == ModifierKeys::kRightShiftKeyCode &&
                    !(m_events[n - 1].second & kShift);
         };
         if (!QTest::qWaitFor(markArrived, 10000))
@@ -211,13 +211,13 @@ void TestModifierKeyMonitor::modifierChangesArriveInOrder_data()
         << QStringLiteral("Control_R")
         << QStringList{down(kRightControl), down(kLeftSuper), up(kLeftSuper), up(kRightControl)}
         << ReportedList{{kFnCode, kFnFlag},
-                        {ModifierKeyMonitorX11::kLeftCommandKeyCode, kFnFlag | kCommand},
-                        {ModifierKeyMonitorX11::kLeftCommandKeyCode, kFnFlag},
+                        {ModifierKeys::kLeftCommandKeyCode, kFnFlag | kCommand},
+                        {ModifierKeys::kLeftCommandKeyCode, kFnFlag},
                         {kFnCode, 0}};
     QTest::newRow("an unknown fn key name leaves fn without a key")
         << QStringLiteral("NoSuchKey") << QStringList{down(kLeftSuper), up(kLeftSuper)}
-        << ReportedList{{ModifierKeyMonitorX11::kLeftCommandKeyCode, kCommand},
-                        {ModifierKeyMonitorX11::kLeftCommandKeyCode, 0}};
+        << ReportedList{{ModifierKeys::kLeftCommandKeyCode, kCommand},
+                        {ModifierKeys::kLeftCommandKeyCode, 0}};
 }
 
 void TestModifierKeyMonitor::modifierChangesArriveInOrder()

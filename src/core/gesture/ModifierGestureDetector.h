@@ -15,6 +15,13 @@ inline constexpr quint16 kLeftOptionKeyCode = 58;
 inline constexpr quint16 kRightOptionKeyCode = 61;
 // The key that reports the fn flag (on PC keyboards, its stand-in).
 inline constexpr quint16 kFnKeyCode = 63;
+// Modifiers outside the gesture that still make a modifier change.
+inline constexpr quint64 kShiftFlag = 0x20000;
+inline constexpr quint64 kCommandFlag = 0x100000;
+inline constexpr quint16 kLeftShiftKeyCode = 56;
+inline constexpr quint16 kRightShiftKeyCode = 60;
+inline constexpr quint16 kLeftCommandKeyCode = 55;
+inline constexpr quint16 kRightCommandKeyCode = 54;
 } // namespace ModifierKeys
 
 // One modifier change: the flags held after it, the key that changed and when.

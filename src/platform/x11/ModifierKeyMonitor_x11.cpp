@@ -50,10 +50,10 @@ constexpr Role kModifierRoles[] = {
     {kAltR, kRightOptionKeyCode, kOptionFlag},
     {kMetaR, kRightOptionKeyCode, kOptionFlag},
     {kIsoLevel3Shift, kRightOptionKeyCode, kOptionFlag},
-    {kShiftL, ModifierKeyMonitorX11::kLeftShiftKeyCode, ModifierKeyMonitorX11::kShiftFlag},
-    {kShiftR, ModifierKeyMonitorX11::kRightShiftKeyCode, ModifierKeyMonitorX11::kShiftFlag},
-    {kSuperL, ModifierKeyMonitorX11::kLeftCommandKeyCode, ModifierKeyMonitorX11::kCommandFlag},
-    {kSuperR, ModifierKeyMonitorX11::kRightCommandKeyCode, ModifierKeyMonitorX11::kCommandFlag},
+    {kShiftL, ModifierKeys::kLeftShiftKeyCode, ModifierKeys::kShiftFlag},
+    {kShiftR, ModifierKeys::kRightShiftKeyCode, ModifierKeys::kShiftFlag},
+    {kSuperL, ModifierKeys::kLeftCommandKeyCode, ModifierKeys::kCommandFlag},
+    {kSuperR, ModifierKeys::kRightCommandKeyCode, ModifierKeys::kCommandFlag},
 };
 
 // XInput 2 events travel as generic events: a server can announce XInput 2.2 with the

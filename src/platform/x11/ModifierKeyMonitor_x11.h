@@ -27,16 +27,6 @@ class ModifierKeyMonitorX11 : public ModifierKeyMonitor
     Q_OBJECT
 
 public:
-    // Beyond the gesture's own bits: the other modifiers a modifier change can carry.
-    static constexpr quint64 kShiftFlag = 0x20000;
-    static constexpr quint64 kCommandFlag = 0x100000;
-    static constexpr quint16 kLeftShiftKeyCode = 56;
-    static constexpr quint16 kRightShiftKeyCode = 60;
-    static constexpr quint16 kLeftCommandKeyCode = 55;
-    static constexpr quint16 kRightCommandKeyCode = 54;
-    // The fn key's own virtual key code, reported for the stand-in key.
-    static constexpr quint16 kFnKeyCode = ModifierKeys::kFnKeyCode;
-
     // An empty display name means $DISPLAY. The fn stand-in is an X keysym name; an unknown
     // name leaves fn without a key.
     ModifierKeyMonitorX11(const QString &displayName, const QString &fnStandInKey,
