@@ -4,6 +4,7 @@
 #include "common/Log.h"
 #include "controller/AccessibilityTextSource.h"
 #include "gesture/ModifierGestureDetector.h"
+#include "platform/atspi/AccessibilityBusWatcher.h"
 #include "platform/x11/ModifierKeyMonitor.h"
 #include "system/AccessibilityTrust.h"
 #include "system/TrustAlerts.h"
@@ -14,6 +15,7 @@
 #include "languages/LanguageTable.h"
 #include "system/LaunchAtLoginController.h"
 #include "system/MoveToApplications.h"
+#include "system/RestartInPlace.h"
 #include "system/Updater.h"
 #include "system/UsageReporter.h"
 #include "translation/GoogleTranslateByURL.h"
@@ -29,6 +31,9 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QTimer>
+#include <QWidget>
+
+#include <algorithm>
 
 namespace {
 
@@ -320,6 +325,44 @@ void AppDelegate::startRegularlyCheckingIfProcessIsTrusted()
     m_trustMonitor = new TrustMonitor(*m_trust, *m_keyMonitor, *m_trustAlerts, std::move(hooks),
                                       TrustMonitor::kCheckPeriod, this);
     m_trustMonitor->startRegularlyCheckingIfProcessIsTrusted();
+
+    m_accessibilityBusWatcher = new AccessibilityBusWatcher(QDBusConnection::sessionBus(), this);
+    connect(m_accessibilityBusWatcher, &AccessibilityBusWatcher::replaced, this,
+            &AppDelegate::restartToFollowAccessibilityBus);
+}
+
+void AppDelegate::restartToFollowAccessibilityBus()
+{
+    if (m_terminated)
+        return;
+    // Never under the user's hands: a popover, the typing panel, a menu or an alert on
+    // screen waits for the user to finish.
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    const bool busy = isPopoverShown() ||
+                      std::any_of(windows.cbegin(), windows.cend(), [](const QWidget *window) {
+                          // The tray icon's own window (on XEmbed trays) is always there.
+                          return window->isVisible() && !window->inherits("QSystemTrayIconSys");
+                      });
+    if (busy) {
+        if (!m_restartPending)
+            QTimer::singleShot(kRestartRetryPeriod, this, [this] {
+                m_restartPending = false;
+                restartToFollowAccessibilityBus();
+            });
+        m_restartPending = true;
+        return;
+    }
+    tolkaro::logLine(QStringLiteral("Starting again to read applications on the new accessibility bus"));
+    if (m_keyMonitor)
+        m_keyMonitor->remove();
+    m_preferences.synchronize();
+    emit aboutToRestart();
+    const QString failure = restartInPlace();
+    // Still here: this process goes on as it was, only without reading other applications.
+    tolkaro::logLine(QStringLiteral("Could not start again: %1").arg(failure));
+    emit restartFailed();
+    if (m_keyMonitor && m_trust && m_trust->isProcessTrusted())
+        m_keyMonitor->install();
 }
 
 void AppDelegate::showSpotlightTranslationPopup()

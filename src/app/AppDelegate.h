@@ -11,6 +11,7 @@
 #include <chrono>
 #include <memory>
 
+class AccessibilityBusWatcher;
 class AccessibilityTextSource;
 class AccessibilityTrust;
 class GoogleTranslateByURL;
@@ -72,6 +73,11 @@ public:
     // Accessibility trust: which menu is shown, whether the key monitor runs.
     void startRegularlyCheckingIfProcessIsTrusted();
 
+    // The accessibility bus was replaced: Tolkaro starts itself again, once nothing of it
+    // is on screen, since only a new process can read applications on the new bus.
+    void restartToFollowAccessibilityBus();
+    static constexpr std::chrono::milliseconds kRestartRetryPeriod{1000};
+
     // The typing mode opens or closes (its shortcut, or asked over D-Bus).
     void showSpotlightTranslationPopup();
 
@@ -100,6 +106,10 @@ public:
 signals:
     // The welcome alert is on screen (tests dismiss it).
     void welcomeAlertShown();
+    // Just before this process is replaced by a new start of Tolkaro (the application gives
+    // up its one-instance name here).
+    void aboutToRestart();
+    void restartFailed();
 
 private:
     // The key monitor, the gesture detector, the translation controller and the typing mode
@@ -130,6 +140,8 @@ private:
     std::unique_ptr<AccessibilityTrust> m_trust;
     std::unique_ptr<MessageBoxTrustAlerts> m_trustAlerts;
     TrustMonitor *m_trustMonitor = nullptr;
+    AccessibilityBusWatcher *m_accessibilityBusWatcher = nullptr;
+    bool m_restartPending = false;
     TypingModeCoordinator *m_typingMode = nullptr;
     PreferencesWindowController *m_preferencesWindowController = nullptr;
     // One controller for the life of the process: its watcher keeps the autostart item's

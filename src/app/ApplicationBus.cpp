@@ -42,6 +42,13 @@ Claim claimSingleInstance(const QStringList &arguments)
     return Claim::AlreadyRunning;
 }
 
+void releaseSingleInstance()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (bus.isConnected() && bus.interface())
+        bus.interface()->unregisterService(QString::fromLatin1(kServiceName));
+}
+
 } // namespace ApplicationBus
 
 ApplicationBusObject::ApplicationBusObject(AppDelegate &delegate, QObject *parent)

@@ -30,6 +30,8 @@ enum class Claim
 
 // Claims the name; when another instance holds it, calls its AnotherInstanceStarted.
 Claim claimSingleInstance(const QStringList &arguments);
+// Gives the name back (before this process starts itself again).
+void releaseSingleInstance();
 } // namespace ApplicationBus
 
 // The object at kObjectPath.

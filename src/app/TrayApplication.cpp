@@ -72,6 +72,11 @@ int runTrayApplication(QApplication &app)
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
                      &AppDelegate::applicationWillTerminate);
 
+    QObject::connect(&delegate, &AppDelegate::aboutToRestart, &delegate,
+                     &ApplicationBus::releaseSingleInstance);
+    QObject::connect(&delegate, &AppDelegate::restartFailed, &delegate,
+                     [] { ApplicationBus::claimSingleInstance({}); });
+
     ApplicationBusObject busObject(delegate);
     busObject.exportOnSessionBus();
 

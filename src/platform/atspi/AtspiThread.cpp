@@ -5,6 +5,8 @@
 
 #include <atspi/atspi.h>
 
+#include <atomic>
+
 namespace {
 
 struct Completion
@@ -13,6 +15,8 @@ struct Completion
     std::condition_variable done;
     bool finished = false;
 };
+
+std::atomic<bool> threadExists{false};
 
 } // namespace
 
@@ -23,6 +27,11 @@ AtspiThread &AtspiThread::instance()
     return *thread;
 }
 
+bool AtspiThread::exists()
+{
+    return threadExists.load();
+}
+
 AtspiThread::AtspiThread()
 {
     m_thread.setObjectName(QStringLiteral("AT-SPI"));
@@ -31,10 +40,16 @@ AtspiThread::AtspiThread()
     m_context->moveToThread(&m_thread);
     // The thread's event dispatcher is a GLib one with a GMainContext of its own, pushed as
     // that thread's default: libatspi's connections go there, away from the main loop.
+    threadExists = true;
     runAndWait(
-        [] {
+        [this] {
             if (atspi_init() > 1)
                 return;
+            if (DBusConnection *bus = atspi_get_a11y_bus()) {
+                char *id = dbus_connection_get_server_id(bus);
+                m_busServerId = QString::fromLatin1(id);
+                dbus_free(id);
+            }
             atspi_set_main_context(g_main_context_get_thread_default());
             // No longer start-up grace for young applications: a fixed short timeout.
             atspi_set_timeout(int(kMethodCallTimeout.count()), 0);

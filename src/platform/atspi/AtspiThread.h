@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QString>
 #include <QThread>
 
 #include <chrono>
@@ -36,6 +37,13 @@ public:
     static constexpr std::chrono::milliseconds kDefaultDeadline{1500};
 
     static AtspiThread &instance();
+    // Whether instance() has been asked for yet, without starting the thread.
+    static bool exists();
+
+    // The id (D-Bus server GUID) of the accessibility bus libatspi connected to when the
+    // thread started; empty when there was none. libatspi never leaves that bus, so a bus
+    // with another id means this process can no longer read other applications.
+    QString busServerId() const { return m_busServerId; }
 
     // libatspi is initialised and the accessibility bus answers.
     bool isValid();
@@ -57,6 +65,7 @@ private:
     QThread m_thread;
     QObject *m_context = nullptr;
     std::optional<bool> m_valid;
+    QString m_busServerId;
 };
 
 template <typename T>
