@@ -1214,6 +1214,12 @@ UIElement UIElementUtilities::applicationOfUIElement(const UIElement &element)
                 return current;
             current = parentOf(current.accessible());
         }
+        // LibreOffice's document windows, reached from inside, have no parent (the window
+        // the application lists is another object): the element's connection knows its root.
+        AtspiApplication *connection = element.accessible()->parent.app;
+        if (!t_gaveUp && connection && connection->root &&
+            roleOf(connection->root) == ATSPI_ROLE_APPLICATION)
+            return UIElement::retain(connection->root);
         return {};
     });
 }
