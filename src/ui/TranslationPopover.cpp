@@ -7,6 +7,7 @@
 #include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPropertyAnimation>
 #include <QRegion>
 #include <QScreen>
 #include <QVBoxLayout>
@@ -62,6 +63,16 @@ TranslationPopover::TranslationPopover(QWidget *content, QWidget *parent)
 
     connect(m_clickWatcher, &OutsideClickWatcher::buttonPressed, this,
             &TranslationPopover::outsideButtonPressed);
+
+    // Showing and closing fade, where a compositor can show a window half transparent.
+    m_fade = new QPropertyAnimation(this, "windowOpacity", this);
+    m_fade->setDuration(int(kFadeDuration.count()));
+    connect(m_fade, &QPropertyAnimation::finished, this, [this] {
+        if (m_fade->endValue().toReal() == 0.0) {
+            hide();
+            setWindowOpacity(1.0);
+        }
+    });
 }
 
 TranslationPopover::~TranslationPopover() = default;
@@ -79,6 +90,15 @@ void TranslationPopover::showAtPoint(const QPoint &position)
     if (layout())
         layout()->activate();
     placeAroundAnchor();
+    // A show while the last close is still fading takes the window over as it is.
+    const bool wasFadingOut = m_fade->state() == QAbstractAnimation::Running;
+    m_fade->stop();
+    if (m_composited && !wasFadingOut) {
+        setWindowOpacity(0.0);
+        fadeTo(1.0);
+    } else if (m_composited) {
+        fadeTo(1.0);
+    }
     show();
     raise();
     m_clickWatcher->start();
@@ -87,7 +107,26 @@ void TranslationPopover::showAtPoint(const QPoint &position)
 void TranslationPopover::closePopover()
 {
     m_clickWatcher->stop();
-    hide();
+    if (!m_composited || !isVisible()) {
+        m_fade->stop();
+        hide();
+        setWindowOpacity(1.0);
+        return;
+    }
+    fadeTo(0.0);
+}
+
+bool TranslationPopover::isClosing() const
+{
+    return m_fade->state() == QAbstractAnimation::Running && m_fade->endValue().toReal() == 0.0;
+}
+
+void TranslationPopover::fadeTo(qreal opacity)
+{
+    m_fade->stop();
+    m_fade->setStartValue(windowOpacity());
+    m_fade->setEndValue(opacity);
+    m_fade->start();
 }
 
 QRect TranslationPopover::bodyGeometry() const
@@ -145,7 +184,7 @@ void TranslationPopover::paintEvent(QPaintEvent *)
 
 void TranslationPopover::outsideButtonPressed()
 {
-    if (!isVisible() || bodyGeometry().contains(QCursor::pos()))
+    if (!isVisible() || isClosing() || bodyGeometry().contains(QCursor::pos()))
         return;
     closePopover();
     emit closedByOutsideClick();
