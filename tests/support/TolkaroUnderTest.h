@@ -10,6 +10,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
+#include <QRect>
 #include <QSettings>
 #include <QTest>
 
@@ -22,20 +23,55 @@ inline QDBusInterface testInterface()
                           QStringLiteral("org.tolkaro.Tolkaro.Test"));
 }
 
-inline QVariantMap popOverState()
+// A method of the test object; a default T when tolkaro does not answer.
+template <typename T, typename... Arguments>
+T call(const QString &method, const Arguments &...arguments)
 {
     QDBusInterface test = testInterface();
-    const QDBusReply<QVariantMap> reply = test.call(QStringLiteral("PopOverState"));
-    return reply.isValid() ? reply.value() : QVariantMap();
+    const QDBusReply<T> reply = test.call(method, arguments...);
+    return reply.isValid() ? reply.value() : T();
+}
+
+inline QVariantMap popOverState()
+{
+    return call<QVariantMap>(QStringLiteral("PopOverState"));
+}
+
+// The x, y, width and height of a state (the popover's body, the tray icon) as a rectangle.
+inline QRect rectOf(const QVariantMap &state)
+{
+    return QRect(state.value(QStringLiteral("x")).toInt(), state.value(QStringLiteral("y")).toInt(),
+                 state.value(QStringLiteral("width")).toInt(),
+                 state.value(QStringLiteral("height")).toInt());
+}
+
+// The attached status menu's items, with their titles, checks and submenus.
+inline QJsonArray menuLayout()
+{
+    return QJsonDocument::fromJson(call<QString>(QStringLiteral("MenuLayout")).toUtf8()).array();
 }
 
 // Items of the attached status menu: 2 for the short menu of an untrusted process, more for
 // the full one; -1 when tolkaro does not answer.
 inline int statusMenuItemCount()
 {
-    QDBusInterface test = testInterface();
-    const QDBusReply<QString> reply = test.call(QStringLiteral("MenuLayout"));
-    return reply.isValid() ? QJsonDocument::fromJson(reply.value().toUtf8()).array().size() : -1;
+    const QString layout = call<QString>(QStringLiteral("MenuLayout"));
+    return layout.isEmpty() ? -1 : QJsonDocument::fromJson(layout.toUtf8()).array().size();
+}
+
+// Starts `binary` on the settings in `configHome` with the test object on, as they are.
+inline bool launch(QProcess &process, const QString &binary, const QString &configHome,
+                   const QString &translateUrl = QString())
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
+    environment.insert(QStringLiteral("TOLKARO_TEST_HOOKS"), QStringLiteral("1"));
+    if (!translateUrl.isEmpty())
+        environment.insert(QStringLiteral("TOLKARO_TRANSLATE_URL"), translateUrl);
+    process.setProcessEnvironment(environment);
+    process.setProgram(binary);
+    process.start();
+    return process.waitForStarted(15000);
 }
 
 // Starts `binary` on the settings in `configHome`, seeded for a user who has seen the welcome
@@ -52,27 +88,23 @@ inline bool start(QProcess &process, const QString &binary, const QString &confi
         settings.setValue(QStringLiteral("UsageReportingEnabled"), false);
         settings.setValue(QStringLiteral("UpdateFeedURL"), translateUrl + QStringLiteral("/feed"));
     }
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
-    environment.insert(QStringLiteral("TOLKARO_TEST_HOOKS"), QStringLiteral("1"));
-    environment.insert(QStringLiteral("TOLKARO_TRANSLATE_URL"), translateUrl);
-    process.setProcessEnvironment(environment);
-    process.setProgram(binary);
-    process.start();
-    return process.waitForStarted(15000) &&
+    return launch(process, binary, configHome, translateUrl) &&
            QTest::qWaitFor([] { return statusMenuItemCount() > 2; }, 15000);
 }
 
-// SIGTERM, then SIGKILL if it lingers.
-inline void stop(QProcess &process)
+// SIGTERM, as a session end does, then SIGKILL if it lingers. Answers the exit code, -1 for
+// a process that had to be killed or crashed.
+inline int stop(QProcess &process)
 {
-    if (process.state() == QProcess::NotRunning)
-        return;
-    process.terminate();
-    if (!process.waitForFinished(10000)) {
-        process.kill();
-        process.waitForFinished(5000);
+    if (process.state() != QProcess::NotRunning) {
+        process.terminate();
+        if (!process.waitForFinished(10000)) {
+            process.kill();
+            process.waitForFinished(5000);
+            return -1;
+        }
     }
+    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
 } // namespace TolkaroUnderTest
