@@ -8,31 +8,11 @@ class TestNotificationCenter : public QObject
 {
     Q_OBJECT
 private slots:
-    void deliversInOrderWithUserInfo();
     void observerEndsWithItsContext();
     void handlerMayAddObservers();
-    void otherNamesAreNotDelivered();
 };
 
-void TestNotificationCenter::deliversInOrderWithUserInfo()
-{
-    NotificationCenter center;
-    QObject context;
-    QStringList calls;
-    center.addObserver(NotificationNames::kSpotlightEditingFinished, &context,
-                       [&](const QVariantMap &info) {
-                           calls << QStringLiteral("first:") +
-                                        info.value(NotificationUserInfoKeys::kText).toString();
-                       });
-    center.addObserver(NotificationNames::kSpotlightEditingFinished, nullptr,
-                       [&](const QVariantMap &) { calls << QStringLiteral("second"); });
-
-    center.post(NotificationNames::kSpotlightEditingFinished,
-                {{NotificationUserInfoKeys::kText, QStringLiteral("hola")}});
-    // Synchronous: everything ran before post() returned.
-    QCOMPARE(calls, (QStringList{QStringLiteral("first:hola"), QStringLiteral("second")}));
-}
-
+// Delivery with the user info, before post() returns, is the typing panel test's.
 void TestNotificationCenter::observerEndsWithItsContext()
 {
     NotificationCenter center;
@@ -67,17 +47,6 @@ void TestNotificationCenter::handlerMayAddObservers()
     QCOMPARE(late, 0);
     center.post(NotificationNames::kOpenTypingModeNotification);
     QCOMPARE(late, 1);
-}
-
-void TestNotificationCenter::otherNamesAreNotDelivered()
-{
-    NotificationCenter center;
-    int calls = 0;
-    center.addObserver(NotificationNames::kSpotlightTranslationPerformedSuccessfully, nullptr,
-                       [&](const QVariantMap &) { ++calls; });
-    center.post(NotificationNames::kSpotlightEnterPressedNotification);
-    center.post(QStringLiteral("spotlighttranslationperformedsuccessfully"));
-    QCOMPARE(calls, 0);
 }
 
 QTEST_APPLESS_MAIN(TestNotificationCenter)
