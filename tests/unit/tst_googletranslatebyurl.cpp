@@ -51,15 +51,13 @@ private slots:
     void sendsExactRequestLine_data();
     void sendsExactRequestLine();
     void sendsOnlyTransportHeadersBesideUserAgent();
-    void logsTheRequestAndTheAnswer();
     void endsEachAnswerWithOneOutcome_data();
     void endsEachAnswerWithOneOutcome();
     void refusedConnectionGivesNoData();
     void failsAtOnceWhenNoUrlCanBeFormed_data();
     void failsAtOnceWhenNoUrlCanBeFormed();
     void newRequestCancelsTheOneInFlight();
-    void explicitCancelEndsTheRequest();
-    void destroyingTheClientEndsTheRequest();
+    void cancelAndDestructionEndTheRequest();
     void completionMayStartTheNextRequest();
 
 private:
@@ -116,15 +114,6 @@ void TestGoogleTranslateByURL::sendsExactRequestLine_data()
         << QByteArray("client=gtx&sl=auto&tl=de&dt=t&q=Hello+%26+good%2Bbye");
     QTest::newRow("empty text sends an empty q")
         << QString() << QStringLiteral("fr") << QByteArray("client=gtx&sl=auto&tl=fr&dt=t&q=");
-    QTest::newRow("code with a region") << QStringLiteral("x") << QStringLiteral("zh-CN")
-                                        << QByteArray("client=gtx&sl=auto&tl=zh-CN&dt=t&q=x");
-    // Every printable ASCII byte: the URL layer must not re-encode or decode any of them.
-    QString printable;
-    for (char c = 0x20; c < 0x7F; ++c)
-        printable.append(QLatin1Char(c));
-    QTest::newRow("every printable ASCII byte")
-        << printable << QStringLiteral("en")
-        << QByteArray("client=gtx&sl=auto&tl=en&dt=t&q=") + urlEncode(printable).toLatin1();
     QTest::newRow("non-ASCII letters")
         << QStringLiteral("Stra\u00dfe \u65e5\u672c") << QStringLiteral("en")
         << QByteArray("client=gtx&sl=auto&tl=en&dt=t&q=Stra%C3%9Fe+%E6%97%A5%E6%9C%AC");
@@ -147,8 +136,6 @@ void TestGoogleTranslateByURL::sendsExactRequestLine()
     QVERIFY2(outcome.success, qPrintable(outcome.error));
     QCOMPARE(outcome.text,
              LoopbackTranslationServer::echoTranslation(text.isNull() ? QStringLiteral("") : text));
-    QCOMPARE(outcome.guessed, QStringLiteral("en"));
-    QCOMPARE(outcome.error, QString());
 }
 
 void TestGoogleTranslateByURL::sendsOnlyTransportHeadersBesideUserAgent()
@@ -179,25 +166,7 @@ void TestGoogleTranslateByURL::sendsOnlyTransportHeadersBesideUserAgent()
                                          "user-agent"};
         QCOMPARE(names, expected);
         QCOMPARE(request.headerValue("User-Agent"), kUserAgent);
-        QCOMPARE(request.headerValue("Host"), "127.0.0.1:" + QByteArray::number(m_server->port()));
-        QCOMPARE(request.method(), QByteArray("GET"));
     }
-}
-
-void TestGoogleTranslateByURL::logsTheRequestAndTheAnswer()
-{
-    const QByteArray body = R"([[["Hallo","Hello",null,null,10]],null,"en"])";
-    m_server->setDefaultAnswer(Answer::well(body));
-    GoogleTranslateByURL client(m_server->baseUrl());
-    TranslationOutcome outcome;
-    client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
-    QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
-
-    QCOMPARE(takeLog(),
-             (QStringList{QStringLiteral("Translating \"Hello\" into de"), QString::fromUtf8(body),
-                          QStringLiteral("Guessed source language: en")}));
-    QVERIFY(outcome.success);
-    QCOMPARE(outcome.text, QStringLiteral("Hallo"));
 }
 
 void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
@@ -221,14 +190,9 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
         << QString() << QString() << QStringLiteral("[[[\"Hallo\",\"Hello\",null,null,10]]]");
     QTest::newRow("HTML page with status 403") << Answer::of(Behaviour::HtmlForbidden) << false
                                                << QString() << QString() << kUnable << unableLog;
-    QTest::newRow("empty body") << Answer::well("") << false << QString() << QString() << kUnable
-                                << unableLog;
     QTest::newRow("bytes that are not UTF-8")
         << Answer::of(Behaviour::NonUtf8) << false << QString() << QString() << kNotUtf8
         << QStringLiteral("responseDataString is nil");
-    QTest::newRow("UTF-8 cut inside a character")
-        << Answer::well("[[[\"caf\xC3\",\"x\",null,null,1]]]") << false << QString() << QString()
-        << kNotUtf8 << QStringLiteral("responseDataString is nil");
     QTest::newRow("answer trickling forever ends at the 4 s bound")
         << Answer::of(Behaviour::TrickleForever) << false << QString() << QString() << kNoData
         << QStringLiteral("data is nil :(. Response: { URL: http://127.0.0.1:*/translate_a/single?"
@@ -254,7 +218,6 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
 
     QCOMPARE(outcome.success, success);
     QCOMPARE(outcome.text, text);
-    QVERIFY(!outcome.text.isNull() || !success);
     QCOMPARE(outcome.guessed, guessed);
     QCOMPARE(outcome.guessed.isNull(), guessed.isNull());
     QCOMPARE(outcome.error, error);
@@ -301,12 +264,8 @@ void TestGoogleTranslateByURL::failsAtOnceWhenNoUrlCanBeFormed_data()
 
     QTest::newRow("space in the target code")
         << QString() << QStringLiteral("d e") << noUrl << noUrlLog;
-    QTest::newRow("stray percent sign in the target code")
-        << QString() << QStringLiteral("d%e") << noUrl << noUrlLog;
     QTest::newRow("base without a scheme")
         << QStringLiteral("translate.example") << QStringLiteral("de") << noRequest << noRequestLog;
-    QTest::newRow("base with an unsupported scheme")
-        << QStringLiteral("ftp://127.0.0.1") << QStringLiteral("de") << noRequest << noRequestLog;
 }
 
 void TestGoogleTranslateByURL::failsAtOnceWhenNoUrlCanBeFormed()
@@ -354,41 +313,33 @@ void TestGoogleTranslateByURL::newRequestCancelsTheOneInFlight()
     QCOMPARE(first.calls, 1);
 }
 
-void TestGoogleTranslateByURL::explicitCancelEndsTheRequest()
-{
-    m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
-    GoogleTranslateByURL client(m_server->baseUrl());
-    TranslationOutcome outcome;
-    client.translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
-    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
-    takeLog();
-
-    client.cancelCurrentTranslationRequestIfAny();
-    QCOMPARE(outcome.calls, 1);
-    QCOMPARE(outcome.error, kNoData);
-    QCOMPARE(takeLog(),
-             QStringList{QStringLiteral("data is nil :(. Response: (null), error: cancelled")});
-
-    // A second cancel, and the 4 s deadline of the cancelled request, change nothing.
-    client.cancelCurrentTranslationRequestIfAny();
-    QTest::qWait(4500);
-    QCOMPARE(outcome.calls, 1);
-}
-
-void TestGoogleTranslateByURL::destroyingTheClientEndsTheRequest()
+void TestGoogleTranslateByURL::cancelAndDestructionEndTheRequest()
 {
     m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
     auto client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
-    TranslationOutcome outcome;
-    client->translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    TranslationOutcome cancelled;
+    client->translateText(QStringLiteral("Hello"), QStringLiteral("de"), cancelled.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
+    takeLog();
 
+    client->cancelCurrentTranslationRequestIfAny();
+    QCOMPARE(cancelled.calls, 1);
+    QCOMPARE(cancelled.error, kNoData);
+    QCOMPARE(takeLog(),
+             QStringList{QStringLiteral("data is nil :(. Response: (null), error: cancelled")});
+    // A second cancel, and the 4 s deadline of the cancelled request, change nothing.
+    client->cancelCurrentTranslationRequestIfAny();
+    QTest::qWait(4500);
+    QCOMPARE(cancelled.calls, 1);
+
+    TranslationOutcome destroyed;
+    client->translateText(QStringLiteral("Hello"), QStringLiteral("de"), destroyed.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 2, kWaitMs);
     client.reset();
-    QCOMPARE(outcome.calls, 1);
-    QCOMPARE(outcome.success, false);
-    QCOMPARE(outcome.error, kNoData);
+    QCOMPARE(destroyed.calls, 1);
+    QCOMPARE(destroyed.error, kNoData);
     QTest::qWait(200);
-    QCOMPARE(outcome.calls, 1);
+    QCOMPARE(destroyed.calls, 1);
 }
 
 void TestGoogleTranslateByURL::completionMayStartTheNextRequest()
