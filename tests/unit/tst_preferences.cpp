@@ -9,8 +9,6 @@ class TestPreferences : public QObject
     Q_OBJECT
 private slots:
     void init();
-    void shortcutRoundTrip_data();
-    void shortcutRoundTrip();
     void shortcutWrittenByHand_data();
     void shortcutWrittenByHand();
     void translationServiceURL_data();
@@ -42,34 +40,7 @@ QString TestPreferences::writeIni(const QByteArray &contents)
     return m_iniPath;
 }
 
-void TestPreferences::shortcutRoundTrip_data()
-{
-    QTest::addColumn<quint32>("keySym");
-    QTest::addColumn<quint32>("modifiers");
-
-    QTest::newRow("Ctrl+Alt+Shift+Meta+F12")
-        << quint32(0xffc9)
-        << quint32(Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier | Qt::MetaModifier);
-    QTest::newRow("Unicode keysym, no modifiers") << quint32(0x10004e4) << quint32(0);
-}
-
-void TestPreferences::shortcutRoundTrip()
-{
-    QFETCH(quint32, keySym);
-    QFETCH(quint32, modifiers);
-
-    {
-        Preferences preferences(m_iniPath);
-        preferences.setTypingModeKeyboardShortcut({keySym, modifiers});
-        preferences.synchronize();
-    }
-    const Preferences reread(m_iniPath);
-    const std::optional<StoredShortcut> shortcut = reread.typingModeKeyboardShortcut();
-    QVERIFY(shortcut);
-    QCOMPARE(shortcut->keySym, keySym);
-    QCOMPARE(shortcut->modifiers, modifiers);
-}
-
+// A recorded shortcut read back by a fresh store is the typing desktop test's.
 void TestPreferences::shortcutWrittenByHand_data()
 {
     QTest::addColumn<QByteArray>("line");

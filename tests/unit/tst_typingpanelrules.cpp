@@ -1,6 +1,5 @@
 #include "typing/EditTimers.h"
 #include "typing/TextGrowthRule.h"
-#include "typing/TypingModeRules.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -9,34 +8,10 @@ class TestTypingPanelRules : public QObject
 {
     Q_OBJECT
 private slots:
-    void panelHeight_data();
-    void panelHeight();
     void textGrowth_data();
     void textGrowth();
     void quickEditsShareOneTranslation();
-    void continuousTypingWaitsForTheLastKey();
-    void relayoutFollowsLaterEdits();
 };
-
-void TestTypingPanelRules::panelHeight_data()
-{
-    QTest::addColumn<int>("inputHeight");
-    QTest::addColumn<int>("detailsHeight");
-    QTest::addColumn<bool>("expanded");
-    QTest::addColumn<int>("expected");
-    QTest::newRow("collapsed ignores the details") << 22 << 40 << false << 42;
-    QTest::newRow("expanded adds details and a margin") << 22 << 40 << true << 92;
-    QTest::newRow("expanded with empty details") << 22 << 0 << true << 52;
-}
-
-void TestTypingPanelRules::panelHeight()
-{
-    QFETCH(int, inputHeight);
-    QFETCH(int, detailsHeight);
-    QFETCH(bool, expanded);
-    QFETCH(int, expected);
-    QCOMPARE(TypingModeRules::panelHeight(inputHeight, detailsHeight, expanded), expected);
-}
 
 // One step of the field's life: start or stop editing, or ask for the size with the
 // text's measured height (-1: no text layout to measure).
@@ -61,7 +36,6 @@ void TestTypingPanelRules::textGrowth_data()
     auto end = [] { return S{S::EndEditing, -1.0, {}}; };
     auto measure = [](qreal height, QSizeF expected) { return S{S::Measure, height, expected}; };
     QTest::addColumn<QList<GrowthStep>>("steps");
-    QTest::newRow("one line while editing") << QList<S>{begin(), measure(17.0, {200.0, 17.0})};
     QTest::newRow("no text layout: the inherited height")
         << QList<S>{begin(), measure(-1.0, inherited)};
     QTest::newRow("one to three lines follows the text")
@@ -103,6 +77,7 @@ void TestTypingPanelRules::textGrowth()
     }
 }
 
+// Waiting for the last of a run of keys is the typing desktop test's.
 void TestTypingPanelRules::quickEditsShareOneTranslation()
 {
     EditTimers timers;
@@ -112,37 +87,13 @@ void TestTypingPanelRules::quickEditsShareOneTranslation()
     timers.textDidChange();
     timers.textDidChange();
     timers.textDidChange();
-    QVERIFY(timers.isRelayoutPending());
-    QVERIFY(timers.isEditingFinishedPending());
     QTRY_COMPARE(finished.count(), 1);
     QCOMPARE(relayouts.count(), 1);
-    // Nothing more is queued behind the one that fired.
+    // Nothing more is queued behind the one that fired; a later edit lays out again.
     QTest::qWait(2 * int(EditTimers::kEditingFinishedDelay.count()));
     QCOMPARE(finished.count(), 1);
     QCOMPARE(relayouts.count(), 1);
-}
-
-void TestTypingPanelRules::continuousTypingWaitsForTheLastKey()
-{
-    EditTimers timers;
-    QSignalSpy finished(&timers, &EditTimers::editingFinished);
-    for (int key = 0; key < 6; ++key) {
-        timers.textDidChange();
-        QTest::qWait(200);
-        QCOMPARE(finished.count(), 0);
-    }
-    QTRY_COMPARE(finished.count(), 1);
-}
-
-void TestTypingPanelRules::relayoutFollowsLaterEdits()
-{
-    EditTimers timers;
-    QSignalSpy relayouts(&timers, &EditTimers::relayoutDue);
     timers.textDidChange();
-    QTRY_COMPARE(relayouts.count(), 1);
-    QVERIFY(!timers.isRelayoutPending());
-    timers.textDidChange();
-    QVERIFY(timers.isRelayoutPending());
     QTRY_COMPARE(relayouts.count(), 2);
 }
 
