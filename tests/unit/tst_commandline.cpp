@@ -153,9 +153,6 @@ void TestCommandLine::informationAndMisuse_data()
     QTest::addColumn<QByteArray>("outContains");
     QTest::addColumn<QByteArray>("errContains");
 
-    QTest::newRow("help") << QStringList{QStringLiteral("--help")} << 0
-                          << QByteArray("Open or close the typing panel of the running Tolkaro.")
-                          << QByteArray();
     QTest::newRow("version") << QStringList{QStringLiteral("--version")} << 0
                              << QByteArray("Tolkaro " TOLKARO_VERSION "\n") << QByteArray();
     QTest::newRow("typing mode with no Tolkaro running")
