@@ -55,6 +55,7 @@ QString languageItem(const LanguageEntry &entry)
 namespace {
 
 constexpr char kStatusIconResource[] = ":/icons/LightAndDarkIcon.svg";
+constexpr char kAlternateStatusIconResource[] = ":/icons/AppIcon-Inverted-32.svg";
 
 QString englishFlag()
 {
@@ -92,7 +93,11 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
     m_statusItem = new QSystemTrayIcon(this);
     // A missing image leaves the item without one; nothing else depends on it.
     if (QFile::exists(QString::fromLatin1(kStatusIconResource)))
-        m_statusItem->setIcon(QIcon(QString::fromLatin1(kStatusIconResource)));
+        m_image = QIcon(QString::fromLatin1(kStatusIconResource));
+    m_alternateImage = QFile::exists(QString::fromLatin1(kAlternateStatusIconResource))
+                           ? QIcon(QString::fromLatin1(kAlternateStatusIconResource))
+                           : m_image;
+    m_statusItem->setIcon(m_image);
     m_statusItem->setToolTip(QStringLiteral("Tolkaro"));
 
     m_statusItemMenuAppNotTrusted = new QMenu;
@@ -142,8 +147,22 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
                     popUpMenu();
             });
 
+    showImageWhileOpen(m_statusItemMenuAppTrusted);
+    showImageWhileOpen(m_statusItemMenuAppNotTrusted);
     showMenuForTrust(true);
     m_statusItem->show();
+}
+
+void StatusMenu::showImageWhileOpen(QMenu *menu)
+{
+    connect(menu, &QMenu::aboutToShow, this, [this] {
+        if (m_statusItem)
+            m_statusItem->setIcon(m_alternateImage);
+    });
+    connect(menu, &QMenu::aboutToHide, this, [this] {
+        if (m_statusItem)
+            m_statusItem->setIcon(m_image);
+    });
 }
 
 QMenu *StatusMenu::buildLanguageSubmenu()

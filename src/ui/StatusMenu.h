@@ -3,6 +3,7 @@
 #include <QAction>
 #include <QMenu>
 #include <QObject>
+#include <QIcon>
 #include <QPointer>
 #include <QString>
 #include <QSystemTrayIcon>
@@ -54,7 +55,11 @@ signals:
 
 private:
     QMenu *buildLanguageSubmenu();
+    // The inverted image while a menu of the item is open, as a highlighted item shows.
+    void showImageWhileOpen(QMenu *menu);
 
+    QIcon m_image;
+    QIcon m_alternateImage;
     QPointer<QSystemTrayIcon> m_statusItem;
     QPointer<QMenu> m_statusItemMenuAppTrusted;
     QPointer<QMenu> m_statusItemMenuAppNotTrusted;
