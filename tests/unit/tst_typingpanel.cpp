@@ -1,7 +1,7 @@
 // The typing panel and the application's side of it, without a desktop: the panel's
-// notifications, its size, what goes to a real client talking to a loopback endpoint, and
-// what reaches the paste. The keyboard grab and the paste into another application are the
-// desktop test's.
+// notifications, its collapsed size, what goes to a real client talking to a loopback
+// endpoint, and what reaches the paste. The keyboard grab, the paste into another application
+// and the panel's growth with its top edge kept are the desktop test's.
 
 #include "LoopbackTranslationServer.h"
 #include "common/NotificationCenter.h"
@@ -37,7 +37,6 @@ private slots:
     void typedTextSent();
     void emptyTextShrinksAndSendsNothing();
     void failedTranslationShowsAndPastesTheErrorText();
-    void resizeKeepsTheTopEdge();
 
 private:
     SpotlightWindowController *spotlight() const { return m_coordinator->spotlight(); }
@@ -136,27 +135,6 @@ void TestTypingPanel::failedTranslationShowsAndPastesTheErrorText()
     QCOMPARE(m_enterNotifications, QStringList{error});
     QCOMPARE(m_pasted, QStringList{error});
     QVERIFY(!spotlight()->isVisible());
-}
-
-void TestTypingPanel::resizeKeepsTheTopEdge()
-{
-    SpotlightWindow *window = spotlight()->window();
-    QTRY_COMPARE(window->height(),
-                 spotlight()->inputTextField()->height() + 2 * TypingModeRules::kPanelMargin);
-    const QRect before = window->geometry();
-    spotlight()->expandWithDetailsText(QStringLiteral("one line\nand a second\nand a third"));
-    const int detailsHeight = spotlight()->detailsTextField()->height();
-    QVERIFY(detailsHeight > 0);
-    const int expected =
-        spotlight()->inputTextField()->height() + 3 * TypingModeRules::kPanelMargin + detailsHeight;
-    QTRY_COMPARE(window->height(), expected);
-    QCOMPARE(window->geometry().top(), before.top());
-
-    // The toggle hides the details without emptying them.
-    spotlight()->toggleButton();
-    QTRY_COMPARE(window->height(), before.height());
-    QCOMPARE(window->geometry().top(), before.top());
-    QVERIFY(!spotlight()->detailsTextField()->text().isEmpty());
 }
 
 QTEST_MAIN(TestTypingPanel)

@@ -12,15 +12,15 @@ class TestUsageReporter : public QObject
 private slots:
     void init();
     void cleanup();
-    void sentOnlyWhenTurnedOn_data();
-    void sentOnlyWhenTurnedOn();
-    void settingsReadAtEveryReport();
+    void sentOnlyWhileTurnedOn();
 
 private:
     // Sends a last event through a reporter that is surely on, and waits for it, so that
     // every event sent before it has arrived too.
     void sendSentinel();
     QList<LoopbackTranslationServer::RecordedRequest> eventsSentTo(const QByteArray &target) const;
+    // Sets the switch (invalid: the key absent) and the endpoint ($SERVER: the loopback server).
+    void configure(const QVariant &enabled, QString endpoint);
 
     std::unique_ptr<QTemporaryDir> m_root;
     std::unique_ptr<Preferences> m_preferences;
@@ -64,61 +64,42 @@ TestUsageReporter::eventsSentTo(const QByteArray &target) const
     return sent;
 }
 
-void TestUsageReporter::sentOnlyWhenTurnedOn_data()
+void TestUsageReporter::configure(const QVariant &enabled, QString endpoint)
 {
-    QTest::addColumn<QVariant>("enabled"); // invalid: the key is absent, which is off
-    QTest::addColumn<QString>("endpoint"); // $SERVER: the loopback server
-    QTest::addColumn<bool>("sent");
-
-    QTest::newRow("endpoint but not turned on") << QVariant() << "$SERVER/events" << false;
-    QTest::newRow("turned on, endpoint not a URL") << QVariant(true) << "::events" << false;
-    QTest::newRow("turned on with an endpoint") << QVariant(true) << "$SERVER/events" << true;
-}
-
-void TestUsageReporter::sentOnlyWhenTurnedOn()
-{
-    QFETCH(QVariant, enabled);
-    QFETCH(QString, endpoint);
-    QFETCH(bool, sent);
-
     if (enabled.isValid())
         m_preferences->settings().setValue("UsageReportingEnabled", enabled);
+    else
+        m_preferences->settings().remove("UsageReportingEnabled");
     m_preferences->settings().setValue("UsageReportingURL",
                                        endpoint.replace("$SERVER", m_server->baseUrl()));
-    UsageReporter reporter(m_preferences.get());
-    QCOMPARE(reporter.isEnabled(), sent);
-    reporter.report(UsageEvents::kTranslationMade,
-                    {{"language", "de"}, {"text length", 12}, {"note", "a&b=c+d é"}});
-    sendSentinel();
-    if (sent)
-        QTRY_COMPARE_WITH_TIMEOUT(eventsSentTo("/events").size(), 1, 20000);
-
-    QCOMPARE(m_server->requestCount(), sent ? 2 : 1);
-    if (!sent)
-        return;
-    const LoopbackTranslationServer::RecordedRequest event = eventsSentTo("/events").first();
-    QCOMPARE(event.method(), QByteArray("POST"));
-    QCOMPARE(event.headerValue("Content-Type"), QByteArray("application/x-www-form-urlencoded"));
-    QCOMPARE(event.body, QByteArray("event=translationHasBeenMadeAnalytics&version=" TOLKARO_VERSION
-                                    "&language=de&note=a%26b%3Dc%2Bd+%C3%A9&text+length=12"));
 }
 
-void TestUsageReporter::settingsReadAtEveryReport()
+// One reporter throughout: the settings are read at every report, so turning reporting off
+// takes effect at once.
+void TestUsageReporter::sentOnlyWhileTurnedOn()
 {
     UsageReporter reporter(m_preferences.get());
+    configure(QVariant(), "$SERVER/events");
+    QVERIFY(!reporter.isEnabled());
     reporter.report(UsageEvents::kFirstLaunchEver);
-
-    m_preferences->settings().setValue("UsageReportingURL", m_server->baseUrl() + "/events");
-    m_preferences->settings().setValue("UsageReportingEnabled", true);
-    reporter.report(UsageEvents::kTypingModeOpened);
-
-    m_preferences->settings().setValue("UsageReportingEnabled", false);
+    configure(true, "::events");
+    QVERIFY(!reporter.isEnabled());
+    reporter.report(UsageEvents::kAccessibilityConsentGiven);
+    configure(true, "$SERVER/events");
+    QVERIFY(reporter.isEnabled());
+    reporter.report(UsageEvents::kTranslationMade,
+                    {{"language", "de"}, {"text length", 12}, {"note", "a&b=c+d é"}});
+    configure(false, "$SERVER/events");
     reporter.report(UsageEvents::kAccessibilityConsentDeclined);
     sendSentinel();
     QTRY_COMPARE_WITH_TIMEOUT(eventsSentTo("/events").size(), 1, 20000);
 
     QCOMPARE(m_server->requestCount(), 2);
-    QVERIFY(eventsSentTo("/events").first().body.startsWith("event=typingModeOpened&"));
+    const LoopbackTranslationServer::RecordedRequest event = eventsSentTo("/events").first();
+    QCOMPARE(event.method(), QByteArray("POST"));
+    QCOMPARE(event.headerValue("Content-Type"), QByteArray("application/x-www-form-urlencoded"));
+    QCOMPARE(event.body, QByteArray("event=translationHasBeenMadeAnalytics&version=" TOLKARO_VERSION
+                                    "&language=de&note=a%26b%3Dc%2Bd+%C3%A9&text+length=12"));
 }
 
 QTEST_GUILESS_MAIN(TestUsageReporter)
