@@ -2,6 +2,7 @@
 
 #include "common/Log.h"
 #include "common/NotificationCenter.h"
+#include "common/UsageEvents.h"
 #include "text/TextCut.h"
 #include "translation/GoogleTranslateByURL.h"
 #include "typing/SpotlightWindowController.h"
@@ -28,7 +29,7 @@ void TypingModeCoordinator::setShortcutSource(ShortcutSource source)
 
 void TypingModeCoordinator::showSpotlightTranslationPopup()
 {
-    emit usageEvent(QStringLiteral("OpenedSpotlightTranslation"));
+    emit usageEvent(QString::fromLatin1(UsageEvents::kTypingModeOpened));
     if (!m_spotlight) {
         m_spotlight = std::make_unique<SpotlightWindowController>();
         if (m_shortcutSource)
@@ -56,7 +57,7 @@ void TypingModeCoordinator::fnKeyReleased()
 
 void TypingModeCoordinator::spotlightEditingFinished(const QVariantMap &userInfo)
 {
-    emit usageEvent(QStringLiteral("MadeSpotlightTranslation"));
+    emit usageEvent(QString::fromLatin1(UsageEvents::kTypingModeTranslationMade));
     const QString typedText =
         userInfo.value(QLatin1String(NotificationUserInfoKeys::kText)).toString();
     if (!m_googleTranslator)
@@ -88,7 +89,7 @@ void TypingModeCoordinator::spotlightEditingFinished(const QVariantMap &userInfo
 
 void TypingModeCoordinator::spotlightEnterPressed(const QVariantMap &userInfo)
 {
-    emit usageEvent(QStringLiteral("PastedSpotlightTranslation"));
+    emit usageEvent(QString::fromLatin1(UsageEvents::kTypingModeTranslationPasted));
     const QString translation =
         userInfo.value(QLatin1String(NotificationUserInfoKeys::kTranslation)).toString();
     m_spotlight->close();

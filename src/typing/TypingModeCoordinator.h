@@ -50,8 +50,8 @@ public slots:
     void fnKeyReleased();
 
 signals:
-    // "OpenedSpotlightTranslation", "MadeSpotlightTranslation", "PastedSpotlightTranslation"
-    // for the usage reporter.
+    // The typing mode's UsageEvents (opened, translation made, translation pasted) for the
+    // usage reporter.
     void usageEvent(const QString &name);
 
 private:

@@ -5,9 +5,9 @@ namespace UsageEvents {
 inline constexpr char kFirstLaunchEver[] = "firstLaunchEverAnalytics";
 inline constexpr char kTranslationMade[] = "translationHasBeenMadeAnalytics";
 inline constexpr char kTranslationError[] = "translationError";
-inline constexpr char kTypingModeOpened[] = "typingModeOpened";
-inline constexpr char kTypingModeTranslationMade[] = "typingModeTranslationMade";
-inline constexpr char kTypingModeTranslationPasted[] = "typingModeTranslationPasted";
-inline constexpr char kAccessibilityConsentGiven[] = "accessibilityConsentGiven";
-inline constexpr char kAccessibilityConsentDeclined[] = "accessibilityConsentDeclined";
+inline constexpr char kTypingModeOpened[] = "OpenedSpotlightTranslation";
+inline constexpr char kTypingModeTranslationMade[] = "MadeSpotlightTranslation";
+inline constexpr char kTypingModeTranslationPasted[] = "PastedSpotlightTranslation";
+inline constexpr char kAccessibilityConsentGiven[] = "userAgreedToEnableAccessibility";
+inline constexpr char kAccessibilityConsentDeclined[] = "userDeclinedToEnableAccessibility";
 } // namespace UsageEvents
