@@ -11,6 +11,7 @@
 #include "platform/atspi/UIElementUtilities.h"
 #include "DesktopInput.h"
 #include "CaptureTestHelpers.h"
+#include "DesktopClipboard.h"
 #include "UIElementSearch.h"
 #include "platform/x11/X11WindowQueries.h"
 
@@ -208,7 +209,7 @@ bool TestCapture::fillClipboardFromAnotherApplication()
     m_clipboardOwner.start(QStringLiteral(TOLKARO_CAPTURE_PROBE), arguments);
     return QTest::qWaitFor([&] { return m_clipboardOwner.readAllStandardOutput().contains("OWNING"); },
                            10000) &&
-           clipboardBytesSeenByOthers(kCustomFormat) == m_clipboardBefore.value(kCustomFormat);
+           DesktopClipboard::bytes(kCustomFormat) == m_clipboardBefore.value(kCustomFormat);
 }
 
 QString TestCapture::targetLog(const QString &which) const
@@ -343,7 +344,7 @@ void TestCapture::copyThroughTheMenuRestoresTheClipboard()
     QStringList targetsBefore;
     if (clipboardFilled) {
         QVERIFY(fillClipboardFromAnotherApplication());
-        targetsBefore = clipboardTargetsSeenByOthers();
+        targetsBefore = DesktopClipboard::targets();
         QVERIFY(targetsBefore.contains(kCustomFormat));
     } else {
         ClipboardSnapshot::clearContents();
@@ -362,8 +363,8 @@ void TestCapture::copyThroughTheMenuRestoresTheClipboard()
         return;
     }
     for (auto it = m_clipboardBefore.cbegin(); it != m_clipboardBefore.cend(); ++it)
-        QCOMPARE(clipboardBytesSeenByOthers(it.key()), std::optional<QByteArray>(it.value()));
-    QCOMPARE(clipboardTargetsSeenByOthers(), targetsBefore);
+        QCOMPARE(DesktopClipboard::bytes(it.key()), std::optional<QByteArray>(it.value()));
+    QCOMPARE(DesktopClipboard::targets(), targetsBefore);
 }
 
 void TestCapture::pasteReplacesTheSelection_data()
@@ -394,7 +395,7 @@ void TestCapture::pasteReplacesTheSelection()
     activateAndFocus(which, element);
     QVERIFY(select(element, 6, 4));
     QVERIFY(fillClipboardFromAnotherApplication());
-    const QStringList targetsBefore = clipboardTargetsSeenByOthers();
+    const QStringList targetsBefore = DesktopClipboard::targets();
     const QString widgetKind = widgetTitle == kEntryName ? QStringLiteral("entry")
                                                          : QStringLiteral("text");
     const qsizetype pastesBefore = targetLog(which).count(QStringLiteral("PASTE ") + widgetKind);
@@ -416,8 +417,8 @@ void TestCapture::pasteReplacesTheSelection()
     QCOMPARE(targetLog(which).count(QStringLiteral("PASTE ") + widgetKind), pastesBefore + 1);
     QCOMPARE(valueText(element), QStringLiteral("alpha Übersetzung gamma"));
     for (auto it = m_clipboardBefore.cbegin(); it != m_clipboardBefore.cend(); ++it)
-        QCOMPARE(clipboardBytesSeenByOthers(it.key()), std::optional<QByteArray>(it.value()));
-    QCOMPARE(clipboardTargetsSeenByOthers(), targetsBefore);
+        QCOMPARE(DesktopClipboard::bytes(it.key()), std::optional<QByteArray>(it.value()));
+    QCOMPARE(DesktopClipboard::targets(), targetsBefore);
 }
 
 void TestCapture::editableTextReplacesTheSelection_data()
@@ -478,7 +479,7 @@ void TestCapture::keystrokeCapture()
     activateAndFocus(QStringLiteral("GTK"), element);
     QVERIFY(select(element, start, length));
     QVERIFY(fillClipboardFromAnotherApplication());
-    const QStringList targetsBefore = clipboardTargetsSeenByOthers();
+    const QStringList targetsBefore = DesktopClipboard::targets();
 
     X11WindowQueries windows;
     const QString activeClass = windows.windowClass(windows.activeWindow());
@@ -489,8 +490,8 @@ void TestCapture::keystrokeCapture()
 
     QCOMPARE(AccessibilityManager::getStringForBooksApp(), expected);
     for (auto it = m_clipboardBefore.cbegin(); it != m_clipboardBefore.cend(); ++it)
-        QCOMPARE(clipboardBytesSeenByOthers(it.key()), std::optional<QByteArray>(it.value()));
-    QCOMPARE(clipboardTargetsSeenByOthers(), targetsBefore);
+        QCOMPARE(DesktopClipboard::bytes(it.key()), std::optional<QByteArray>(it.value()));
+    QCOMPARE(DesktopClipboard::targets(), targetsBefore);
 }
 
 void TestCapture::stoppedApplicationMakesTheCaptureFail()

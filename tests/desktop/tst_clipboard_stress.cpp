@@ -13,6 +13,7 @@
 #include "capture/AccessibilityManager.h"
 #include "platform/atspi/UIElementUtilities.h"
 #include "CaptureTestHelpers.h"
+#include "DesktopClipboard.h"
 #include "UIElementSearch.h"
 
 #include <QBuffer>
@@ -201,7 +202,7 @@ bool TestClipboardStress::fillClipboardFromAnotherProcess(
         return a.second.size() < b.second.size();
     });
     return QTest::qWaitFor(
-        [&] { return clipboardBytesSeenByOthers(smallest->first) == smallest->second; }, 30000);
+        [&] { return DesktopClipboard::bytes(smallest->first) == smallest->second; }, 30000);
 }
 
 void TestClipboardStress::clipboardSurvivesManyCycles_data()
@@ -228,7 +229,7 @@ void TestClipboardStress::clipboardSurvivesManyCycles()
         QVERIFY2(setText(m_entry, QStringLiteral("alpha beta gamma")), where);
         QVERIFY2(select(m_entry, 6, 4), where);
         QVERIFY2(fillClipboardFromAnotherProcess(formats), where);
-        const QStringList targetsBefore = clipboardTargetsSeenByOthers();
+        const QStringList targetsBefore = DesktopClipboard::targets();
 
         // An application too busy to act on the menu press within the capture's short waits
         // is given up on (nothing copied, nothing pasted): allowed, and counted. Wrong text
@@ -253,13 +254,13 @@ void TestClipboardStress::clipboardSurvivesManyCycles()
         }
 
         for (const auto &format : formats) {
-            const std::optional<QByteArray> after = clipboardBytesSeenByOthers(format.first);
+            const std::optional<QByteArray> after = DesktopClipboard::bytes(format.first);
             QVERIFY2(after, where + " — unreadable: " + format.first.toUtf8());
             QVERIFY2(*after == format.second,
                      where + " — changed: " + format.first.toUtf8() + ", now " +
                          QByteArray::number(after->size()) + " bytes");
         }
-        QCOMPARE(clipboardTargetsSeenByOthers(), targetsBefore);
+        QCOMPARE(DesktopClipboard::targets(), targetsBefore);
     }
     qInfo("%s in %d of %d cycles", paste ? "pasted" : "copied", done, m_cycles);
     // Given up on in more than half the cycles is no longer the machine's load.

@@ -4,6 +4,7 @@
 #include "AtspiProbe.h"
 
 #include <QCoreApplication>
+#include <QProcess>
 
 #include <functional>
 
@@ -293,13 +294,11 @@ AtspiElement applicationByPid(qint64 pid)
     return AtspiElement();
 }
 
-AtspiElement applicationByName(const QString &name)
+AtspiElement targetApplication(const QString &which)
 {
-    for (const AtspiElement &application : applications()) {
-        if (application.name() == name)
-            return application;
-    }
-    return AtspiElement();
+    return applicationByPid(
+        qEnvironmentVariable(qPrintable(QStringLiteral("TOLKARO_%1_TARGET_PID").arg(which)))
+            .toLongLong());
 }
 
 AtspiElement window(const AtspiElement &application, const QString &title)
@@ -309,6 +308,18 @@ AtspiElement window(const AtspiElement &application, const QString &title)
             return child;
     }
     return AtspiElement();
+}
+
+bool setAccessibilityEnabled(bool enabled)
+{
+    return QProcess::execute(
+               QStringLiteral("gdbus"),
+               {QStringLiteral("call"), QStringLiteral("--session"), QStringLiteral("--timeout"),
+                QStringLiteral("5"), QStringLiteral("--dest"), QStringLiteral("org.a11y.Bus"),
+                QStringLiteral("--object-path"), QStringLiteral("/org/a11y/bus"),
+                QStringLiteral("--method"), QStringLiteral("org.freedesktop.DBus.Properties.Set"),
+                QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
+                enabled ? QStringLiteral("<true>") : QStringLiteral("<false>")}) == 0;
 }
 
 } // namespace AtspiProbe

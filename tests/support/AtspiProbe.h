@@ -66,8 +66,13 @@ bool init();
 // The applications on the desktop, this process left out.
 QList<AtspiElement> applications();
 AtspiElement applicationByPid(qint64 pid);
-AtspiElement applicationByName(const QString &name);
+// The test desktop's "GTK" or "QT" target application.
+AtspiElement targetApplication(const QString &which);
 // The top-level window of the application with this title; null when it has none (yet).
 AtspiElement window(const AtspiElement &application, const QString &title);
+
+// Sets the accessibility bus's IsEnabled as another program would (a settings panel, a
+// screen reader); false when the bus did not take it.
+bool setAccessibilityEnabled(bool enabled);
 
 } // namespace AtspiProbe

@@ -3,7 +3,6 @@
 #include "UIElementSearch.h"
 #include "platform/atspi/UIElementUtilities.h"
 
-#include <QProcess>
 #include <QTest>
 
 namespace CaptureTestHelpers {
@@ -31,35 +30,6 @@ bool select(const UIElement &element, int start, int length)
         return selected && (length == 0 ? selected->length == 0
                                         : selected->location == start && selected->length == length);
     });
-}
-
-std::optional<QByteArray> clipboardBytesSeenByOthers(const QString &format)
-{
-    QProcess xclip;
-    xclip.start(QStringLiteral("xclip"),
-                {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-o"),
-                 QStringLiteral("-t"), format});
-    QByteArray bytes;
-    // The bound is a hang guard, not a speed.
-    const bool finished = QTest::qWaitFor(
-        [&] {
-            bytes += xclip.readAllStandardOutput();
-            return xclip.state() == QProcess::NotRunning;
-        },
-        30000);
-    bytes += xclip.readAllStandardOutput();
-    if (!finished || xclip.exitCode() != 0)
-        return std::nullopt;
-    return bytes;
-}
-
-QStringList clipboardTargetsSeenByOthers()
-{
-    QStringList targets =
-        QString::fromLatin1(clipboardBytesSeenByOthers(QStringLiteral("TARGETS")).value_or(""))
-            .split(u'\n', Qt::SkipEmptyParts);
-    targets.sort();
-    return targets;
 }
 
 } // namespace CaptureTestHelpers
