@@ -2,7 +2,13 @@
 
 #include "platform/atspi/UIElement.h"
 
+#include <QByteArray>
+#include <QList>
+#include <QPair>
+#include <QProcess>
 #include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
 
 // What capture tests do to the target applications, through the same AT-SPI thread as the
 // code under test.
@@ -17,5 +23,33 @@ bool setText(const UIElement &element, const QString &text);
 // Selects length units from start in a text element and waits until it reports that
 // selection (length 0: any empty selection).
 bool select(const UIElement &element, int start, int length);
+
+// Clipboard contents: (format, bytes) in the order offered.
+using ClipboardFormats = QList<QPair<QString, QByteArray>>;
+
+// Another application's clipboard: the capture probe (tolkaro-capture-probe at `probePath`)
+// owning the formats until it loses the clipboard or is stopped.
+class ClipboardOwner
+{
+public:
+    explicit ClipboardOwner(const QString &probePath) : m_probePath(probePath) {}
+    ~ClipboardOwner() { stop(); }
+
+    // True once another application reads the formats (the owner announces itself before
+    // its ownership has reached the X server: until then the previous owner answers).
+    bool own(const ClipboardFormats &formats);
+    void stop();
+
+    // How the clipboard as other applications read it now differs from what was owned (a
+    // format's bytes, the list of formats); empty when it is the same.
+    QString changes() const;
+
+private:
+    QString m_probePath;
+    QTemporaryDir m_files;
+    QProcess m_process;
+    ClipboardFormats m_formats;
+    QStringList m_targets;
+};
 
 } // namespace CaptureTestHelpers
