@@ -4,6 +4,7 @@
 // fatal alert in the right order. The check period is shortened; the tests wait for checks
 // to happen, they never time them.
 
+#include "AtspiProbe.h"
 #include "common/Log.h"
 #include "platform/x11/ModifierKeyMonitor_x11.h"
 #include "system/AccessibilityTrust.h"
@@ -11,7 +12,6 @@
 #include "system/TrustMonitor.h"
 #include "system/UsageReporter.h"
 
-#include <QProcess>
 #include <QtTest>
 
 namespace {
@@ -19,29 +19,11 @@ namespace {
 constexpr std::chrono::milliseconds kShortCheckPeriod{30};
 const QString kNoSuchDisplay = QStringLiteral(":4711");
 
-// Sets IsEnabled as another program would (a settings panel, a screen reader).
-bool setIsEnabledFromOutside(bool enabled)
-{
-    QProcess gdbus;
-    gdbus.start(QStringLiteral("gdbus"),
-                {QStringLiteral("call"), QStringLiteral("--session"), QStringLiteral("--timeout"),
-                 QStringLiteral("5"), QStringLiteral("--dest"), QStringLiteral("org.a11y.Bus"),
-                 QStringLiteral("--object-path"), QStringLiteral("/org/a11y/bus"),
-                 QStringLiteral("--method"), QStringLiteral("org.freedesktop.DBus.Properties.Set"),
-                 QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
-                 enabled ? QStringLiteral("<true>") : QStringLiteral("<false>")});
-    return gdbus.waitForFinished(10000) && gdbus.exitStatus() == QProcess::NormalExit &&
-           gdbus.exitCode() == 0;
-}
-
 // Alerts answered from a list, each one written to the journal.
 class ScriptedAlerts : public TrustAlerts
 {
 public:
-    ScriptedAlerts(QStringList &journal, QList<bool> answers)
-        : m_journal(journal), m_answers(std::move(answers))
-    {
-    }
+    ScriptedAlerts(QStringList &journal, QList<bool> answers) : m_journal(journal), m_answers(answers) {}
     bool askForPermission() override
     {
         m_journal << QStringLiteral("ask");
@@ -82,7 +64,7 @@ void TestTrustMonitor::initTestCase()
 void TestTrustMonitor::cleanup()
 {
     tolkaro::setLogSink({});
-    QVERIFY(setIsEnabledFromOutside(true));
+    QVERIFY(AtspiProbe::setAccessibilityEnabled(true));
 }
 
 void TestTrustMonitor::trustFollowsTheAccessibilityBus_data()
@@ -106,14 +88,14 @@ void TestTrustMonitor::trustFollowsTheAccessibilityBus()
     ModifierKeyMonitorX11 monitor(monitorDisplay, QStringLiteral("Super_L"));
     AccessibilityTrust trust([&] { return monitor.canInstall(); });
 
-    QVERIFY(setIsEnabledFromOutside(isEnabled));
+    QVERIFY(AtspiProbe::setAccessibilityEnabled(isEnabled));
     QCOMPARE(trust.isAccessibilityEnabled(), isEnabled);
     QCOMPARE(trust.isProcessTrusted(), expectedTrusted);
     // Asking installs nothing.
     QVERIFY(!monitor.isInstalled());
 
     // Turned around from outside, the next question sees it.
-    QVERIFY(setIsEnabledFromOutside(!isEnabled));
+    QVERIFY(AtspiProbe::setAccessibilityEnabled(!isEnabled));
     QCOMPARE(trust.isAccessibilityEnabled(), !isEnabled);
 
     // And from here: what the prompt does.
@@ -175,7 +157,7 @@ void TestTrustMonitor::checksDriveMenusMonitorAndAlerts()
 
     QStringList journal;
     tolkaro::setLogSink([&](const QString &line) { journal << QStringLiteral("log: ") + line; });
-    QVERIFY(setIsEnabledFromOutside(enabledAtStart));
+    QVERIFY(AtspiProbe::setAccessibilityEnabled(enabledAtStart));
 
     ModifierKeyMonitorX11 monitor(monitorInstallable ? QString() : kNoSuchDisplay,
                                   QStringLiteral("Super_L"));
@@ -205,9 +187,9 @@ void TestTrustMonitor::checksDriveMenusMonitorAndAlerts()
         ++checksDone;
         const QString action = actions.value(checksDone);
         if (action == QLatin1String("revoke"))
-            QVERIFY(setIsEnabledFromOutside(false));
+            QVERIFY(AtspiProbe::setAccessibilityEnabled(false));
         else if (action == QLatin1String("grant"))
-            QVERIFY(setIsEnabledFromOutside(true));
+            QVERIFY(AtspiProbe::setAccessibilityEnabled(true));
         else if (action == QLatin1String("menu item"))
             trustMonitor->makeTrustedMenuItem();
     });
