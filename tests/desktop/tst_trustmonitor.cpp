@@ -48,8 +48,7 @@ class TestTrustMonitor : public QObject
 private slots:
     void initTestCase();
     void cleanup();
-    void trustFollowsTheAccessibilityBus_data();
-    void trustFollowsTheAccessibilityBus();
+    void keyMonitorWithoutADisplayIsNotTrusted();
     void checksDriveMenusMonitorAndAlerts_data();
     void checksDriveMenusMonitorAndAlerts();
 };
@@ -67,40 +66,17 @@ void TestTrustMonitor::cleanup()
     QVERIFY(AtspiProbe::setAccessibilityEnabled(true));
 }
 
-void TestTrustMonitor::trustFollowsTheAccessibilityBus_data()
+// Whether IsEnabled set from outside or by the prompt is followed shows in the checks'
+// journal below; trust also asks that the key monitor can open its display.
+void TestTrustMonitor::keyMonitorWithoutADisplayIsNotTrusted()
 {
-    QTest::addColumn<bool>("isEnabled");
-    QTest::addColumn<QString>("monitorDisplay");
-    QTest::addColumn<bool>("expectedTrusted");
-
-    QTest::newRow("accessibility on, key monitor installable") << true << QString() << true;
-    QTest::newRow("accessibility off") << false << QString() << false;
-    QTest::newRow("accessibility on, no X server for the key monitor")
-        << true << kNoSuchDisplay << false;
-}
-
-void TestTrustMonitor::trustFollowsTheAccessibilityBus()
-{
-    QFETCH(bool, isEnabled);
-    QFETCH(QString, monitorDisplay);
-    QFETCH(bool, expectedTrusted);
-
-    ModifierKeyMonitorX11 monitor(monitorDisplay, QStringLiteral("Super_L"));
+    ModifierKeyMonitorX11 monitor(kNoSuchDisplay, QStringLiteral("Super_L"));
     AccessibilityTrust trust([&] { return monitor.canInstall(); });
-
-    QVERIFY(AtspiProbe::setAccessibilityEnabled(isEnabled));
-    QCOMPARE(trust.isAccessibilityEnabled(), isEnabled);
-    QCOMPARE(trust.isProcessTrusted(), expectedTrusted);
+    QVERIFY(AtspiProbe::setAccessibilityEnabled(true));
+    QVERIFY(trust.isAccessibilityEnabled());
+    QVERIFY(!trust.isProcessTrusted());
     // Asking installs nothing.
     QVERIFY(!monitor.isInstalled());
-
-    // Turned around from outside, the next question sees it.
-    QVERIFY(AtspiProbe::setAccessibilityEnabled(!isEnabled));
-    QCOMPARE(trust.isAccessibilityEnabled(), !isEnabled);
-
-    // And from here: what the prompt does.
-    QVERIFY(trust.setAccessibilityEnabled(isEnabled));
-    QCOMPARE(trust.isAccessibilityEnabled(), isEnabled);
 }
 
 void TestTrustMonitor::checksDriveMenusMonitorAndAlerts_data()
