@@ -25,6 +25,11 @@ constexpr int kFocusSearchBudget = 400;
 constexpr int kMaxParentDepth = 100;
 // A call that takes this long has run into the method-call timeout.
 constexpr auto kStallThreshold = AtspiThread::kMethodCallTimeout * 9 / 10;
+// How many child elements, and how deep, a selection's text is gathered from.
+constexpr int kSelectionChildBudget = 64;
+constexpr int kMaxSelectionDepth = 8;
+// The character that stands for a child element in its parent's text (hypertext).
+constexpr char32_t kEmbeddedObject = U'\uFFFC';
 
 const QString kRole = QStringLiteral("AXRole");
 const QString kRoleDescription = QStringLiteral("AXRoleDescription");
@@ -444,6 +449,9 @@ QStringList attributeNames(AtspiAccessible *accessible)
     return names;
 }
 
+std::optional<QString> selectionOf(AtspiAccessible *accessible, int depth, int &budget);
+std::optional<QString> contentsOf(AtspiAccessible *accessible, int depth, int &budget);
+
 UIElementValue readAttribute(AtspiAccessible *accessible, const QString &attribute)
 {
     if (t_gaveUp)
@@ -469,8 +477,9 @@ UIElementValue readAttribute(AtspiAccessible *accessible, const QString &attribu
     }
     if (attribute == kValue) {
         if (AtspiText *text = textOf(accessible)) {
-            const std::optional<QString> contents = textContents(text);
             g_object_unref(text);
+            int budget = kSelectionChildBudget;
+            const std::optional<QString> contents = contentsOf(accessible, 0, budget);
             return contents ? UIElementValue(*contents) : UIElementValue();
         }
         if (AtspiValue *value = valueOf(accessible)) {
@@ -576,6 +585,113 @@ QString g(double number)
 // Every operation runs as one piece of work on the AT-SPI thread. Once the application has
 // stopped answering, the operations that follow give up at once; an operation that ran into
 // the timeout marks that, since libatspi does not report every timeout as an error.
+// The element a hypertext shows as the embedded-object character at an offset, or null.
+UIElement embeddedObjectAt(AtspiHypertext *hypertext, gint offset)
+{
+    GError *error = nullptr;
+    const gint index = atspi_hypertext_get_link_index(hypertext, offset, &error);
+    if (failed(error) || index < 0)
+        return {};
+    AtspiHyperlink *link = atspi_hypertext_get_link(hypertext, index, &error);
+    if (failed(error) || !link)
+        return {};
+    AtspiAccessible *object = atspi_hyperlink_get_object(link, 0, &error);
+    g_object_unref(link);
+    if (failed(error))
+        return {};
+    return UIElement::adopt(object);
+}
+
+// What a child element shown as an embedded-object character gives to its parent's text.
+enum class ChildPart {
+    Selection, // its selected part, block or inline
+    Inline,    // all its text when it is inline (a link); nothing when it is a block
+};
+
+// Browsers show each child element (a paragraph, a link) in their parent's text as one
+// embedded-object character: puts the children's text in their place. `text` starts at
+// offset `start` of the element's text. Block children are kept on lines of their own.
+QString withEmbeddedObjects(AtspiAccessible *accessible, const QString &text, gint start,
+                            ChildPart part, int depth, int &budget)
+{
+    if (!text.contains(QChar(kEmbeddedObject)) || depth >= kMaxSelectionDepth || t_gaveUp)
+        return text;
+    AtspiHypertext *hypertext = atspi_accessible_get_hypertext_iface(accessible);
+    if (!hypertext)
+        return text;
+    QString gathered;
+    const QList<uint> characters = text.toUcs4();
+    for (qsizetype i = 0; i < characters.size(); ++i) {
+        const char32_t character = characters[i];
+        if (character != kEmbeddedObject) {
+            gathered += QString::fromUcs4(&character, 1);
+            continue;
+        }
+        if (budget-- <= 0 || t_gaveUp)
+            break;
+        const UIElement child = embeddedObjectAt(hypertext, start + gint(i));
+        if (!child)
+            continue;
+        const bool block = !objectAttributes(child.accessible())
+                                .value(QStringLiteral("display"), QStringLiteral("inline"))
+                                .startsWith(QLatin1String("inline"));
+        if (block && part == ChildPart::Inline)
+            continue;
+        const std::optional<QString> childText =
+            part == ChildPart::Selection ? selectionOf(child.accessible(), depth + 1, budget)
+                                         : contentsOf(child.accessible(), depth + 1, budget);
+        if (!childText)
+            continue;
+        if (block && !gathered.isEmpty() && !gathered.endsWith(u'\n'))
+            gathered += u'\n';
+        gathered += *childText;
+        if (block)
+            gathered += u'\n';
+    }
+    g_object_unref(hypertext);
+    return gathered;
+}
+
+// The selected text of an element. A page's document holds the focus in a browser, and its
+// selection is made of embedded-object characters: each stands for its child's selected part.
+std::optional<QString> selectionOf(AtspiAccessible *accessible, int depth, int &budget)
+{
+    AtspiText *text = textOf(accessible);
+    if (!text)
+        return std::nullopt;
+    GError *error = nullptr;
+    QString selected;
+    gint start = 0;
+    AtspiRange *range = atspi_text_get_selection(text, 0, &error);
+    if (!failed(error) && range && range->end_offset > range->start_offset) {
+        start = range->start_offset;
+        selected = takeString(atspi_text_get_text(text, range->start_offset, range->end_offset,
+                                                  &error));
+        if (failed(error))
+            selected.clear();
+    }
+    g_free(range);
+    g_object_unref(text);
+    if (!selected.contains(QChar(kEmbeddedObject)))
+        return selected.isEmpty() ? std::nullopt : std::optional<QString>(selected);
+    selected = withEmbeddedObjects(accessible, selected, start, ChildPart::Selection, depth, budget)
+                   .trimmed();
+    return selected.isEmpty() ? std::nullopt : std::optional<QString>(selected);
+}
+
+// All the text of an element, its inline children's (links) included.
+std::optional<QString> contentsOf(AtspiAccessible *accessible, int depth, int &budget)
+{
+    AtspiText *text = textOf(accessible);
+    if (!text)
+        return std::nullopt;
+    const std::optional<QString> contents = textContents(text);
+    g_object_unref(text);
+    if (!contents)
+        return std::nullopt;
+    return withEmbeddedObjects(accessible, *contents, 0, ChildPart::Inline, depth, budget);
+}
+
 // The process of an application, remembered by its unique bus name (never reused within a
 // session): asking the bus for every application on each capture cost 20 to 40 ms.
 std::optional<qint64> processOfApplication(AtspiAccessible *application)
@@ -1188,6 +1304,13 @@ UIElement UIElementUtilities::elementAtScreenPoint(const UIElement &application,
                 break;
             current = next;
         }
+        // Chromium answers with the run of text under the point where a paragraph mixes text
+        // and links: the paragraph, whose hypertext holds the run, is what the user points at.
+        if (current && current != window && roleOf(current.accessible()) == ATSPI_ROLE_STATIC) {
+            UIElement parent = parentOf(current.accessible());
+            if (parent && parent != window && hasInterface(parent.accessible(), "Hypertext"))
+                return parent;
+        }
         // Qt answers with the deepest element at once, and its text views hold a viewport
         // and scroll bars: what the user points at is the text around them.
         if (current && current != window && !hasInterface(current.accessible(), "Text")) {
@@ -1228,12 +1351,9 @@ std::optional<QString> UIElementUtilities::selectedText(const UIElement &element
 {
     if (!element)
         return std::nullopt;
-    return onAtspiThread<std::optional<QString>>([=]() -> std::optional<QString> {
-        const UIElementValue value = readAttribute(element.accessible(), kSelectedText);
-        const auto *text = std::get_if<QString>(&value);
-        if (!text || text->isEmpty())
-            return std::nullopt;
-        return *text;
+    return onAtspiThread<std::optional<QString>>([=] {
+        int budget = kSelectionChildBudget;
+        return selectionOf(element.accessible(), 0, budget);
     });
 }
 
@@ -1257,7 +1377,11 @@ std::optional<QString> UIElementUtilities::paragraphAtScreenPoint(const UIElemen
             AtspiTextRange *range = atspi_text_get_string_at_offset(
                 text, offset, ATSPI_TEXT_GRANULARITY_PARAGRAPH, &error);
             if (!failed(error) && range) {
-                paragraph = QString::fromUtf8(range->content).trimmed();
+                int budget = kSelectionChildBudget;
+                paragraph = withEmbeddedObjects(element.accessible(),
+                                                QString::fromUtf8(range->content),
+                                                range->start_offset, ChildPart::Inline, 0, budget)
+                                .trimmed();
                 g_free(range->content);
                 g_free(range);
             }

@@ -89,7 +89,8 @@ public:
                                           const QPoint &windowOrigin = QPoint());
     // The application an element belongs to (parent walk), or null.
     static UIElement applicationOfUIElement(const UIElement &element);
-    // The selected text of the element, when it has a non-empty selection.
+    // The selected text of the element, when it has a non-empty selection; the children a
+    // browser's hypertext shows as embedded-object characters give their selected parts.
     static std::optional<QString> selectedText(const UIElement &element);
     // The paragraph of the element's text at a point in screen pixels.
     static std::optional<QString> paragraphAtScreenPoint(const UIElement &element,
