@@ -13,7 +13,6 @@
 #include "capture/AccessibilityManager.h"
 #include "platform/atspi/UIElementUtilities.h"
 #include "CaptureTestHelpers.h"
-#include "DesktopInput.h"
 #include "UIElementSearch.h"
 
 #include <QBuffer>
@@ -122,12 +121,7 @@ void TestClipboardStress::initTestCase()
     qInfo("%d cycles per row, seed %u (TOLKARO_CLIPBOARD_STRESS_SEED replays it)", m_cycles, m_seed);
     // The GTK target's Edit menu acts on its focused widget: one click on the entry, as a
     // user would, makes its window the active one and gives the entry the keyboard.
-    QVERIFY(DesktopInput::click(UIElementUtilities::frameOfUIElement(m_entry).center().toPoint()));
-    QVERIFY(QTest::qWaitFor([&] {
-        const UIElementValue focused =
-            UIElementUtilities::valueOfAttribute(QStringLiteral("AXFocused"), m_entry);
-        return std::get_if<double>(&focused) && std::get<double>(focused) == 1;
-    }));
+    QVERIFY(clickToFocus(m_entry));
 }
 
 void TestClipboardStress::clipboardSurvivesManyCycles_data()

@@ -1,6 +1,7 @@
 #include "CaptureTestHelpers.h"
 
 #include "DesktopClipboard.h"
+#include "DesktopInput.h"
 #include "UIElementSearch.h"
 #include "platform/atspi/UIElementUtilities.h"
 
@@ -34,6 +35,16 @@ bool select(const UIElement &element, int start, int length)
         return selected && (length == 0 ? selected->length == 0
                                         : selected->location == start && selected->length == length);
     });
+}
+
+bool clickToFocus(const UIElement &element)
+{
+    return DesktopInput::click(UIElementUtilities::frameOfUIElement(element).center().toPoint()) &&
+           QTest::qWaitFor([&] {
+               const UIElementValue focused =
+                   UIElementUtilities::valueOfAttribute(QStringLiteral("AXFocused"), element);
+               return std::get_if<double>(&focused) && std::get<double>(focused) == 1;
+           });
 }
 
 bool ClipboardOwner::own(const ClipboardFormats &formats)

@@ -24,6 +24,10 @@ bool setText(const UIElement &element, const QString &text);
 // selection (length 0: any empty selection).
 bool select(const UIElement &element, int start, int length);
 
+// Clicks the element's middle, as a user would to give it the keyboard, and waits until it
+// reports the focus.
+bool clickToFocus(const UIElement &element);
+
 // Clipboard contents: (format, bytes) in the order offered.
 using ClipboardFormats = QList<QPair<QString, QByteArray>>;
 
