@@ -73,40 +73,22 @@ private:
     ReportedList m_events;
 };
 
-// Changes one key's keysyms for the length of a test, and puts them back afterwards.
-class KeyRemap
+// Gives one key another keysym until the returned guard goes, then its own back.
+auto remapKey(int keyCode, const char *keysymName)
 {
-public:
-    KeyRemap(int keyCode, const char *keysymName)
-        : m_display(XOpenDisplay(nullptr)), m_keyCode(keyCode)
-    {
-        if (!m_display)
-            return;
-        m_original = XGetKeyboardMapping(m_display, KeyCode(keyCode), 1, &m_symsPerCode);
-        std::vector<KeySym> syms(m_symsPerCode, NoSymbol);
-        syms[0] = XStringToKeysym(keysymName);
-        XChangeKeyboardMapping(m_display, keyCode, m_symsPerCode, syms.data(), 1);
-        XSync(m_display, False);
-    }
-    ~KeyRemap()
-    {
-        if (!m_display)
-            return;
-        if (m_original) {
-            XChangeKeyboardMapping(m_display, m_keyCode, m_symsPerCode, m_original, 1);
-            XFree(m_original);
-        }
-        XSync(m_display, False);
-        XCloseDisplay(m_display);
-    }
-    bool isValid() const { return m_display && m_original; }
-
-private:
-    Display *m_display = nullptr;
-    int m_keyCode = 0;
-    int m_symsPerCode = 0;
-    KeySym *m_original = nullptr;
-};
+    Display *display = XOpenDisplay(nullptr);
+    int symsPerCode = 0;
+    KeySym *original = XGetKeyboardMapping(display, KeyCode(keyCode), 1, &symsPerCode);
+    std::vector<KeySym> syms(symsPerCode, NoSymbol);
+    syms[0] = XStringToKeysym(keysymName);
+    XChangeKeyboardMapping(display, keyCode, symsPerCode, syms.data(), 1);
+    XSync(display, False);
+    return qScopeGuard([=] {
+        XChangeKeyboardMapping(display, keyCode, symsPerCode, original, 1);
+        XFree(original);
+        XCloseDisplay(display); // syncs first: the server has the mapping back
+    });
+}
 
 const ReportedList kControlTap{{kLeftControlKeyCode, kControlFlag}, {kLeftControlKeyCode, 0}};
 
@@ -262,8 +244,7 @@ void TestModifierKeyMonitor::mappingChangesAreFollowed()
     Recorder recorder;
     QVERIFY(recorder.monitor.install());
     {
-        KeyRemap remap(keyCode, qPrintable(newKeysym));
-        QVERIFY(remap.isValid());
+        const auto remapped = remapKey(keyCode, qPrintable(newKeysym));
         QCOMPARE(recorder.reportedFor({key(keyCode, "tap")}), expected);
     }
     // And back.
@@ -279,8 +260,7 @@ void TestModifierKeyMonitor::pressJustAfterAMappingChangeIsKept()
     QVERIFY(recorder.monitor.install());
     ReportedList reported;
     {
-        KeyRemap remap(kMenuKey, "F13");
-        QVERIFY(remap.isValid());
+        const auto remapped = remapKey(kMenuKey, "F13");
         reported = recorder.reportedFor({key(kLeftControl, "down")});
     }
     reported += recorder.reportedFor({key(kLeftControl, "up")});
