@@ -610,7 +610,9 @@ enum class ChildPart {
 
 // Browsers show each child element (a paragraph, a link) in their parent's text as one
 // embedded-object character: puts the children's text in their place. `text` starts at
-// offset `start` of the element's text. Block children are kept on lines of their own.
+// offset `start` of the element's text. Block children are kept on lines of their own; a
+// child that does not say it is inline (the browser's own buttons and bars say nothing)
+// counts as a block.
 QString withEmbeddedObjects(AtspiAccessible *accessible, const QString &text, gint start,
                             ChildPart part, int depth, int &budget)
 {
@@ -633,7 +635,7 @@ QString withEmbeddedObjects(AtspiAccessible *accessible, const QString &text, gi
         if (!child)
             continue;
         const bool block = !objectAttributes(child.accessible())
-                                .value(QStringLiteral("display"), QStringLiteral("inline"))
+                                .value(QStringLiteral("display"))
                                 .startsWith(QLatin1String("inline"));
         if (block && part == ChildPart::Inline)
             continue;
