@@ -27,9 +27,15 @@ constexpr int kTrustCheckWait = 7000;
 // How long a gesture that should do nothing is given to do something after all.
 constexpr int kNothingHappensWait = 1200;
 
-// Left Control down, up and down again well inside the double-press window, then held.
-const QStringList kDoublePressAndHold = {QStringLiteral("37:down@0"), QStringLiteral("37:up@60"),
-                                         QStringLiteral("37:down@160")};
+// A key down, up and down again `secondPressAt` ms after the first press, then held.
+QStringList doublePress(int keyCode, int secondPressAt = 160)
+{
+    return {QStringLiteral("%1:down@0").arg(keyCode), QStringLiteral("%1:up@60").arg(keyCode),
+            QStringLiteral("%1:down@%2").arg(keyCode).arg(secondPressAt)};
+}
+
+// Left Control pressed twice well inside the double-press window, then held.
+const QStringList kDoublePressAndHold = doublePress(37);
 
 // An answer translating into echoTranslation(text).
 Answer answer(const char *text, int delayMs = 0)
@@ -234,15 +240,9 @@ void TestGestureE2E::releaseCancelsAndAQuickPressStartsAfresh()
 void TestGestureE2E::notAGesture_data()
 {
     QTest::addColumn<QStringList>("steps");
-    QTest::newRow("left Control presses 0.8 s apart")
-        << QStringList{QStringLiteral("37:down@0"), QStringLiteral("37:up@60"),
-                       QStringLiteral("37:down@860")};
-    QTest::newRow("right Control double press")
-        << QStringList{QStringLiteral("105:down@0"), QStringLiteral("105:up@60"),
-                       QStringLiteral("105:down@160")};
-    QTest::newRow("left Alt double press")
-        << QStringList{QStringLiteral("64:down@0"), QStringLiteral("64:up@60"),
-                       QStringLiteral("64:down@160")};
+    QTest::newRow("left Control presses 0.8 s apart") << doublePress(37, 860);
+    QTest::newRow("right Control double press") << doublePress(105);
+    QTest::newRow("left Alt double press") << doublePress(64);
 }
 
 void TestGestureE2E::notAGesture()

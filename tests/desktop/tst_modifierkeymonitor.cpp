@@ -90,7 +90,13 @@ auto remapKey(int keyCode, const char *keysymName)
     });
 }
 
-const ReportedList kControlTap{{kLeftControlKeyCode, kControlFlag}, {kLeftControlKeyCode, 0}};
+// A modifier key's press and release as reported.
+ReportedList tapOf(int keyCode, quint64 flag)
+{
+    return {{keyCode, flag}, {keyCode, 0}};
+}
+
+const ReportedList kControlTap = tapOf(kLeftControlKeyCode, kControlFlag);
 
 } // namespace
 
@@ -141,14 +147,11 @@ void TestModifierKeyMonitor::modifierChangesArriveInOrder_data()
         return QStringList{key(outer, "down"), key(inner, "down"), key(inner, "up"), key(outer, "up")};
     };
     QTest::newRow("right Control")
-        << super << QStringList{key(kRightControl, "tap")}
-        << ReportedList{{kRightControlKeyCode, kControlFlag}, {kRightControlKeyCode, 0}};
+        << super << QStringList{key(kRightControl, "tap")} << tapOf(kRightControlKeyCode, kControlFlag);
     QTest::newRow("left Alt is left Option")
-        << super << QStringList{key(kLeftAlt, "tap")}
-        << ReportedList{{kLeftOptionKeyCode, kOptionFlag}, {kLeftOptionKeyCode, 0}};
+        << super << QStringList{key(kLeftAlt, "tap")} << tapOf(kLeftOptionKeyCode, kOptionFlag);
     QTest::newRow("left Super stands in for fn")
-        << super << QStringList{key(kLeftSuper, "tap")}
-        << ReportedList{{kFnKeyCode, kFnFlag}, {kFnKeyCode, 0}};
+        << super << QStringList{key(kLeftSuper, "tap")} << tapOf(kFnKeyCode, kFnFlag);
     QTest::newRow("the gesture: press, release, press and hold, release")
         << super << QStringList{key(kLeftControl, "tap"), key(kLeftControl, "tap")}
         << kControlTap + kControlTap;
@@ -174,7 +177,7 @@ void TestModifierKeyMonitor::modifierChangesArriveInOrder_data()
                         {kFnKeyCode, 0}};
     QTest::newRow("an unknown fn key name leaves fn without a key")
         << QStringLiteral("NoSuchKey") << QStringList{key(kLeftSuper, "tap")}
-        << ReportedList{{kLeftCommandKeyCode, kCommandFlag}, {kLeftCommandKeyCode, 0}};
+        << tapOf(kLeftCommandKeyCode, kCommandFlag);
 }
 
 void TestModifierKeyMonitor::modifierChangesArriveInOrder()
@@ -218,7 +221,7 @@ void TestModifierKeyMonitor::eventsArriveWhileAnotherClientGrabsTheKeyboard()
         recorder.reportedFor({key(kLeftSuper, "tap"), key(kLeftControl, "tap")});
     XUngrabKeyboard(grabber, CurrentTime);
     XCloseDisplay(grabber);
-    QCOMPARE(reported, (ReportedList{{kFnKeyCode, kFnFlag}, {kFnKeyCode, 0}} + kControlTap));
+    QCOMPARE(reported, (tapOf(kFnKeyCode, kFnFlag) + kControlTap));
 }
 
 void TestModifierKeyMonitor::mappingChangesAreFollowed_data()
@@ -228,10 +231,9 @@ void TestModifierKeyMonitor::mappingChangesAreFollowed_data()
     QTest::addColumn<ReportedList>("expected");
 
     QTest::newRow("left Control's key made a left Alt")
-        << kLeftControl << "Alt_L"
-        << ReportedList{{kLeftOptionKeyCode, kOptionFlag}, {kLeftOptionKeyCode, 0}};
+        << kLeftControl << "Alt_L" << tapOf(kLeftOptionKeyCode, kOptionFlag);
     QTest::newRow("the Menu key made the fn stand-in")
-        << kMenuKey << "Super_L" << ReportedList{{kFnKeyCode, kFnFlag}, {kFnKeyCode, 0}};
+        << kMenuKey << "Super_L" << tapOf(kFnKeyCode, kFnFlag);
     QTest::newRow("left Alt's key made a letter") << kLeftAlt << "q" << ReportedList{};
 }
 
