@@ -3,6 +3,12 @@
 // and how soon a capture from a stopped (SIGSTOP) application gives up. Also the cost of one
 // hop to the AT-SPI thread and back. Run it in the test desktop:
 //   scripts/test-desktop.sh -- build/bench/tolkaro-bench-capture [ROUNDS]
+// Any other application started in the desktop (a browser, an office suite) gets rows of its
+// own, one per screen point given with --at NAME X,Y, with what was read beside them; with
+// --no-targets only those are measured. Look at a screenshot first to find the points:
+//   scripts/test-desktop.sh --no-targets -- sh -c 'firefox-esr --new-instance --profile DIR
+//       file:///PAGE.html & sleep 12; build/bench/tolkaro-bench-capture 60
+//       --at "Firefox paragraph" 300,193 --at "Firefox input" 300,320'
 
 #include "capture/AccessibilityManager.h"
 #include "platform/atspi/AtspiThread.h"
@@ -13,6 +19,7 @@
 #include <QCursor>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QStringList>
 #include <QThread>
 
 #include <algorithm>
@@ -38,11 +45,39 @@ double captureMilliseconds(bool *gotText)
     return ms;
 }
 
-void pointAt(const UIElement &element)
+void pointAt(const QPoint &point)
 {
-    QCursor::setPos(UIElementUtilities::frameOfUIElement(element).center().toPoint());
+    QCursor::setPos(point);
     QThread::msleep(20);
     QCoreApplication::processEvents();
+}
+
+void pointAt(const UIElement &element)
+{
+    pointAt(UIElementUtilities::frameOfUIElement(element).center().toPoint());
+}
+
+// Captures at the pointer: a few unmeasured first, then one table row.
+void measureRow(const QString &name, int rounds, bool showText)
+{
+    for (int i = 0; i < 3; ++i)
+        captureMilliseconds(nullptr);
+    std::vector<double> samples;
+    int captured = 0;
+    for (int i = 0; i < rounds; ++i) {
+        bool gotText = false;
+        samples.push_back(captureMilliseconds(&gotText));
+        captured += gotText ? 1 : 0;
+    }
+    const Percentiles result = percentiles(samples);
+    std::printf("%-22s %4d/%-3d %10.2f %10.2f", qPrintable(name), captured, rounds, result.median,
+                result.p95);
+    if (showText) {
+        const QString text = AccessibilityManager::getStringForCurrentUIElement().value_or(
+            QStringLiteral("(nothing)"));
+        std::printf("   %s", qPrintable(text.left(50).simplified()));
+    }
+    std::printf("\n");
 }
 
 } // namespace
@@ -50,7 +85,22 @@ void pointAt(const UIElement &element)
 int main(int argc, char **argv)
 {
     QGuiApplication app(argc, argv);
-    const int rounds = argc > 1 ? std::max(5, atoi(argv[1])) : 60;
+    const QStringList args = app.arguments();
+    const int rounds = args.size() > 1 && !args[1].startsWith(u'-') ? std::max(5, args[1].toInt())
+                                                                     : 60;
+    // --at NAME X,Y: a row for whatever lies at that screen point.
+    QList<QPair<QString, QPoint>> extraPoints;
+    for (qsizetype i = args.indexOf(QStringLiteral("--at")); i >= 0 && i + 2 < args.size();
+         i = args.indexOf(QStringLiteral("--at"), i + 3)) {
+        const QStringList xy = args[i + 2].split(u',');
+        if (xy.size() == 2)
+            extraPoints.append({args[i + 1], QPoint(xy[0].toInt(), xy[1].toInt())});
+    }
+    const bool withTargets = !qEnvironmentVariableIsEmpty("TOLKARO_GTK_TARGET_PID");
+    if (!withTargets && extraPoints.isEmpty()) {
+        std::fprintf(stderr, "no GTK target: run this in scripts/test-desktop.sh\n");
+        return 1;
+    }
 
     std::vector<double> hops;
     for (int i = 0; i < 2000; ++i) {
@@ -63,6 +113,12 @@ int main(int argc, char **argv)
     std::printf("AT-SPI thread hop: median %.3f ms, p95 %.3f ms\n", hop.median, hop.p95);
 
     std::printf("%-22s %8s %10s %10s\n", "target", "captures", "median ms", "p95 ms");
+    for (const auto &[name, point] : extraPoints) {
+        pointAt(point);
+        measureRow(name, rounds, true);
+    }
+    if (!withTargets)
+        return 0;
     for (const char *which : {"GTK", "QT"}) {
         const qint64 pid = qEnvironmentVariable(qPrintable(QStringLiteral("TOLKARO_%1_TARGET_PID")
                                                                .arg(QLatin1String(which))))
@@ -83,19 +139,8 @@ int main(int argc, char **argv)
                     QStringLiteral("Some words to capture in the %1").arg(QLatin1String(kind)),
                     QStringLiteral("AXValue"), element);
             pointAt(element);
-            for (int i = 0; i < 3; ++i)
-                captureMilliseconds(nullptr);
-            std::vector<double> samples;
-            int captured = 0;
-            for (int i = 0; i < rounds; ++i) {
-                bool gotText = false;
-                samples.push_back(captureMilliseconds(&gotText));
-                captured += gotText ? 1 : 0;
-            }
-            const Percentiles result = percentiles(samples);
-            std::printf("%-22s %4d/%-3d %10.2f %10.2f\n",
-                        qPrintable(QStringLiteral("%1 %2").arg(QLatin1String(which), QLatin1String(kind))),
-                        captured, rounds, result.median, result.p95);
+            measureRow(QStringLiteral("%1 %2").arg(QLatin1String(which), QLatin1String(kind)),
+                       rounds, false);
         }
     }
 

@@ -4,6 +4,9 @@
 //   tolkaro-capture-probe --capture-at X,Y        the text under the pointer at X,Y
 //   tolkaro-capture-probe --describe-at X,Y       the full report of the element at X,Y
 //   tolkaro-capture-probe --paste-into PID TEXT   pastes TEXT into the application PID
+//   tolkaro-capture-probe --paste-at X,Y TEXT     captures at X,Y, then pastes TEXT where a
+//                                                 translation would go, and prints the
+//                                                 clipboard as it was left
 //   tolkaro-capture-probe --own-clipboard FORMAT=FILE...
 //                                                 puts the files' bytes on the clipboard
 //                                                 under those formats, prints "OWNING" and
@@ -76,6 +79,17 @@ int main(int argc, char **argv)
         AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(application, args[3]);
         return application ? 0 : 1;
     }
+    if (args.size() >= 4 && args[1] == u"--paste-at") {
+        moveTo(parsePoint(args[2]));
+        const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement();
+        out << (text ? QStringLiteral("TEXT %1").arg(*text) : QStringLiteral("NONE")) << "\n";
+        QElapsedTimer timer;
+        timer.start();
+        AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement({}, args[3]);
+        out << QStringLiteral("PASTE MS %1").arg(timer.nsecsElapsed() / 1e6, 0, 'f', 2) << "\n"
+            << QStringLiteral("CLIPBOARD %1").arg(QGuiApplication::clipboard()->text()) << "\n";
+        return text ? 0 : 1;
+    }
     if (args.size() >= 2 && args[1] == u"--own-clipboard") {
         auto *data = new QMimeData;
         for (const QString &pair : args.mid(2)) {
@@ -96,7 +110,7 @@ int main(int argc, char **argv)
     }
     std::fprintf(stderr,
                  "usage: %s --capture-at X,Y | --describe-at X,Y | --paste-into PID TEXT | "
-                 "--own-clipboard FORMAT=FILE...\n",
+                 "--paste-at X,Y TEXT | --own-clipboard FORMAT=FILE...\n",
                  argv[0]);
     return 2;
 }
