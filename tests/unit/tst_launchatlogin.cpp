@@ -128,8 +128,8 @@ void TestLaunchAtLogin::setLaunchAtLogin()
 
     QVERIFY(QDir(m_root->path()).mkpath("link"));
     QVERIFY(QFile::link(m_self, m_root->path() + "/link/tolkaro"));
-    for (const QString &spec : before) {
-        const QStringList parts = spec.split('|');
+    for (const QString &described : before) {
+        const QStringList parts = described.split('|');
         QString exec = parts[1];
         exec.replace("$SELF", m_self).replace("$OTHER", m_other).replace("$ROOT", m_root->path());
         writeEntry(parts[0], "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec=" + exec +
