@@ -1,6 +1,8 @@
 // The rules of text capture that need no other application: which candidate text wins, how
-// a menu item's key binding reads, and how a point outside every screen converts.
+// a menu item's key binding reads, how a point outside every screen converts, and which bus
+// an accessibility bus address names.
 
+#include "platform/atspi/AccessibilityBusWatcher.h"
 #include "platform/atspi/MenuKeyBinding.h"
 #include "platform/atspi/UIElementUtilities.h"
 #include "text/CandidateTexts.h"
@@ -39,6 +41,8 @@ private slots:
     void menuKeyBinding();
     void pointConversion_data();
     void pointConversion();
+    void busServerId_data();
+    void busServerId();
 };
 
 void TestCaptureRules::longestTextWithLetters_data()
@@ -126,6 +130,27 @@ void TestCaptureRules::pointConversion()
     QFETCH(QPointF, point);
     QFETCH(QPointF, expected);
     QCOMPARE(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(point), expected);
+}
+
+// The bus is told by its GUID: a restarted bus has the same path and a new GUID.
+void TestCaptureRules::busServerId_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("path, then guid") << "unix:path=/run/user/1000/at-spi/bus_0,guid=0a1b2c" << "0a1b2c";
+    QTest::newRow("guid first") << "unix:guid=0a1b2c,path=/tmp/bus" << "0a1b2c";
+    QTest::newRow("guid in the second transport") << "unix:path=/gone;tcp:host=localhost,port=1,guid=ff"
+                                                  << "ff";
+    QTest::newRow("no guid") << "unix:path=/tmp/bus" << QString();
+    QTest::newRow("a path that holds the word") << "unix:path=/tmp/guid=x" << QString();
+    QTest::newRow("empty") << QString() << QString();
+}
+
+void TestCaptureRules::busServerId()
+{
+    QFETCH(QString, address);
+    QFETCH(QString, expected);
+    QCOMPARE(AccessibilityBusWatcher::serverIdOfAddress(address), expected);
 }
 
 QTEST_MAIN(TestCaptureRules)
