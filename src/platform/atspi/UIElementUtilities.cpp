@@ -582,9 +582,6 @@ QString g(double number)
     return QString::asprintf("%g", number);
 }
 
-// Every operation runs as one piece of work on the AT-SPI thread. Once the application has
-// stopped answering, the operations that follow give up at once; an operation that ran into
-// the timeout marks that, since libatspi does not report every timeout as an error.
 // The element a hypertext shows as the embedded-object character at an offset, or null.
 UIElement embeddedObjectAt(AtspiHypertext *hypertext, gint offset)
 {
@@ -781,6 +778,9 @@ ApplicationPoint applicationPoint(AtspiAccessible *accessible, const QPoint &scr
     return {screenPoint - windowOrigin, ATSPI_COORD_TYPE_WINDOW};
 }
 
+// Every operation runs as one piece of work on the AT-SPI thread. Once the application has
+// stopped answering, the operations that follow give up at once; an operation that ran into
+// the timeout marks that, since libatspi does not report every timeout as an error.
 template <typename T>
 T onAtspiThread(std::function<T()> work, T fallback = T())
 {
