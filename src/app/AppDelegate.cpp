@@ -353,16 +353,12 @@ void AppDelegate::restartToFollowAccessibilityBus()
         return;
     }
     tolkaro::logLine(QStringLiteral("Starting again to read applications on the new accessibility bus"));
-    if (m_keyMonitor)
-        m_keyMonitor->remove();
     m_preferences.synchronize();
     emit aboutToRestart();
     const QString failure = restartInPlace();
     // Still here: this process goes on as it was, only without reading other applications.
     tolkaro::logLine(QStringLiteral("Could not start again: %1").arg(failure));
     emit restartFailed();
-    if (m_keyMonitor && m_trust && m_trust->isProcessTrusted())
-        m_keyMonitor->install();
 }
 
 void AppDelegate::showSpotlightTranslationPopup()

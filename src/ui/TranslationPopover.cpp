@@ -90,13 +90,10 @@ void TranslationPopover::showAtPoint(const QPoint &position)
     if (layout())
         layout()->activate();
     placeAroundAnchor();
-    // A show while the last close is still fading takes the window over as it is.
-    const bool wasFadingOut = m_fade->state() == QAbstractAnimation::Running;
-    m_fade->stop();
-    if (m_composited && !wasFadingOut) {
-        setWindowOpacity(0.0);
-        fadeTo(1.0);
-    } else if (m_composited) {
+    if (m_composited) {
+        // A show while the last close is still fading takes the window over as it is.
+        if (m_fade->state() != QAbstractAnimation::Running)
+            setWindowOpacity(0.0);
         fadeTo(1.0);
     }
     show();

@@ -17,9 +17,9 @@ const QString kLauncherService = QStringLiteral("org.a11y.Bus");
 AccessibilityBusWatcher::AccessibilityBusWatcher(const QDBusConnection &sessionBus, QObject *parent)
     : QObject(parent), m_bus(sessionBus)
 {
-    m_watcher = new QDBusServiceWatcher(kLauncherService, m_bus,
-                                        QDBusServiceWatcher::WatchForOwnerChange, this);
-    connect(m_watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+    auto *watcher = new QDBusServiceWatcher(kLauncherService, m_bus,
+                                            QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
             [this](const QString &, const QString &, const QString &newOwner) {
                 if (!newOwner.isEmpty())
                     compareWithNewBus();

@@ -4,8 +4,6 @@
 #include <QObject>
 #include <QString>
 
-class QDBusServiceWatcher;
-
 // Notices when the accessibility bus this process reads other applications through has been
 // replaced by a new one (its launcher was restarted, or it was not there when Tolkaro
 // started). libatspi connects once and then stays with that bus for the life of the process:
@@ -34,5 +32,4 @@ private:
     void compareWithNewBus();
 
     QDBusConnection m_bus;
-    QDBusServiceWatcher *m_watcher = nullptr;
 };

@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QScopeGuard>
 #include <QGuiApplication>
 #include <QHash>
 #include <QScreen>
@@ -671,10 +672,10 @@ std::optional<QString> selectionOf(AtspiAccessible *accessible, int depth, int &
     }
     g_free(range);
     g_object_unref(text);
-    if (!selected.contains(QChar(kEmbeddedObject)))
-        return selected.isEmpty() ? std::nullopt : std::optional<QString>(selected);
-    selected = withEmbeddedObjects(accessible, selected, start, ChildPart::Selection, depth, budget)
-                   .trimmed();
+    if (selected.contains(QChar(kEmbeddedObject)))
+        selected = withEmbeddedObjects(accessible, selected, start, ChildPart::Selection, depth,
+                                       budget)
+                       .trimmed();
     return selected.isEmpty() ? std::nullopt : std::optional<QString>(selected);
 }
 
@@ -852,20 +853,19 @@ void UIElementUtilities::performAction(const QString &action, const UIElement &e
         // answer is no sign of a hang, and must not make the next capture give up.
         const GiveUpMark gaveUpBefore = t_gaveUp;
         atspi_set_timeout(int(AtspiThread::kActionTimeout.count()), 0);
-        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
-        if (!actions) {
+        const auto restore = qScopeGuard([gaveUpBefore] {
             atspi_set_timeout(int(AtspiThread::kMethodCallTimeout.count()), 0);
             t_gaveUp = gaveUpBefore;
+        });
+        AtspiAction *actions = atspi_accessible_get_action_iface(element.accessible());
+        if (!actions)
             return;
-        }
         const int index = actionIndex(actions, action);
         GError *error = nullptr;
         if (index >= 0)
             atspi_action_do_action(actions, index, &error);
         failed(error);
-        t_gaveUp = gaveUpBefore;
         g_object_unref(actions);
-        atspi_set_timeout(int(AtspiThread::kMethodCallTimeout.count()), 0);
     };
     // Without waiting: the caller's thread must stay free to serve the clipboard.
     AtspiThread &thread = AtspiThread::instance();
