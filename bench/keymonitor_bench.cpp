@@ -3,7 +3,7 @@
 //
 //   tolkaro-bench-keymonitor [--presses N] [--idle-seconds S]
 //
-// Latency: the time from an XTest key event leaving this process to the ModifierEvent being
+// Latency: the time from an XTest key event leaving this process to the GestureKeyEvent being
 // delivered by the monitor, for N presses and N releases of left Control (median, p95, max).
 // Idle: context switches of this process over S seconds with the monitor installed and the
 // keyboard untouched (getrusage and /proc/self/status), next to the same without it.
@@ -109,7 +109,7 @@ int main(int argc, char **argv)
     QElapsedTimer clock;
     QEventLoop waitForEvent;
     qint64 deliveredAtNs = 0;
-    QObject::connect(&monitor, &ModifierKeyMonitor::modifierEvent, &monitor, [&] {
+    QObject::connect(&monitor, &ModifierKeyMonitor::keyEvent, &monitor, [&] {
         deliveredAtNs = clock.nsecsElapsed();
         waitForEvent.quit();
     });
@@ -142,7 +142,7 @@ int main(int argc, char **argv)
     }
     std::vector<double> all = pressMs;
     all.insert(all.end(), releaseMs.begin(), releaseMs.end());
-    std::printf("key event latency, XTest event sent -> ModifierEvent delivered (%zu events, "
+    std::printf("key event latency, XTest event sent -> key event delivered (%zu events, "
                 "%d lost):\n",
                 all.size(), lost);
     std::printf("  all:      median %.3f ms, p95 %.3f ms, max %.3f ms\n", percentile(all, 0.5),

@@ -5,7 +5,9 @@
 #include "controller/AccessibilityTextSource.h"
 #include "gesture/ModifierGestureDetector.h"
 #include "platform/atspi/AccessibilityBusWatcher.h"
-#include "platform/x11/ModifierKeyMonitor.h"
+#include "platform/ModifierKeyMonitor.h"
+#include "platform/Platform.h"
+#include "platform/TextCaptureBackend.h"
 #include "system/AccessibilityTrust.h"
 #include "system/TrustAlerts.h"
 #include "system/TrustMonitor.h"
@@ -19,15 +21,11 @@
 #include "system/Updater.h"
 #include "system/UsageReporter.h"
 #include "translation/GoogleTranslateByURL.h"
-#include "ui/AnimatedSetString.h"
-#include "ui/PopOverViewController.h"
-#include "ui/PopoverTextField.h"
+#include "ui/PopoverPresenter.h"
 #include "ui/StatusMenu.h"
-#include "ui/TranslationPopover.h"
 
 #include <QAction>
 #include <QApplication>
-#include <QCursor>
 #include <QMenu>
 #include <QMessageBox>
 #include <QTimer>
@@ -54,14 +52,13 @@ QString welcomeInformativeText()
 
 } // namespace
 
-AppDelegate::AppDelegate(QObject *parent) : QObject(parent) {}
+AppDelegate::AppDelegate(QObject *parent) : QObject(parent), m_platform(Platform::instance()) {}
 
 AppDelegate::~AppDelegate()
 {
     // The monitor stops before the gesture and controller it feeds go away.
     if (m_keyMonitor)
         m_keyMonitor->remove();
-    delete m_popoverWindow;
 }
 
 bool AppDelegate::applicationDidFinishLaunching()
@@ -74,8 +71,8 @@ bool AppDelegate::applicationDidFinishLaunching()
         return false;
 
     // 3. Updates.
-    m_sparkleUpdater = new Updater(&m_preferences, nullptr, this);
-    m_sparkleUpdater->setSendsSystemProfile(true);
+    m_updater = new Updater(&m_preferences, nullptr, this);
+    m_updater->setSendsSystemProfile(true);
     m_usageReporter = new UsageReporter(&m_preferences, this);
 
     // 4. The first launch ever: the welcome alert, then start at login.
@@ -90,7 +87,7 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 5. The very first launch never checks for updates; every later one does, quietly.
     if (m_preferences.hasBeenLaunchedAtLeastOnce())
-        m_sparkleUpdater->checkForUpdatesInBackground();
+        m_updater->checkForUpdatesInBackground();
     else
         m_preferences.setHasBeenLaunchedAtLeastOnce(true);
 
@@ -98,21 +95,16 @@ bool AppDelegate::applicationDidFinishLaunching()
     addStatusBarItem();
 
     // 7. Accessibility trust; installs the key monitor once trusted.
+    m_popoverPresenter = new PopoverPresenter(m_platform, this);
     createGesturePipeline();
     startRegularlyCheckingIfProcessIsTrusted();
 
-    // 8. The popover's content exists before the first gesture.
-    m_popOverViewController = new PopOverViewController(this);
-    m_popOverViewController->loadView();
-    // Its window is made once the tray icon is up, out of the start-up's way.
-    QTimer::singleShot(0, this, [this] {
-        if (TranslationPopover *window = popoverWindow())
-            window->prepare();
-    });
+    // 8. The popover's content exists before the first gesture; its window is made once the
+    // tray icon is up, out of the start-up's way.
+    m_popoverPresenter->prepare();
 
     // 9. A single Control press right after launch completes a double press.
-    m_lastControlKeyPressedTime = std::chrono::system_clock::now();
-    m_gesture->setLastControlKeyPressedTime(m_lastControlKeyPressedTime);
+    m_gesture->setLastControlKeyPressedTime(std::chrono::steady_clock::now());
 
     // 10, 11.
     addNotificationObservers();
@@ -122,7 +114,24 @@ bool AppDelegate::applicationDidFinishLaunching()
     m_preferencesWindowController->window();
     m_typingMode->setShortcutSource(
         [this] { return m_preferencesWindowController->activeShortcut(); });
+    showSessionLimits();
     return true;
+}
+
+void AppDelegate::showSessionLimits()
+{
+    QStringList limits;
+    if (!m_keyMonitor->canInstall())
+        limits << QStringLiteral("This session does not let Tolkaro watch the Control key: the "
+                                 "translation gesture is off");
+    else if (!m_platform.textCapture().isValid())
+        limits << QStringLiteral("This session does not let Tolkaro read other applications");
+    m_statusMenu->showSessionLimits(limits);
+    if (!m_preferencesWindowController->canBindShortcuts())
+        StatusMenu::showUnavailable(
+            m_statusMenu->keyboardPreferencesMenuItem(),
+            QStringLiteral("This session offers no system-wide shortcuts: bind \"tolkaro "
+                           "--typing-mode\" to a key in your desktop's keyboard settings."));
 }
 
 void AppDelegate::applicationWillTerminate()
@@ -190,7 +199,7 @@ void AppDelegate::addStatusBarItem()
 
     connect(m_statusMenu, &StatusMenu::checkForUpdatesTriggered, this,
             &AppDelegate::checkForUpdates);
-    connect(m_statusMenu, &StatusMenu::autostartTriggered, this, &AppDelegate::setAutostartWithOSX);
+    connect(m_statusMenu, &StatusMenu::autostartTriggered, this, &AppDelegate::setAutostartAtLogin);
     connect(m_statusMenu, &StatusMenu::keyboardPreferencesTriggered, this,
             &AppDelegate::showPreferencesWindow);
     connect(m_statusMenu, &StatusMenu::makeTrustedTriggered, this,
@@ -230,29 +239,25 @@ void AppDelegate::setLanguage2(const LanguageEntry &entry)
     m_languages->setLanguage2(entry);
 }
 
-void AppDelegate::selectedLanguage(QAction *sender)
+void AppDelegate::selectedLanguage(const QString &code)
 {
-    const int position = StatusMenu::positionInMenu(sender);
-    if (position < 0 || position >= LanguageTable::entries().size())
-        return;
-    setLanguage(LanguageTable::entries().at(position));
+    if (const std::optional<LanguageEntry> entry = LanguageTable::languageWithCode(code))
+        setLanguage(*entry);
 }
 
-void AppDelegate::selectedLanguage2(QAction *sender)
+void AppDelegate::selectedLanguage2(const QString &code)
 {
-    const int position = StatusMenu::positionInMenu(sender);
-    if (position < 0 || position >= LanguageTable::entries().size())
-        return;
-    setLanguage2(LanguageTable::entries().at(position));
+    if (const std::optional<LanguageEntry> entry = LanguageTable::languageWithCode(code))
+        setLanguage2(*entry);
 }
 
 void AppDelegate::checkForUpdates(QAction *)
 {
-    if (m_sparkleUpdater)
-        m_sparkleUpdater->checkForUpdates();
+    if (m_updater)
+        m_updater->checkForUpdates();
 }
 
-void AppDelegate::setAutostartWithOSX(QAction *sender)
+void AppDelegate::setAutostartAtLogin(QAction *sender)
 {
     if (!sender)
         return;
@@ -286,8 +291,9 @@ void AppDelegate::terminate(QAction *)
 void AppDelegate::createGesturePipeline()
 {
     m_textSource = std::make_unique<AccessibilityTextSource>(m_preferences);
-    m_translationController = new TranslationController(*m_googleTranslator, *m_languages,
-                                                         m_preferences, *this, *m_textSource, this);
+    m_translationController =
+        new TranslationController(*m_googleTranslator, *m_languages, m_preferences,
+                                  *m_popoverPresenter, *m_textSource, this);
     m_translationController->setUsageReport(
         [this](const QString &event, const QVariantMap &fields) {
             m_usageReporter->report(event, fields);
@@ -295,18 +301,14 @@ void AppDelegate::createGesturePipeline()
 
     m_typingMode = new TypingModeCoordinator(
         m_googleTranslator, [this] { return m_languages->currentDstLanguageCode(); },
-        &AccessibilityTextSource::pasteIntoActiveApplication, this);
+        &AccessibilityTextSource::pasteIntoActiveApplication, m_platform, this);
     connect(m_typingMode, &TypingModeCoordinator::usageEvent, this,
             [this](const QString &event) { m_usageReporter->report(event); });
-    m_translationController->setFnHooks([this] { m_typingMode->fnKeyPressed(); },
-                                        [this] { m_typingMode->fnKeyReleased(); });
 
     m_gesture = std::make_unique<ModifierGestureDetector>(*m_translationController);
-    m_translationController->setFnStateSource([this] { return m_gesture->fnIsPressed(); });
-
-    m_keyMonitor = ModifierKeyMonitor::create(m_preferences.fnStandInKey());
-    connect(m_keyMonitor.get(), &ModifierKeyMonitor::modifierEvent, this,
-            [this](const ModifierEvent &event) { m_gesture->keyboardTapEvent(event); });
+    m_keyMonitor = m_platform.createKeySource(m_preferences.fnStandInKey());
+    connect(m_keyMonitor.get(), &ModifierKeyMonitor::keyEvent, this,
+            [this](const GestureKeyEvent &event) { m_gesture->keyboardTapEvent(event); });
 }
 
 void AppDelegate::startRegularlyCheckingIfProcessIsTrusted()
@@ -338,7 +340,7 @@ void AppDelegate::restartToFollowAccessibilityBus()
     // Never under the user's hands: a popover, the typing panel, a menu or an alert on
     // screen waits for the user to finish.
     const QWidgetList windows = QApplication::topLevelWidgets();
-    const bool busy = isPopoverShown() ||
+    const bool busy = m_popoverPresenter->isPopoverShown() ||
                       std::any_of(windows.cbegin(), windows.cend(), [](const QWidget *window) {
                           // The tray icon's own window (on XEmbed trays) is always there.
                           return window->isVisible() && !window->inherits("QSystemTrayIconSys");
@@ -365,50 +367,4 @@ void AppDelegate::showSpotlightTranslationPopup()
 {
     if (m_typingMode)
         m_typingMode->showSpotlightTranslationPopup();
-}
-
-// ---- Popover ----
-
-TranslationPopover *AppDelegate::popoverWindow()
-{
-    if (!m_popoverWindow && m_popOverViewController) {
-        m_popOverViewController->loadView();
-        m_popoverWindow = new TranslationPopover(m_popOverViewController->view());
-    }
-    return m_popoverWindow;
-}
-
-void AppDelegate::displayPopOverWithText(const QString &text, const QPoint &position)
-{
-    TranslationPopover *window = popoverWindow();
-    if (!window)
-        return;
-    AnimatedSetString::setStringValue(m_popOverViewController->textField(), text);
-    window->showAtPoint(position);
-    m_popover = window;
-}
-
-void AppDelegate::hidePopOver()
-{
-    if (m_popover)
-        m_popover->closePopover();
-    m_popover = nullptr;
-}
-
-void AppDelegate::setAnimatedStringValue(const QString &text)
-{
-    if (m_popOverViewController)
-        AnimatedSetString::setAnimatedStringValue(m_popOverViewController->textField(), text);
-}
-
-void AppDelegate::setAnimatedGrayStringValue(const QString &text)
-{
-    if (m_popOverViewController)
-        AnimatedSetString::setAnimatedAttributedStringValue(m_popOverViewController->textField(),
-                                                            {text, grayTextColor()});
-}
-
-QPoint AppDelegate::pointerPosition() const
-{
-    return QCursor::pos();
 }

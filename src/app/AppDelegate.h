@@ -4,7 +4,6 @@
 #include "settings/Preferences.h"
 
 #include <QObject>
-#include <QPoint>
 #include <QPointer>
 #include <QString>
 
@@ -20,25 +19,26 @@ class LanguageSelection;
 class MessageBoxTrustAlerts;
 class ModifierGestureDetector;
 class ModifierKeyMonitor;
+class Platform;
+class PopoverPresenter;
 class PreferencesWindowController;
 class TrustMonitor;
 class TypingModeCoordinator;
-class PopOverViewController;
 class QAction;
 class StatusMenu;
-class TranslationPopover;
 class Updater;
 class UsageReporter;
 struct LanguageEntry;
 
-// The application's one controller: starts everything in order, owns every long-lived
-// object (preferences, translation client, languages, status item and menus, popover,
-// updater) for the life of the process, answers the status menu's actions and flushes
-// the preferences when the process ends. Main thread only.
+// The application's composition root: starts everything in order, owns every long-lived
+// object (preferences, platform seams, translation client, languages, status item and
+// menus, popover presenter, updater, typing mode) for the life of the process, wires them
+// together, answers the status menu's actions and flushes the preferences when the process
+// ends. Main thread only.
 //
-// The gesture flows one way: key monitor -> gesture detector -> translation controller ->
-// capture -> translation client -> popover (this object presents it).
-class AppDelegate : public QObject, public TranslationPresenter
+// The gesture flows one way: key source -> gesture detector -> translation controller ->
+// capture -> translation client -> popover presenter.
+class AppDelegate : public QObject
 {
     Q_OBJECT
 public:
@@ -60,11 +60,11 @@ public:
     void setLanguage(const LanguageEntry &entry);
     void setLanguage2(const LanguageEntry &entry);
 
-    // Status menu actions (sender: the menu item).
+    // Status menu actions (sender: the menu item; a language by its code).
     void checkForUpdates(QAction *sender);
-    void setAutostartWithOSX(QAction *sender);
-    void selectedLanguage(QAction *sender);
-    void selectedLanguage2(QAction *sender);
+    void setAutostartAtLogin(QAction *sender);
+    void selectedLanguage(const QString &code);
+    void selectedLanguage2(const QString &code);
     void showPreferencesWindow(QAction *sender);
     void makeTrustedMenuItem(QAction *sender);
     void openPreferences(QAction *sender);
@@ -81,27 +81,12 @@ public:
     // The typing mode opens or closes (its shortcut, or asked over D-Bus).
     void showSpotlightTranslationPopup();
 
-    // TranslationPresenter: the popover at the pointer.
-    bool isPopoverShown() const override { return m_popover != nullptr; }
-    void displayPopOverWithText(const QString &text, const QPoint &position) override;
-    void hidePopOver() override;
-    void setAnimatedStringValue(const QString &text) override;
-    void setAnimatedGrayStringValue(const QString &text) override;
-    QPoint pointerPosition() const override;
-
     Preferences &preferences() { return m_preferences; }
     LanguageSelection *languages() const { return m_languages; }
     StatusMenu *statusMenu() const { return m_statusMenu; }
-    PopOverViewController *popOverViewController() const { return m_popOverViewController; }
-    // The popover window while it is displayed, else null. A click elsewhere hides the
-    // window but leaves this set until hidePopOver().
-    TranslationPopover *popover() const { return m_popover; }
+    PopoverPresenter *popoverPresenter() const { return m_popoverPresenter; }
     GoogleTranslateByURL *googleTranslator() const { return m_googleTranslator; }
     TranslationController *translationController() const { return m_translationController; }
-    std::chrono::system_clock::time_point lastControlKeyPressedTime() const
-    {
-        return m_lastControlKeyPressedTime;
-    }
 
 signals:
     // The welcome alert is on screen (tests dismiss it).
@@ -118,19 +103,17 @@ private:
     LaunchAtLoginController *launchAtLoginController();
     void showWelcomeAlert();
     void addNotificationObservers();
-    TranslationPopover *popoverWindow();
+    // Greys out in the status menu what this session cannot do, saying why.
+    void showSessionLimits();
 
     Preferences m_preferences;
+    Platform &m_platform;
     GoogleTranslateByURL *m_googleTranslator = nullptr;
-    Updater *m_sparkleUpdater = nullptr;
+    Updater *m_updater = nullptr;
     UsageReporter *m_usageReporter = nullptr;
     LanguageSelection *m_languages = nullptr;
     StatusMenu *m_statusMenu = nullptr;
-    PopOverViewController *m_popOverViewController = nullptr;
-    // The popover's window is made on first use and then kept: showing it must be instant.
-    TranslationPopover *m_popoverWindow = nullptr;
-    TranslationPopover *m_popover = nullptr;
-    std::chrono::system_clock::time_point m_lastControlKeyPressedTime;
+    PopoverPresenter *m_popoverPresenter = nullptr;
     bool m_terminated = false;
 
     std::unique_ptr<AccessibilityTextSource> m_textSource;

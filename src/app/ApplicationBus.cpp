@@ -4,6 +4,7 @@
 #include "common/Log.h"
 #include "common/NotificationCenter.h"
 #include "ui/PopOverViewController.h"
+#include "ui/PopoverPresenter.h"
 #include "ui/PopoverTextField.h"
 #include "ui/StatusMenu.h"
 #include "ui/TranslationPopover.h"
@@ -122,20 +123,20 @@ ApplicationTestBusObject::ApplicationTestBusObject(AppDelegate &delegate, QObjec
 
 void ApplicationTestBusObject::DisplayPopOver(const QString &text, int x, int y)
 {
-    m_delegate.displayPopOverWithText(text, QPoint(x, y));
+    m_delegate.popoverPresenter()->displayPopOverWithText(text, QPoint(x, y));
 }
 
 void ApplicationTestBusObject::SetPopOverText(const QString &text, bool gray)
 {
     if (gray)
-        m_delegate.setAnimatedGrayStringValue(text);
+        m_delegate.popoverPresenter()->setAnimatedGrayStringValue(text);
     else
-        m_delegate.setAnimatedStringValue(text);
+        m_delegate.popoverPresenter()->setAnimatedStringValue(text);
 }
 
 void ApplicationTestBusObject::HidePopOver()
 {
-    m_delegate.hidePopOver();
+    m_delegate.popoverPresenter()->hidePopOver();
 }
 
 void ApplicationTestBusObject::TranslateText(const QString &text, int x, int y)
@@ -143,21 +144,21 @@ void ApplicationTestBusObject::TranslateText(const QString &text, int x, int y)
     TranslationController *controller = m_delegate.translationController();
     if (!controller)
         return;
-    m_delegate.displayPopOverWithText(text, QPoint(x, y));
+    m_delegate.popoverPresenter()->displayPopOverWithText(text, QPoint(x, y));
     controller->startTranslatingText(text);
 }
 
 QVariantMap ApplicationTestBusObject::PopOverState()
 {
     QVariantMap state;
-    state.insert(QStringLiteral("shown"), m_delegate.isPopoverShown());
-    PopOverViewController *controller = m_delegate.popOverViewController();
+    state.insert(QStringLiteral("shown"), m_delegate.popoverPresenter()->isPopoverShown());
+    PopOverViewController *controller = m_delegate.popoverPresenter()->popOverViewController();
     if (controller && controller->textField()) {
         state.insert(QStringLiteral("text"), controller->textField()->text());
         state.insert(QStringLiteral("color"),
                      controller->textField()->palette().color(QPalette::WindowText).name());
     }
-    const TranslationPopover *window = m_delegate.popover();
+    const TranslationPopover *window = m_delegate.popoverPresenter()->popover();
     state.insert(QStringLiteral("windowVisible"), window && window->isVisible());
     if (window) {
         const QRect body = window->bodyGeometry();

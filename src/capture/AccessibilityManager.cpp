@@ -1,7 +1,7 @@
 #include "capture/AccessibilityManager.h"
 
 #include "capture/ClipboardSnapshot.h"
-#include "capture/TextCaptureBackend.h"
+#include "platform/TextCaptureBackend.h"
 #include "common/Log.h"
 #include "platform/atspi/AtspiThread.h"
 #include "platform/atspi/UIElementUtilities.h"
@@ -17,8 +17,6 @@
 #include <QGuiApplication>
 #include <QMimeData>
 #include <QTimer>
-
-#include <X11/keysym.h>
 
 #include <chrono>
 #include <memory>
@@ -379,7 +377,7 @@ void AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
     // A synthetic Ctrl+V while the user still holds Ctrl+Alt would arrive as Ctrl+Alt+V.
     TextCaptureBackend &backend = TextCaptureBackend::instance();
     waitUntil([&backend] { return !backend.modifierKeysDown(); }, kModifierReleaseWait);
-    pasteThroughClipboard(text, [&] { backend.sendControlKeystroke(XK_v); });
+    pasteThroughClipboard(text, [&] { backend.sendControlKeystroke(Qt::Key_V); });
 }
 
 bool AccessibilityManager::isBooksAppActive(const QStringList &keystrokeCaptureApplications)
@@ -396,7 +394,7 @@ std::optional<QString> AccessibilityManager::getStringForBooksApp()
     backend.releaseHeldModifiers();
     const ClipboardSnapshot saved = ClipboardSnapshot::save();
     ClipboardSnapshot::clearContents();
-    backend.sendControlKeystroke(XK_c);
+    backend.sendControlKeystroke(Qt::Key_C);
     settle();
     const std::optional<QString> copied = clipboardText();
     saved.restore();

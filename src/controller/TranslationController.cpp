@@ -23,21 +23,9 @@ TranslationController::TranslationController(GoogleTranslateByURL &translator,
 {
 }
 
-void TranslationController::setFnStateSource(std::function<bool()> fnIsPressed)
-{
-    m_fnIsPressed = std::move(fnIsPressed);
-}
-
 void TranslationController::setUsageReport(UsageReport report)
 {
     m_usageReport = std::move(report);
-}
-
-void TranslationController::setFnHooks(std::function<void()> pressed,
-                                       std::function<void()> released)
-{
-    m_fnPressedHook = std::move(pressed);
-    m_fnReleasedHook = std::move(released);
 }
 
 bool TranslationController::isBooksAppActive()
@@ -45,8 +33,9 @@ bool TranslationController::isBooksAppActive()
     return m_textSource.isBooksAppActive();
 }
 
-void TranslationController::controlDoublePressed()
+void TranslationController::controlDoublePressed(bool alternativeLanguage)
 {
+    m_alternativeLanguage = alternativeLanguage;
     tolkaro::logLine(QStringLiteral("Control double pressed"));
     std::optional<QString> text;
     if (isBooksAppActive()) {
@@ -66,7 +55,7 @@ void TranslationController::controlDoublePressed()
     }
 
     const QString cut = cutText(*text, kGestureTextLimit);
-    // On a re-translation (fn changed) the popover stays where it is with its text.
+    // On a translation again (the alternative key changed) the popover stays where it is with its text.
     if (!m_presenter.isPopoverShown())
         m_presenter.displayPopOverWithText(cut, m_presenter.pointerPosition());
     startTranslatingText(cut);
@@ -76,9 +65,8 @@ void TranslationController::startTranslatingText(const QString &text)
 {
     m_translator.cancelCurrentTranslationRequestIfAny();
     const QString cut = cutText(text, kGestureTextLimit);
-    const bool fnHeld = m_fnIsPressed && m_fnIsPressed();
     const QString language =
-        fnHeld ? m_languages.currentDstLanguageCode2() : m_languages.currentDstLanguageCode();
+        m_alternativeLanguage ? m_languages.currentDstLanguageCode2() : m_languages.currentDstLanguageCode();
 
     // The completion may run before translateText() returns; always queue it, so answers
     // are handled in the order they arrive and never inside the caller's stack.
@@ -137,6 +125,11 @@ void TranslationController::cancelTranslatingText()
     m_translator.cancelCurrentTranslationRequestIfAny();
 }
 
+void TranslationController::alternativeLanguageSwitched(bool alternativeLanguage)
+{
+    controlDoublePressed(alternativeLanguage);
+}
+
 void TranslationController::controlDoublePressReleased()
 {
     m_presenter.hidePopOver();
@@ -148,18 +141,6 @@ void TranslationController::altPressedWhenControlIsDoublePressed()
     if (!m_lastTranslatedText)
         return;
     m_textSource.pasteIntoCapturedApplication(*m_lastTranslatedText);
-}
-
-void TranslationController::fnKeyPressed()
-{
-    if (m_fnPressedHook)
-        m_fnPressedHook();
-}
-
-void TranslationController::fnKeyReleased()
-{
-    if (m_fnReleasedHook)
-        m_fnReleasedHook();
 }
 
 qint64 TranslationController::getTranslationsCounter() const

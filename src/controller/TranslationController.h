@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gesture/ModifierGestureDetector.h"
+#include "presentation/TranslationPresenter.h"
 
 #include <QObject>
 #include <QPoint>
@@ -13,22 +14,6 @@
 class GoogleTranslateByURL;
 class LanguageSelection;
 class Preferences;
-
-// What the controller needs of the popover at the pointer.
-class TranslationPresenter
-{
-public:
-    virtual ~TranslationPresenter() = default;
-    virtual bool isPopoverShown() const = 0;
-    virtual void displayPopOverWithText(const QString &text, const QPoint &position) = 0;
-    virtual void hidePopOver() = 0;
-    // Cross-fades to the text in the field's normal colour; no fade when it is unchanged.
-    virtual void setAnimatedStringValue(const QString &text) = 0;
-    // Cross-fades to the text in gray, always (messages and errors).
-    virtual void setAnimatedGrayStringValue(const QString &text) = 0;
-    // The pointer in global screen coordinates.
-    virtual QPoint pointerPosition() const = 0;
-};
 
 // What the controller needs of the other applications: their text and their paste.
 class TextSource
@@ -57,18 +42,14 @@ public:
                           Preferences &preferences, TranslationPresenter &presenter,
                           TextSource &textSource, QObject *parent = nullptr);
 
-    // Where fn's state is read (the gesture detector); absent means fn is up.
-    void setFnStateSource(std::function<bool()> fnIsPressed);
     void setUsageReport(UsageReport report);
-    // The typing mode's hooks for fn changes; absent until it exists.
-    void setFnHooks(std::function<void()> pressed, std::function<void()> released);
 
     // GestureActions
-    void controlDoublePressed() override;
+    void controlDoublePressed(bool alternativeLanguage) override;
+    // Captures and translates again; the popover stays where it is.
+    void alternativeLanguageSwitched(bool alternativeLanguage) override;
     void controlDoublePressReleased() override;
     void altPressedWhenControlIsDoublePressed() override;
-    void fnKeyPressed() override;
-    void fnKeyReleased() override;
 
     bool isBooksAppActive();
     void startTranslatingText(const QString &text);
@@ -92,9 +73,9 @@ private:
     Preferences &m_preferences;
     TranslationPresenter &m_presenter;
     TextSource &m_textSource;
-    std::function<bool()> m_fnIsPressed;
     UsageReport m_usageReport;
-    std::function<void()> m_fnPressedHook;
-    std::function<void()> m_fnReleasedHook;
+    // The language of the gesture's latest translation: the alternative one while its key
+    // was held at the last action.
+    bool m_alternativeLanguage = false;
     std::optional<QString> m_lastTranslatedText;
 };

@@ -1,7 +1,7 @@
 #include "system/TrustMonitor.h"
 
 #include "common/Log.h"
-#include "platform/x11/ModifierKeyMonitor.h"
+#include "platform/ModifierKeyMonitor.h"
 #include "system/AccessibilityTrust.h"
 #include "system/TrustAlerts.h"
 #include "system/UsageReporter.h"

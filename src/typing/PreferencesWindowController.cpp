@@ -2,7 +2,8 @@
 
 #include "common/Log.h"
 #include "common/NotificationCenter.h"
-#include "platform/x11/GlobalHotKey.h"
+#include "platform/GlobalHotKey.h"
+#include "platform/Platform.h"
 #include "typing/ShortcutRecorder.h"
 #include "typing/TypingShortcut.h"
 
@@ -63,8 +64,8 @@ void PreferencesWindowController::windowDidLoad()
 void PreferencesWindowController::setupShortcuts()
 {
     m_typingModeShortcutView->setAssociatedPreferences(&m_preferences, defaultShortcut());
-    m_hotKey = GlobalHotKey::create(this);
-    if (!m_hotKey) {
+    m_hotKey = Platform::instance().createGlobalHotKey(this);
+    if (!m_hotKey->isValid()) {
         m_typingModeShortcutView->setNote(QStringLiteral(
             "This session offers no system-wide shortcuts: bind \"tolkaro --typing-mode\" to a "
             "key in your desktop's keyboard settings."));
@@ -120,4 +121,9 @@ void PreferencesWindowController::bindShortcutWithDefaultsKey()
 StoredShortcut PreferencesWindowController::activeShortcut() const
 {
     return m_hotKey ? m_hotKey->boundShortcut() : StoredShortcut{};
+}
+
+bool PreferencesWindowController::canBindShortcuts() const
+{
+    return m_hotKey && m_hotKey->isValid();
 }

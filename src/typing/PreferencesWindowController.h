@@ -34,6 +34,8 @@ public:
     // The shortcut that is bound now (the fallback when the stored one was taken); keySym 0
     // when none could be bound.
     StoredShortcut activeShortcut() const;
+    // This session offers system-wide shortcuts at all.
+    bool canBindShortcuts() const;
 
 signals:
     // The binding changed (another shortcut, or the fallback).

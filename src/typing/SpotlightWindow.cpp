@@ -1,9 +1,13 @@
 #include "typing/SpotlightWindow.h"
 
 #include "common/Log.h"
-#include "platform/x11/X11Input.h"
+#include "platform/KeySender.h"
+#include "platform/OutsideClickWatcher.h"
+#include "platform/Platform.h"
+#include "platform/WindowActivation.h"
 #include "typing/TypingShortcut.h"
 
+#include <QCursor>
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QFocusEvent>
@@ -27,18 +31,16 @@ constexpr auto kGrabRetryInterval = 20ms;
 // How long to wait for the window manager to activate the remembered window again.
 constexpr auto kActivationWait = 500ms;
 
-xcb_connection_t *qtConnection()
-{
-    auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
-    return x11 ? x11->connection() : nullptr;
-}
-
 } // namespace
 
-SpotlightWindow::SpotlightWindow(QWidget *parent)
+SpotlightWindow::SpotlightWindow(Platform &platform, QWidget *parent)
     : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                          Qt::X11BypassWindowManagerHint)
+                          Qt::X11BypassWindowManagerHint),
+      m_activation(platform.windowActivation()), m_keys(platform.keySender()),
+      m_clickWatcher(platform.createOutsideClickWatcher(this).release())
 {
+    connect(m_clickWatcher, &OutsideClickWatcher::buttonPressed, this,
+            &SpotlightWindow::outsideButtonPressed);
     setAttribute(Qt::WA_ShowWithoutActivating);
     setBackgroundColor(QColor(255, 59, 48));
     m_grabRetry.setInterval(kGrabRetryInterval);
@@ -68,13 +70,13 @@ void SpotlightWindow::setKeyReceiver(QWidget *receiver)
 
 void SpotlightWindow::makeKeyAndOrderFront()
 {
-    xcb_connection_t *connection = qtConnection();
     if (!isVisible()) {
-        m_rememberedWindow = connection ? X11Input::activeWindow(connection) : 0;
+        m_rememberedWindow = m_activation.activeWindow();
         m_tookFocus = false;
     }
     show();
     raise();
+    m_clickWatcher->start();
     if (m_holdsGrab || m_tookFocus)
         return;
     m_grabAttempts = 0;
@@ -109,11 +111,8 @@ void SpotlightWindow::tryKeyboardGrab()
             QFocusEvent focusIn(QEvent::FocusIn, Qt::ActiveWindowFocusReason);
             QCoreApplication::sendEvent(m_keyReceiver, &focusIn);
         }
-        window->setMouseGrabEnabled(true);
         const StoredShortcut shortcut = m_shortcut ? m_shortcut() : StoredShortcut{};
-        xcb_connection_t *connection = qtConnection();
-        m_shortcutArmed =
-            !(shortcut.keySym && connection && X11Input::isKeySymDown(connection, shortcut.keySym));
+        m_shortcutArmed = !(shortcut.keySym && m_keys.isKeyDown(shortcut.keySym));
         return;
     }
     if (m_grabAttempts >= kGrabAttempts) {
@@ -130,12 +129,8 @@ void SpotlightWindow::takeFocusInstead()
     m_hadFocus = false;
     m_shortcutArmed = true;
     activateWindow();
-    if (xcb_connection_t *connection = qtConnection()) {
-        // Bypassing the window manager, the panel has to take the focus itself.
-        xcb_set_input_focus(connection, XCB_INPUT_FOCUS_PARENT, xcb_window_t(winId()),
-                            XCB_CURRENT_TIME);
-        xcb_flush(connection);
-    }
+    // Bypassing the window manager, the panel has to take the focus itself.
+    m_activation.takeFocus(windowHandle());
     if (m_keyReceiver)
         m_keyReceiver->setFocus();
 }
@@ -148,10 +143,8 @@ void SpotlightWindow::releaseGrabs()
             QFocusEvent focusOut(QEvent::FocusOut, Qt::ActiveWindowFocusReason);
             QCoreApplication::sendEvent(m_keyReceiver, &focusOut);
         }
-        if (QWindow *window = windowHandle()) {
-            window->setMouseGrabEnabled(false);
+        if (QWindow *window = windowHandle())
             window->setKeyboardGrabEnabled(false);
-        }
         m_holdsGrab = false;
     }
     m_dragging = false;
@@ -159,16 +152,12 @@ void SpotlightWindow::releaseGrabs()
 
 void SpotlightWindow::returnActivation()
 {
-    xcb_connection_t *connection = qtConnection();
-    if (m_tookFocus && connection && m_rememberedWindow) {
-        X11Input::requestActivation(connection, m_rememberedWindow);
+    if (m_tookFocus && m_rememberedWindow && m_activation.requestActivation(m_rememberedWindow)) {
         const QDeadlineTimer deadline(kActivationWait);
         // The manager's property may never have changed while the panel held the focus, and
         // the focus may come back before the manager has dealt with the request: wait for
         // both the keyboard focus and the manager's word.
-        while (!(X11Input::inputFocusIsWithin(connection, m_rememberedWindow) &&
-                 X11Input::activeWindow(connection) == m_rememberedWindow) &&
-               !deadline.hasExpired()) {
+        while (!m_activation.isActiveWithFocus(m_rememberedWindow) && !deadline.hasExpired()) {
             QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, 20);
             QThread::msleep(10);
         }
@@ -233,13 +222,22 @@ void SpotlightWindow::resizeEvent(QResizeEvent *event)
     QWidget::resizeEvent(event);
 }
 
+void SpotlightWindow::hideEvent(QHideEvent *event)
+{
+    m_clickWatcher->stop();
+    QWidget::hideEvent(event);
+}
+
+void SpotlightWindow::outsideButtonPressed()
+{
+    // The watcher sees every press on the screen, the panel's own included; the press itself
+    // goes on to whatever window is under the pointer.
+    if (isVisible() && !frameGeometry().contains(QCursor::pos()))
+        emit didResignKey();
+}
+
 void SpotlightWindow::mousePressEvent(QMouseEvent *event)
 {
-    // With the pointer grabbed, a press anywhere on the screen lands here.
-    if (!rect().contains(event->position().toPoint())) {
-        emit didResignKey();
-        return;
-    }
     if (event->button() == Qt::LeftButton) {
         m_dragging = true;
         m_dragOffset = event->globalPosition().toPoint() - pos();

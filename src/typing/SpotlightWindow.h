@@ -9,12 +9,18 @@
 
 #include <functional>
 
+class KeySender;
+class OutsideClickWatcher;
+class Platform;
+class WindowActivation;
+
 // The typing panel's window: frameless, above other windows and bypassing the window
 // manager, so showing it activates nothing and the application the user was in stays the
-// active one. It takes the keyboard with an active grab instead of the focus (and the
-// pointer, so that a click elsewhere closes it). When the grab is refused after a short
-// while (a desktop holding the keyboard), it falls back to taking the focus like any window.
-// Draws a rounded background and can be dragged by it. Main thread.
+// active one. It takes the keyboard with an active grab instead of the focus. The pointer
+// is not grabbed: the platform's outside-click watcher sees a click elsewhere, which closes
+// the panel and still reaches the application under the pointer. When the keyboard grab is
+// refused after a short while (a desktop holding the keyboard), it falls back to taking the
+// focus like any window. Draws a rounded background and can be dragged by it. Main thread.
 class SpotlightWindow : public QWidget
 {
     Q_OBJECT
@@ -24,7 +30,8 @@ public:
     // desktop-wide binding does not fire during our grab).
     using ShortcutSource = std::function<StoredShortcut()>;
 
-    explicit SpotlightWindow(QWidget *parent = nullptr);
+    // The platform gives the window activation, the key state and the click watcher.
+    explicit SpotlightWindow(Platform &platform, QWidget *parent = nullptr);
 
     void setBackgroundColor(const QColor &color);
     void setCornerRadius(qreal radius);
@@ -42,7 +49,7 @@ public:
     // window to activate again (returnActivation).
     bool tookFocus() const { return m_tookFocus; }
     // The window that was active when the panel opened (0 when unknown).
-    quint32 rememberedWindow() const { return m_rememberedWindow; }
+    quint64 rememberedWindow() const { return m_rememberedWindow; }
     // After a close, before a paste: when the fallback took the focus, asks the window
     // manager to activate the remembered window again and waits, briefly, until it has the
     // keyboard. Nothing to do when the grab was used: that window never lost its place.
@@ -58,6 +65,7 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
@@ -66,7 +74,11 @@ private:
     void tryKeyboardGrab();
     void takeFocusInstead();
     void releaseGrabs();
+    void outsideButtonPressed();
 
+    WindowActivation &m_activation;
+    KeySender &m_keys;
+    OutsideClickWatcher *m_clickWatcher = nullptr;
     QColor m_backgroundColor;
     qreal m_cornerRadius = 8.0;
     QWidget *m_keyReceiver = nullptr;
@@ -79,7 +91,7 @@ private:
     // The shortcut key that opened the panel may still be down (and repeating): its presses
     // count only after it has been up once.
     bool m_shortcutArmed = true;
-    quint32 m_rememberedWindow = 0;
+    quint64 m_rememberedWindow = 0;
     bool m_dragging = false;
     QPoint m_dragOffset;
 };

@@ -1,6 +1,5 @@
 #include "typing/SpotlightWindowController.h"
 
-#include "common/NotificationCenter.h"
 #include "typing/SpotlightWindow.h"
 #include "typing/TSTTextGrowth.h"
 #include "typing/TypingModeRules.h"
@@ -45,9 +44,10 @@ private:
 
 } // namespace
 
-SpotlightWindowController::SpotlightWindowController(QObject *parent) : QObject(parent)
+SpotlightWindowController::SpotlightWindowController(Platform &platform, QObject *parent)
+    : QObject(parent)
 {
-    m_window = new SpotlightWindow();
+    m_window = new SpotlightWindow(platform);
     m_window->setObjectName(QStringLiteral("SpotlightWindow"));
     m_window->setWindowTitle(QStringLiteral("Tolkaro typing mode"));
     m_window->setCornerRadius(kCornerRadius);
@@ -100,7 +100,8 @@ SpotlightWindowController::SpotlightWindowController(QObject *parent) : QObject(
             &SpotlightWindowController::cancelOperation);
     connect(m_window, &SpotlightWindow::didResignKey, this,
             &SpotlightWindowController::windowDidResignKey);
-    connect(m_window, &SpotlightWindow::shortcutPressed, this, &SpotlightWindowController::toggle);
+    connect(m_window, &SpotlightWindow::shortcutPressed, this,
+            &SpotlightWindowController::shortcutPressed);
     connect(&m_timers, &EditTimers::relayoutDue, this, &SpotlightWindowController::updateViewSize);
     connect(&m_timers, &EditTimers::editingFinished, this,
             &SpotlightWindowController::postEditingFinished);
@@ -225,9 +226,7 @@ void SpotlightWindowController::controlTextDidChange()
 
 void SpotlightWindowController::postEditingFinished()
 {
-    NotificationCenter::defaultCenter().post(
-        QLatin1String(NotificationNames::kSpotlightEditingFinished),
-        {{QLatin1String(NotificationUserInfoKeys::kText), m_inputTextField->stringValue()}});
+    emit editingFinished(m_inputTextField->stringValue());
     controlTextDidEndEditing();
 }
 
@@ -235,15 +234,11 @@ void SpotlightWindowController::searchTextFieldEnterPressed()
 {
     const QString translation = m_detailsTextField->text();
     if (!translation.isEmpty()) {
-        NotificationCenter::defaultCenter().post(
-            QLatin1String(NotificationNames::kSpotlightEnterPressedNotification),
-            {{QLatin1String(NotificationUserInfoKeys::kTranslation), translation}});
+        emit enterPressed(translation);
         return;
     }
     // Nothing to paste yet: ask for the translation now. A pending countdown still runs.
-    NotificationCenter::defaultCenter().post(
-        QLatin1String(NotificationNames::kSpotlightEditingFinished),
-        {{QLatin1String(NotificationUserInfoKeys::kText), m_inputTextField->stringValue()}});
+    emit editingFinished(m_inputTextField->stringValue());
 }
 
 void SpotlightWindowController::cancelOperation()

@@ -10,16 +10,17 @@
 
 class QLabel;
 class QPropertyAnimation;
+class Platform;
 class QToolButton;
 class SpotlightWindow;
 class TSTTextGrowth;
 
 // The typing panel's controller: opens and closes the panel, sizes it to its fields, and
-// tells the rest of the application what the user did through named notifications —
-// "SpotlightEditingFinished" (user info "text") half a second after the last edit or on
-// Return with nothing translated yet, "SpotlightEnterPressedNotification" (user info
-// "translation") on Return with a translation shown. It knows nothing of translation: the
-// application hands it the text to show (expandWithDetailsText). Main thread.
+// tells its coordinator what the user did by signals: editingFinished half a second after
+// the last edit or on Return with nothing translated yet, enterPressed on Return with a
+// translation shown, shortcutPressed when the typing-mode shortcut is pressed while the
+// panel holds the keyboard. It knows nothing of translation: the coordinator hands it the
+// text to show (expandWithDetailsText). Main thread.
 class SpotlightWindowController : public QObject
 {
     Q_OBJECT
@@ -29,7 +30,7 @@ public:
     static constexpr int kPanelWidth = 560;
     static constexpr qreal kCornerRadius = 8.0;
 
-    explicit SpotlightWindowController(QObject *parent = nullptr);
+    explicit SpotlightWindowController(Platform &platform, QObject *parent = nullptr);
     ~SpotlightWindowController() override;
 
     SpotlightWindow *window() const { return m_window; }
@@ -55,12 +56,16 @@ public slots:
     void controlTextDidEndEditing() {}
     void cancelOperation();
     void windowDidResignKey();
-    // The gesture detector calls these as fn goes down or up; the panel has no use for fn.
-    void fnKeyPressed() {}
-    void fnKeyReleased() {}
     // After a close: if the panel had to take the focus, give it back to the window that was
     // active before, so that a paste goes there.
     void returnActivation();
+
+signals:
+    void editingFinished(const QString &text);
+    void enterPressed(const QString &translation);
+    // The typing-mode shortcut while the panel holds the keyboard (the desktop-wide binding
+    // does not fire then): the coordinator closes the panel the way it opens it.
+    void shortcutPressed();
 
 private:
     void windowDidLoad();

@@ -1,7 +1,6 @@
 #include "typing/TypingModeCoordinator.h"
 
 #include "common/Log.h"
-#include "common/NotificationCenter.h"
 #include "common/UsageEvents.h"
 #include "text/TextCut.h"
 #include "translation/GoogleTranslateByURL.h"
@@ -9,16 +8,15 @@
 
 TypingModeCoordinator::TypingModeCoordinator(GoogleTranslateByURL *googleTranslator,
                                              LanguageFunction currentDstLanguageCode,
-                                             PasteFunction paste, QObject *parent)
+                                             PasteFunction paste, Platform &platform,
+                                             QObject *parent)
     : QObject(parent), m_googleTranslator(googleTranslator),
-      m_currentDstLanguageCode(std::move(currentDstLanguageCode)), m_paste(std::move(paste))
+      m_currentDstLanguageCode(std::move(currentDstLanguageCode)), m_paste(std::move(paste)),
+      m_platform(platform)
 {
 }
 
-TypingModeCoordinator::~TypingModeCoordinator()
-{
-    NotificationCenter::defaultCenter().removeObservers(this);
-}
+TypingModeCoordinator::~TypingModeCoordinator() = default;
 
 void TypingModeCoordinator::setShortcutSource(ShortcutSource source)
 {
@@ -31,35 +29,22 @@ void TypingModeCoordinator::showSpotlightTranslationPopup()
 {
     emit usageEvent(QString::fromLatin1(UsageEvents::kTypingModeOpened));
     if (!m_spotlight) {
-        m_spotlight = std::make_unique<SpotlightWindowController>();
+        m_spotlight = std::make_unique<SpotlightWindowController>(m_platform);
         if (m_shortcutSource)
             m_spotlight->setShortcutSource(m_shortcutSource);
-        NotificationCenter &center = NotificationCenter::defaultCenter();
-        center.addObserver(QLatin1String(NotificationNames::kSpotlightEditingFinished), this,
-                           [this](const QVariantMap &info) { spotlightEditingFinished(info); });
-        center.addObserver(QLatin1String(NotificationNames::kSpotlightEnterPressedNotification),
-                           this, [this](const QVariantMap &info) { spotlightEnterPressed(info); });
+        connect(m_spotlight.get(), &SpotlightWindowController::editingFinished, this,
+                &TypingModeCoordinator::spotlightEditingFinished);
+        connect(m_spotlight.get(), &SpotlightWindowController::enterPressed, this,
+                &TypingModeCoordinator::spotlightEnterPressed);
+        connect(m_spotlight.get(), &SpotlightWindowController::shortcutPressed, this,
+                &TypingModeCoordinator::showSpotlightTranslationPopup);
     }
     m_spotlight->toggle();
 }
 
-void TypingModeCoordinator::fnKeyPressed()
-{
-    if (m_spotlight)
-        m_spotlight->fnKeyPressed();
-}
-
-void TypingModeCoordinator::fnKeyReleased()
-{
-    if (m_spotlight)
-        m_spotlight->fnKeyReleased();
-}
-
-void TypingModeCoordinator::spotlightEditingFinished(const QVariantMap &userInfo)
+void TypingModeCoordinator::spotlightEditingFinished(const QString &typedText)
 {
     emit usageEvent(QString::fromLatin1(UsageEvents::kTypingModeTranslationMade));
-    const QString typedText =
-        userInfo.value(QLatin1String(NotificationUserInfoKeys::kText)).toString();
     if (!m_googleTranslator)
         return;
     m_googleTranslator->cancelCurrentTranslationRequestIfAny();
@@ -87,11 +72,9 @@ void TypingModeCoordinator::spotlightEditingFinished(const QVariantMap &userInfo
         });
 }
 
-void TypingModeCoordinator::spotlightEnterPressed(const QVariantMap &userInfo)
+void TypingModeCoordinator::spotlightEnterPressed(const QString &translation)
 {
     emit usageEvent(QString::fromLatin1(UsageEvents::kTypingModeTranslationPasted));
-    const QString translation =
-        userInfo.value(QLatin1String(NotificationUserInfoKeys::kTranslation)).toString();
     m_spotlight->close();
     // With the grab the other application never stopped being the active one; after the
     // focus fallback it has to be made active again before it can take the paste.

@@ -3,7 +3,6 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
-#include <QVariantMap>
 
 #include <functional>
 #include <memory>
@@ -11,15 +10,16 @@
 #include "settings/Preferences.h"
 
 class GoogleTranslateByURL;
+class Platform;
 class SpotlightWindowController;
 
 // The application's side of the typing mode: opens and closes the panel
 // (showSpotlightTranslationPopup, which the application calls on "OpenTypingModeNotification"
-// and on its D-Bus command), translates the panel's text on "SpotlightEditingFinished"
-// with the one translation client (so it cancels, and is cancelled by, the gesture's
-// requests), and on "SpotlightEnterPressedNotification" closes the panel and pastes the
-// translation into the application that was in front. The panel is created on first use.
-// Main thread; the client's completion is moved there before it touches the panel.
+// and the panel on its shortcut: one path both ways), translates the panel's text when its
+// editing finishes with the one translation client (so it cancels, and is cancelled by, the
+// gesture's requests), and on Return closes the panel and pastes the translation into the
+// application that was in front. The panel is created on first use and heard by its
+// signals. Main thread; the client's completion is moved there before it touches the panel.
 class TypingModeCoordinator : public QObject
 {
     Q_OBJECT
@@ -34,7 +34,7 @@ public:
 
     TypingModeCoordinator(GoogleTranslateByURL *googleTranslator,
                           LanguageFunction currentDstLanguageCode, PasteFunction paste,
-                          QObject *parent = nullptr);
+                          Platform &platform, QObject *parent = nullptr);
     ~TypingModeCoordinator() override;
 
     // The panel's controller; null until the panel was first opened.
@@ -45,9 +45,6 @@ public:
 public slots:
     // Opens the panel, or closes it when open.
     void showSpotlightTranslationPopup();
-    // Forwarded to the panel when it exists.
-    void fnKeyPressed();
-    void fnKeyReleased();
 
 signals:
     // The typing mode's UsageEvents (opened, translation made, translation pasted) for the
@@ -55,12 +52,13 @@ signals:
     void usageEvent(const QString &name);
 
 private:
-    void spotlightEditingFinished(const QVariantMap &userInfo);
-    void spotlightEnterPressed(const QVariantMap &userInfo);
+    void spotlightEditingFinished(const QString &typedText);
+    void spotlightEnterPressed(const QString &translation);
 
     QPointer<GoogleTranslateByURL> m_googleTranslator;
     LanguageFunction m_currentDstLanguageCode;
     PasteFunction m_paste;
     ShortcutSource m_shortcutSource;
+    Platform &m_platform;
     std::unique_ptr<SpotlightWindowController> m_spotlight;
 };

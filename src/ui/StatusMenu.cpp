@@ -64,11 +64,10 @@ QString englishFlag()
     return english ? english->flag : QString();
 }
 
-void checkOnly(QMenu *menu, int index)
+void checkOnly(QMenu *menu, const QString &code)
 {
-    const QList<QAction *> items = menu->actions();
-    for (int i = 0; i < items.size(); ++i)
-        items[i]->setChecked(i == index);
+    for (QAction *item : menu->actions())
+        item->setChecked(item->data().toString() == code);
 }
 
 } // namespace
@@ -120,14 +119,17 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
     m_autostartMenuItem->setChecked(launchAtLogin);
     connect(m_autostartMenuItem, &QAction::triggered, this,
             [this] { emit autostartTriggered(m_autostartMenuItem); });
-    QAction *preferencesItem = myTolkaroMenu->addAction(keyboardPreferences());
-    connect(preferencesItem, &QAction::triggered, this,
-            [this, preferencesItem] { emit keyboardPreferencesTriggered(preferencesItem); });
+    m_keyboardPreferencesMenuItem = myTolkaroMenu->addAction(keyboardPreferences());
+    connect(m_keyboardPreferencesMenuItem, &QAction::triggered, this,
+            [this] { emit keyboardPreferencesTriggered(m_keyboardPreferencesMenuItem); });
+    myTolkaroMenu->setToolTipsVisible(true);
 
     QMenu *destinationMenu = buildLanguageSubmenu();
     QMenu *alternativeMenu = buildLanguageSubmenu();
-    connect(destinationMenu, &QMenu::triggered, this, &StatusMenu::languageItemTriggered);
-    connect(alternativeMenu, &QMenu::triggered, this, &StatusMenu::language2ItemTriggered);
+    connect(destinationMenu, &QMenu::triggered, this,
+            [this](QAction *item) { emit languageItemTriggered(item->data().toString()); });
+    connect(alternativeMenu, &QMenu::triggered, this,
+            [this](QAction *item) { emit language2ItemTriggered(item->data().toString()); });
 
     const QString flag = englishFlag();
     m_destLanguageMenuItem = m_statusItemMenuAppTrusted->addMenu(destinationMenu);
@@ -172,6 +174,7 @@ QMenu *StatusMenu::buildLanguageSubmenu()
     for (const LanguageEntry &entry : LanguageTable::entries()) {
         QAction *item = menu->addAction(languageItem(entry));
         item->setCheckable(true);
+        item->setData(entry.code);
     }
     return menu;
 }
@@ -190,35 +193,49 @@ QMenu *StatusMenu::attachedMenu() const
     return m_statusItem ? m_statusItem->contextMenu() : nullptr;
 }
 
-void StatusMenu::showDestinationLanguage(const LanguageEntry &entry, int index)
+void StatusMenu::showDestinationLanguage(const LanguageEntry &entry)
 {
     if (!m_destLanguageMenuItem)
         return;
     m_destLanguageMenuItem->setText(destinationLanguage(entry.flag));
-    checkOnly(m_destLanguageMenuItem->menu(), index);
+    checkOnly(m_destLanguageMenuItem->menu(), entry.code);
 }
 
-void StatusMenu::showAlternativeDestinationLanguage(const LanguageEntry &entry, int index)
+void StatusMenu::showAlternativeDestinationLanguage(const LanguageEntry &entry)
 {
     if (!m_destLanguageMenuItem2)
         return;
     m_destLanguageMenuItem2->setText(alternativeDestinationLanguage(entry.flag));
-    checkOnly(m_destLanguageMenuItem2->menu(), index);
+    checkOnly(m_destLanguageMenuItem2->menu(), entry.code);
+}
+
+void StatusMenu::showSessionLimits(const QStringList &limits)
+{
+    if (!m_statusItemMenuAppTrusted)
+        return;
+    qDeleteAll(m_sessionLimitLines);
+    m_sessionLimitLines.clear();
+    QAction *first = m_statusItemMenuAppTrusted->actions().value(0);
+    for (const QString &limit : limits) {
+        auto *line = new QAction(limit, m_statusItemMenuAppTrusted);
+        line->setEnabled(false);
+        m_statusItemMenuAppTrusted->insertAction(first, line);
+        m_sessionLimitLines << line;
+    }
+    if (!limits.isEmpty())
+        m_sessionLimitLines << m_statusItemMenuAppTrusted->insertSeparator(first);
+}
+
+void StatusMenu::showUnavailable(QAction *item, const QString &reason)
+{
+    if (!item)
+        return;
+    item->setEnabled(false);
+    item->setToolTip(reason);
 }
 
 void StatusMenu::popUpMenu()
 {
     if (QMenu *menu = attachedMenu())
         menu->popup(QCursor::pos());
-}
-
-int StatusMenu::positionInMenu(QAction *item)
-{
-    if (!item)
-        return -1;
-    for (QObject *holder : item->associatedObjects()) {
-        if (auto *menu = qobject_cast<QMenu *>(holder))
-            return int(menu->actions().indexOf(item));
-    }
-    return -1;
 }

@@ -6,6 +6,7 @@
 #include <QIcon>
 #include <QPointer>
 #include <QString>
+#include <QStringList>
 #include <QSystemTrayIcon>
 
 struct LanguageEntry;
@@ -27,9 +28,14 @@ public:
 
     // Attaches the full menu (trusted) or the short one.
     void showMenuForTrust(bool trusted);
-    // Title "<flag> Destination Language" and the one check mark at index.
-    void showDestinationLanguage(const LanguageEntry &entry, int index);
-    void showAlternativeDestinationLanguage(const LanguageEntry &entry, int index);
+    // Title "<flag> Destination Language" and the one check mark on the entry's item.
+    void showDestinationLanguage(const LanguageEntry &entry);
+    void showAlternativeDestinationLanguage(const LanguageEntry &entry);
+    // What this session cannot do, as disabled lines atop the full menu (replacing any
+    // shown before), so a missing feature is told rather than silently absent.
+    void showSessionLimits(const QStringList &limits);
+    // Greys an item out and says why in its tooltip.
+    static void showUnavailable(QAction *item, const QString &reason);
     // Opens the attached menu at the pointer (a left click, or asked over D-Bus).
     void popUpMenu();
 
@@ -40,9 +46,7 @@ public:
     QAction *destLanguageMenuItem() const { return m_destLanguageMenuItem; }
     QAction *destLanguageMenuItem2() const { return m_destLanguageMenuItem2; }
     QAction *autostartMenuItem() const { return m_autostartMenuItem; }
-
-    // Position of an item in the menu that holds it, or -1.
-    static int positionInMenu(QAction *item);
+    QAction *keyboardPreferencesMenuItem() const { return m_keyboardPreferencesMenuItem; }
 
 signals:
     void checkForUpdatesTriggered(QAction *sender);
@@ -50,8 +54,9 @@ signals:
     void keyboardPreferencesTriggered(QAction *sender);
     void makeTrustedTriggered(QAction *sender);
     void quitTriggered(QAction *sender);
-    void languageItemTriggered(QAction *sender);
-    void language2ItemTriggered(QAction *sender);
+    // A language item was chosen; each item carries its language code.
+    void languageItemTriggered(const QString &code);
+    void language2ItemTriggered(const QString &code);
 
 private:
     QMenu *buildLanguageSubmenu();
@@ -66,6 +71,8 @@ private:
     QPointer<QAction> m_destLanguageMenuItem;
     QPointer<QAction> m_destLanguageMenuItem2;
     QPointer<QAction> m_autostartMenuItem;
+    QPointer<QAction> m_keyboardPreferencesMenuItem;
+    QList<QAction *> m_sessionLimitLines;
 };
 
 // The status menu's own texts.

@@ -1,7 +1,8 @@
 #include "ui/TranslationPopover.h"
 
 #include "presentation/PopoverPlacement.h"
-#include "ui/OutsideClickWatcher.h"
+#include "platform/OutsideClickWatcher.h"
+#include "platform/Platform.h"
 
 #include <QCursor>
 #include <QGuiApplication>
@@ -11,25 +12,8 @@
 #include <QRegion>
 #include <QScreen>
 #include <QVBoxLayout>
-#include <QtGui/qguiapplication_platform.h>
-
-#include <X11/Xatom.h>
-#include <X11/Xlib.h>
 
 namespace {
-
-// A compositing manager owns the _NET_WM_CM_S<screen> selection; only then do
-// translucent windows show what lies beneath them instead of black.
-bool compositorIsRunning()
-{
-    auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
-    Display *display = x11 ? x11->display() : nullptr;
-    if (!display)
-        return false;
-    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(DefaultScreen(display));
-    const Atom selection = XInternAtom(display, name.constData(), False);
-    return XGetSelectionOwner(display, selection) != None;
-}
 
 QScreen *screenUnder(const QPoint &position)
 {
@@ -40,17 +24,17 @@ QScreen *screenUnder(const QPoint &position)
 
 } // namespace
 
-TranslationPopover::TranslationPopover(QWidget *content, QWidget *parent)
+TranslationPopover::TranslationPopover(QWidget *content, Platform &platform, QWidget *parent)
     : QWidget(parent, Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowDoesNotAcceptFocus |
                           Qt::NoDropShadowWindowHint),
-      m_content(content), m_clickWatcher(new OutsideClickWatcher(this))
+      m_content(content), m_clickWatcher(platform.createOutsideClickWatcher(this).release())
 {
     setObjectName(QStringLiteral("TranslationPopover"));
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_X11DoNotAcceptFocus);
     setFocusPolicy(Qt::NoFocus);
     // The visual is chosen when the native window is created, so this is decided once.
-    m_composited = compositorIsRunning();
+    m_composited = platform.compositorIsRunning();
     if (m_composited)
         setAttribute(Qt::WA_TranslucentBackground);
 

@@ -7,6 +7,7 @@
 #include <chrono>
 
 class OutsideClickWatcher;
+class Platform;
 class QPropertyAnimation;
 
 // The window of the translation popover: a frameless tool-tip window (override-redirect
@@ -21,7 +22,8 @@ class TranslationPopover : public QWidget
 {
     Q_OBJECT
 public:
-    explicit TranslationPopover(QWidget *content, QWidget *parent = nullptr);
+    // The platform gives the outside-click watcher and tells whether a compositor runs.
+    TranslationPopover(QWidget *content, Platform &platform, QWidget *parent = nullptr);
     ~TranslationPopover() override;
 
     // Creates the native window and the click watcher's connection ahead of the first

@@ -10,6 +10,7 @@
 #include "capture/AccessibilityManager.h"
 #include "common/Log.h"
 #include "common/NotificationCenter.h"
+#include "platform/Platform.h"
 #include "platform/x11/X11Input.h"
 #include "platform/x11/X11WindowQueries.h"
 #include "platform/x11/XTestKeySender.h"
@@ -109,7 +110,8 @@ void TestTypingMode::initTestCase()
         [](const QString &text) {
             AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
                 AccessibilityManager::getActiveApplicationElement(), text);
-        });
+        },
+        Platform::instance());
     // As the application does: the shortcut's notification toggles the panel.
     NotificationCenter::defaultCenter().addObserver(
         QLatin1String(NotificationNames::kOpenTypingModeNotification), m_coordinator.get(),

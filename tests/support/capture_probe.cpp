@@ -17,7 +17,7 @@
 // Coordinates are screen pixels. Exit status 1 when nothing was captured.
 
 #include "capture/AccessibilityManager.h"
-#include "capture/TextCaptureBackend.h"
+#include "platform/TextCaptureBackend.h"
 #include "platform/atspi/UIElementUtilities.h"
 
 #include <QClipboard>

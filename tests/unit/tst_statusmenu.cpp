@@ -18,13 +18,14 @@ private slots:
     void untrustedMenuOffersTrustAndQuit();
     void invertedImageWhileAMenuIsOpen_data();
     void invertedImageWhileAMenuIsOpen();
-    void choosingByPosition_data();
-    void choosingByPosition();
+    void choosingByCode_data();
+    void choosingByCode();
+    void sessionLimitsAreToldAndReplaced();
 
 private:
-    // What the application controller does with a language item: the entry at the item's
-    // position in its menu becomes the choice.
-    void choose(QAction *item, bool alternative);
+    // What the application controller does with a language item: the entry with the item's
+    // code becomes the choice.
+    void choose(const QString &code, bool alternative);
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<Preferences> m_preferences;
@@ -44,9 +45,9 @@ void TestStatusMenu::init()
     connect(m_languages.get(), &LanguageSelection::language2Changed, m_menu.get(),
             &StatusMenu::showAlternativeDestinationLanguage);
     connect(m_menu.get(), &StatusMenu::languageItemTriggered, this,
-            [this](QAction *item) { choose(item, false); });
+            [this](const QString &code) { choose(code, false); });
     connect(m_menu.get(), &StatusMenu::language2ItemTriggered, this,
-            [this](QAction *item) { choose(item, true); });
+            [this](const QString &code) { choose(code, true); });
 }
 
 void TestStatusMenu::cleanup()
@@ -57,15 +58,14 @@ void TestStatusMenu::cleanup()
     m_dir.reset();
 }
 
-void TestStatusMenu::choose(QAction *item, bool alternative)
+void TestStatusMenu::choose(const QString &code, bool alternative)
 {
-    const int position = StatusMenu::positionInMenu(item);
-    QVERIFY(position >= 0);
-    const LanguageEntry entry = LanguageTable::entries().at(position);
+    const std::optional<LanguageEntry> entry = LanguageTable::languageWithCode(code);
+    QVERIFY(entry);
     if (alternative)
-        m_languages->setLanguage2(entry);
+        m_languages->setLanguage2(*entry);
     else
-        m_languages->setLanguage(entry);
+        m_languages->setLanguage(*entry);
 }
 
 void TestStatusMenu::invertedImageWhileAMenuIsOpen_data()
@@ -102,7 +102,7 @@ void TestStatusMenu::untrustedMenuOffersTrustAndQuit()
     QCOMPARE(m_menu->attachedMenu(), m_menu->statusItemMenuAppTrusted());
 }
 
-void TestStatusMenu::choosingByPosition_data()
+void TestStatusMenu::choosingByCode_data()
 {
     QTest::addColumn<bool>("alternative");
     QTest::addColumn<int>("position");
@@ -115,7 +115,7 @@ void TestStatusMenu::choosingByPosition_data()
     QTest::newRow("German twice stays checked") << false << 13 << 2 << "de";
 }
 
-void TestStatusMenu::choosingByPosition()
+void TestStatusMenu::choosingByCode()
 {
     QFETCH(bool, alternative);
     QFETCH(int, position);
@@ -137,6 +137,23 @@ void TestStatusMenu::choosingByPosition()
     QAction *other = alternative ? m_menu->destLanguageMenuItem() : m_menu->destLanguageMenuItem2();
     for (QAction *otherItem : other->menu()->actions())
         QVERIFY(!otherItem->isChecked());
+}
+
+void TestStatusMenu::sessionLimitsAreToldAndReplaced()
+{
+    QMenu *menu = m_menu->statusItemMenuAppTrusted();
+    const int itemsBefore = int(menu->actions().size());
+    m_menu->showSessionLimits({QStringLiteral("no gesture"), QStringLiteral("no capture")});
+    QCOMPARE(menu->actions().at(0)->text(), QStringLiteral("no gesture"));
+    QVERIFY(!menu->actions().at(0)->isEnabled());
+    QVERIFY(menu->actions().at(2)->isSeparator());
+    m_menu->showSessionLimits({});
+    QCOMPARE(menu->actions().size(), itemsBefore);
+
+    QAction *preferences = m_menu->keyboardPreferencesMenuItem();
+    StatusMenu::showUnavailable(preferences, QStringLiteral("why"));
+    QVERIFY(!preferences->isEnabled());
+    QCOMPARE(preferences->toolTip(), QStringLiteral("why"));
 }
 
 QTEST_MAIN(TestStatusMenu)

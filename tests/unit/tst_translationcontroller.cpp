@@ -2,10 +2,13 @@
 
 #include "controller/TranslationController.h"
 #include "languages/LanguageTable.h"
+#include "platform/ModifierKeyMonitor.h"
 #include "settings/Preferences.h"
 #include "translation/GoogleTranslateByURL.h"
 
+#include <QRegularExpression>
 #include <QSignalSpy>
+#include <QUrlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -54,6 +57,34 @@ struct ScriptedTextSource : TextSource
     void pasteIntoCapturedApplication(const QString &t) override { pasted << t; }
 };
 
+// A key source that replays a script: "+LC" left Control down, "-LC" up; LA left Alt, AL
+// the alternative-language key. Each step comes 0.1 s after the one before.
+class ScriptedKeySource : public ModifierKeyMonitor
+{
+public:
+    bool install() override { return true; }
+    void remove() override {}
+    bool isInstalled() const override { return true; }
+    bool canInstall() const override { return true; }
+
+    void play(const QString &script)
+    {
+        static const QHash<QString, GestureKey> keys{{"LC", GestureKey::LeftControl},
+                                                     {"LA", GestureKey::LeftAlt},
+                                                     {"AL", GestureKey::AlternativeLanguage}};
+        for (const QString &step : script.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+            const GestureKey key = keys.value(step.mid(1));
+            m_held.setFlag(key, step.startsWith(QLatin1Char('+')));
+            m_time += std::chrono::milliseconds(100);
+            emit keyEvent({key, m_held, m_time});
+        }
+    }
+
+private:
+    GestureKeys m_held;
+    std::chrono::steady_clock::time_point m_time{std::chrono::hours(1)};
+};
+
 } // namespace
 
 class TestTranslationController : public QObject
@@ -68,6 +99,8 @@ private slots:
     void noTextShowsMessageAndSendsNothing();
     void releaseWhilePendingHidesAndCountsTheCancel();
     void optionPastesOnlyAKeptTranslation();
+    void keysDriveTheTranslation_data();
+    void keysDriveTheTranslation();
 
 private:
     // Runs one gesture's press and waits for the answer to be shown.
@@ -98,7 +131,6 @@ void TestTranslationController::init()
     m_controller = std::make_unique<TranslationController>(*m_client, *m_languages, *m_preferences,
                                                            *m_presenter, *m_source);
     m_events.clear();
-    m_controller->setFnStateSource([] { return false; });
     m_controller->setUsageReport([this](const QString &event, const QVariantMap &fields) {
         m_events << event + QLatin1Char(':') + fields.value("counter").toString();
     });
@@ -114,7 +146,7 @@ void TestTranslationController::cleanup()
 void TestTranslationController::pressAndWaitForAnswer()
 {
     QSignalSpy shown(m_controller.get(), &TranslationController::translationShown);
-    m_controller->controlDoublePressed();
+    m_controller->controlDoublePressed(false);
     QVERIFY(shown.wait(kWaitMs));
 }
 
@@ -178,7 +210,7 @@ void TestTranslationController::noTextShowsMessageAndSendsNothing()
     m_presenter->hidePopOver();
     m_presenter->texts.clear();
     m_source->text.reset();
-    m_controller->controlDoublePressed();
+    m_controller->controlDoublePressed(false);
     QCOMPARE(m_presenter->texts,
              QStringList({"open:No text to translate", "gray:No text to translate"}));
     QVERIFY(!m_controller->lastTranslatedText());
@@ -194,7 +226,7 @@ void TestTranslationController::releaseWhilePendingHidesAndCountsTheCancel()
 
     m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
     QSignalSpy shown(m_controller.get(), &TranslationController::translationShown);
-    m_controller->controlDoublePressed();
+    m_controller->controlDoublePressed(false);
     QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 2, kWaitMs);
     m_controller->controlDoublePressReleased();
     QVERIFY(!m_presenter->isPopoverShown());
@@ -222,6 +254,56 @@ void TestTranslationController::optionPastesOnlyAKeptTranslation()
     pressAndWaitForAnswer();
     m_controller->altPressedWhenControlIsDoublePressed();
     QCOMPARE(m_source->pasted.size(), 1);
+}
+
+void TestTranslationController::keysDriveTheTranslation_data()
+{
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<QStringList>("languages"); // of the requests, in order
+    QTest::addColumn<int>("opened");
+    QTest::addColumn<bool>("pasted");
+    QTest::addColumn<bool>("shownAtEnd");
+
+    QTest::newRow("double press and hold") << "+LC -LC +LC" << QStringList{"de"} << 1 << false
+                                           << true;
+    QTest::newRow("released") << "+LC -LC +LC -LC" << QStringList{"de"} << 1 << false << false;
+    QTest::newRow("with the alternative key held")
+        << "+AL +LC -LC +LC" << QStringList{"ja"} << 1 << false << true;
+    QTest::newRow("alternative key pressed and released while held: popover stays")
+        << "+LC -LC +LC +AL -AL" << QStringList{"de", "ja", "de"} << 1 << false << true;
+    QTest::newRow("left Alt while held pastes") << "+LC -LC +LC +LA -LA" << QStringList{"de"}
+                                                << 1 << true << true;
+}
+
+void TestTranslationController::keysDriveTheTranslation()
+{
+    QFETCH(QString, script);
+    QFETCH(QStringList, languages);
+    QFETCH(int, opened);
+    QFETCH(bool, pasted);
+    QFETCH(bool, shownAtEnd);
+
+    ScriptedKeySource keySource;
+    ModifierGestureDetector gesture(*m_controller);
+    connect(&keySource, &ModifierKeyMonitor::keyEvent, this,
+            [&gesture](const GestureKeyEvent &event) { gesture.keyboardTapEvent(event); });
+    // The paste needs a translation kept from an earlier gesture.
+    m_source->text = "Hello";
+    pressAndWaitForAnswer();
+    m_presenter->hidePopOver();
+    m_presenter->texts.clear();
+    const int earlierRequests = m_server->requestCount();
+
+    keySource.play(script);
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount() - earlierRequests,
+                              int(languages.size()), kWaitMs);
+    QStringList sent;
+    for (const auto &request : m_server->requests().mid(earlierRequests))
+        sent << QUrlQuery(QUrl(QString::fromUtf8(request.target()))).queryItemValue("tl");
+    QCOMPARE(sent, languages);
+    QCOMPARE(m_presenter->texts.filter(QRegularExpression("^open:")).size(), opened);
+    QCOMPARE(m_source->pasted.size(), pasted ? 1 : 0);
+    QCOMPARE(m_presenter->isPopoverShown(), shownAtEnd);
 }
 
 QTEST_GUILESS_MAIN(TestTranslationController)

@@ -1,10 +1,11 @@
 // The typing panel and the application's side of it, without a desktop: the panel's
-// notifications, its collapsed size, what goes to a real client talking to a loopback
+// signals, its collapsed size, what goes to a real client talking to a loopback
 // endpoint, and what reaches the paste. The keyboard grab, the paste into another application
 // and the panel's growth with its top edge kept are the desktop test's.
 
 #include "LoopbackTranslationServer.h"
-#include "common/NotificationCenter.h"
+#include "common/UsageEvents.h"
+#include "platform/Platform.h"
 #include "translation/GoogleTranslateByURL.h"
 #include "typing/SpotlightWindow.h"
 #include "typing/SpotlightWindowController.h"
@@ -13,18 +14,8 @@
 #include "typing/TypingModeRules.h"
 
 #include <QLabel>
+#include <QSignalSpy>
 #include <QTest>
-
-namespace {
-
-void postEditingFinished(const QString &text)
-{
-    NotificationCenter::defaultCenter().post(
-        QLatin1String(NotificationNames::kSpotlightEditingFinished),
-        {{QLatin1String(NotificationUserInfoKeys::kText), text}});
-}
-
-} // namespace
 
 class TestTypingPanel : public QObject
 {
@@ -37,10 +28,13 @@ private slots:
     void typedTextSent();
     void emptyTextShrinksAndSendsNothing();
     void failedTranslationShowsAndPastesTheErrorText();
+    void shortcutClosesThroughTheOpeningPath();
 
 private:
     SpotlightWindowController *spotlight() const { return m_coordinator->spotlight(); }
+    void postEditingFinished(const QString &text) { emit spotlight()->editingFinished(text); }
 
+    std::unique_ptr<Platform> m_platform = Platform::create(Platform::Session::None);
     std::unique_ptr<LoopbackTranslationServer> m_server;
     std::unique_ptr<GoogleTranslateByURL> m_client;
     std::unique_ptr<TypingModeCoordinator> m_coordinator;
@@ -55,16 +49,11 @@ void TestTypingPanel::initTestCase()
     m_client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
     m_coordinator = std::make_unique<TypingModeCoordinator>(
         m_client.get(), [] { return QStringLiteral("fr"); },
-        [this](const QString &text) { m_pasted.append(text); });
-    NotificationCenter &center = NotificationCenter::defaultCenter();
-    center.addObserver(
-        QLatin1String(NotificationNames::kSpotlightEnterPressedNotification), this,
-        [this](const QVariantMap &info) {
-            m_enterNotifications.append(
-                info.value(QLatin1String(NotificationUserInfoKeys::kTranslation)).toString());
-        });
+        [this](const QString &text) { m_pasted.append(text); }, *m_platform);
     m_coordinator->showSpotlightTranslationPopup();
     QVERIFY(spotlight());
+    connect(spotlight(), &SpotlightWindowController::enterPressed, this,
+            [this](const QString &translation) { m_enterNotifications.append(translation); });
 }
 
 void TestTypingPanel::init()
@@ -135,6 +124,20 @@ void TestTypingPanel::failedTranslationShowsAndPastesTheErrorText()
     QCOMPARE(m_enterNotifications, QStringList{error});
     QCOMPARE(m_pasted, QStringList{error});
     QVERIFY(!spotlight()->isVisible());
+}
+
+// The shortcut pressed while the panel holds the keyboard closes it the way the desktop-wide
+// shortcut opens it: one path, one usage event each way.
+void TestTypingPanel::shortcutClosesThroughTheOpeningPath()
+{
+    QSignalSpy usage(m_coordinator.get(), &TypingModeCoordinator::usageEvent);
+    emit spotlight()->shortcutPressed();
+    QVERIFY(!spotlight()->isVisible());
+    emit spotlight()->shortcutPressed();
+    QVERIFY(spotlight()->isVisible());
+    QCOMPARE(usage.size(), 2);
+    for (const QList<QVariant> &event : usage)
+        QCOMPARE(event.at(0).toString(), QLatin1String(UsageEvents::kTypingModeOpened));
 }
 
 QTEST_MAIN(TestTypingPanel)

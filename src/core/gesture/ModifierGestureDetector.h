@@ -1,53 +1,57 @@
 #pragma once
 
+#include <QFlags>
 #include <QtGlobal>
 
 #include <chrono>
 
-// Modifier flag bits and key codes of the gesture, as the key monitor reports them.
-namespace ModifierKeys {
-inline constexpr quint64 kFnFlag = 0x800000;
-inline constexpr quint64 kControlFlag = 0x40000;
-inline constexpr quint64 kOptionFlag = 0x80000;
-inline constexpr quint16 kLeftControlKeyCode = 59;
-inline constexpr quint16 kRightControlKeyCode = 62;
-inline constexpr quint16 kLeftOptionKeyCode = 58;
-inline constexpr quint16 kRightOptionKeyCode = 61;
-// The key that reports the fn flag (on PC keyboards, its stand-in).
-inline constexpr quint16 kFnKeyCode = 63;
-// Modifiers outside the gesture that still make a modifier change.
-inline constexpr quint64 kShiftFlag = 0x20000;
-inline constexpr quint64 kCommandFlag = 0x100000;
-inline constexpr quint16 kLeftShiftKeyCode = 56;
-inline constexpr quint16 kRightShiftKeyCode = 60;
-inline constexpr quint16 kLeftCommandKeyCode = 55;
-inline constexpr quint16 kRightCommandKeyCode = 54;
-} // namespace ModifierKeys
-
-// One modifier change: the flags held after it, the key that changed and when.
-struct ModifierEvent
+// The keys the gesture knows. Key sources report only these; every other key is dropped
+// where it arrives. The alternative-language key is a configurable stand-in (left Super by
+// default), since PC keyboards have no key of their own for it.
+enum class GestureKey : quint8
 {
-    quint64 modifierFlags = 0;
-    quint16 keyCode = 0;
-    std::chrono::system_clock::time_point time;
+    LeftControl = 0x01,
+    RightControl = 0x02,
+    LeftAlt = 0x04,
+    RightAlt = 0x08,
+    AlternativeLanguage = 0x10,
+};
+Q_DECLARE_FLAGS(GestureKeys, GestureKey)
+Q_DECLARE_OPERATORS_FOR_FLAGS(GestureKeys)
+
+// One change of a gesture key: the key that went down or up, the gesture keys held after
+// the change, and when it happened (a monotonic clock, so a clock change between two
+// presses cannot make or break a double press).
+struct GestureKeyEvent
+{
+    GestureKey key = GestureKey::LeftControl;
+    GestureKeys held;
+    std::chrono::steady_clock::time_point time;
+
+    bool isPress() const { return held.testFlag(key); }
 };
 
-// What the gesture drives. The translation controller implements the first three; the
-// typing mode hears about fn.
+// What the gesture drives, one way: the translation controller implements it and never
+// asks the detector anything back.
 class GestureActions
 {
 public:
     virtual ~GestureActions() = default;
-    virtual void controlDoublePressed() = 0;
-    virtual void controlDoublePressReleased() = 0;
+    // Left Control pressed twice within the window and held; translate into the alternative
+    // language when its key is held.
+    virtual void controlDoublePressed(bool alternativeLanguage) = 0;
+    // While held, the alternative-language key is (still, or no longer) down: translate
+    // again into that language.
+    virtual void alternativeLanguageSwitched(bool alternativeLanguage) = 0;
+    // Left Alt pressed while held: paste the translation.
     virtual void altPressedWhenControlIsDoublePressed() = 0;
-    virtual void fnKeyPressed() = 0;
-    virtual void fnKeyReleased() = 0;
+    // Left Control released: the gesture is over.
+    virtual void controlDoublePressReleased() = 0;
 };
 
-// Turns the stream of modifier changes into gesture actions: left Control pressed twice
-// within 0.4 s and held, Option while held, fn changes while held. Pure logic, fed one
-// event at a time on the main thread.
+// Turns the stream of gesture-key changes into gesture actions: left Control pressed twice
+// within 0.4 s and held, left Alt while held, the alternative-language key while held.
+// Pure logic, fed one event at a time on the main thread.
 class ModifierGestureDetector
 {
 public:
@@ -55,17 +59,11 @@ public:
 
     explicit ModifierGestureDetector(GestureActions &actions);
 
-    void keyboardTapEvent(const ModifierEvent &event);
+    void keyboardTapEvent(const GestureKeyEvent &event);
 
-    bool controlIsDoublePressed() const { return m_controlIsDoublePressed; }
-    bool fnIsPressed() const { return m_fnIsPressed; }
-    std::chrono::system_clock::time_point lastControlKeyPressedTime() const
-    {
-        return m_lastControlKeyPressedTime;
-    }
     // Set to the launch time at start-up, so a single press soon after launch completes
     // a double press.
-    void setLastControlKeyPressedTime(std::chrono::system_clock::time_point time)
+    void setLastControlKeyPressedTime(std::chrono::steady_clock::time_point time)
     {
         m_lastControlKeyPressedTime = time;
     }
@@ -73,6 +71,6 @@ public:
 private:
     GestureActions &m_actions;
     bool m_controlIsDoublePressed = false;
-    bool m_fnIsPressed = false;
-    std::chrono::system_clock::time_point m_lastControlKeyPressedTime;
+    bool m_alternativeKeyIsPressed = false;
+    std::chrono::steady_clock::time_point m_lastControlKeyPressedTime;
 };

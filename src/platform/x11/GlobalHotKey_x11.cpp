@@ -24,14 +24,6 @@ struct FreeDeleter
 
 } // namespace
 
-std::unique_ptr<GlobalHotKey> GlobalHotKey::create(QObject *parent)
-{
-    auto hotKey = std::make_unique<GlobalHotKeyX11>(QString(), parent);
-    if (!hotKey->isValid())
-        return nullptr;
-    return hotKey;
-}
-
 GlobalHotKeyX11::GlobalHotKeyX11(const QString &displayName, QObject *parent) : GlobalHotKey(parent)
 {
     const QByteArray name = displayName.toLocal8Bit();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/x11/GlobalHotKey.h"
+#include "platform/GlobalHotKey.h"
 
 #include <QList>
 #include <QTimer>

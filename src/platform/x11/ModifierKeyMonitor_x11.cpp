@@ -14,8 +14,6 @@
 // Xlib only for XStringToKeysym, which needs no display; included last for its macros.
 #include <X11/Xlib.h>
 
-using namespace ModifierKeys;
-
 namespace {
 
 // XInput 2.2 is the first version that delivers raw events to every client that selects
@@ -24,9 +22,8 @@ constexpr quint16 kXInputMajor = 2;
 constexpr quint16 kXInputMinor = 2;
 
 // Keysyms of the modifier keys, from X11/keysymdef.h.
-constexpr xcb_keysym_t kShiftL = 0xffe1, kShiftR = 0xffe2, kControlL = 0xffe3, kControlR = 0xffe4,
-                       kMetaL = 0xffe7, kMetaR = 0xffe8, kAltL = 0xffe9, kAltR = 0xffea,
-                       kSuperL = 0xffeb, kSuperR = 0xffec, kIsoLevel3Shift = 0xfe03;
+constexpr xcb_keysym_t kControlL = 0xffe3, kControlR = 0xffe4, kMetaL = 0xffe7, kMetaR = 0xffe8,
+                       kAltL = 0xffe9, kAltR = 0xffea, kIsoLevel3Shift = 0xfe03;
 
 struct FreeDeleter
 {
@@ -35,25 +32,17 @@ struct FreeDeleter
 template <typename T> using XcbReply = std::unique_ptr<T, FreeDeleter>;
 
 // The right Alt key types the third level on most non-US layouts (ISO_Level3_Shift), which
-// is just what Option does; it counts as the right Option key.
+// is just what Alt does in the gesture; it counts as the right Alt key.
 struct Role
 {
     xcb_keysym_t keysym;
-    quint16 keyCode;
-    quint64 flag;
+    GestureKey key;
 };
 constexpr Role kModifierRoles[] = {
-    {kControlL, kLeftControlKeyCode, kControlFlag},
-    {kControlR, kRightControlKeyCode, kControlFlag},
-    {kAltL, kLeftOptionKeyCode, kOptionFlag},
-    {kMetaL, kLeftOptionKeyCode, kOptionFlag},
-    {kAltR, kRightOptionKeyCode, kOptionFlag},
-    {kMetaR, kRightOptionKeyCode, kOptionFlag},
-    {kIsoLevel3Shift, kRightOptionKeyCode, kOptionFlag},
-    {kShiftL, ModifierKeys::kLeftShiftKeyCode, ModifierKeys::kShiftFlag},
-    {kShiftR, ModifierKeys::kRightShiftKeyCode, ModifierKeys::kShiftFlag},
-    {kSuperL, ModifierKeys::kLeftCommandKeyCode, ModifierKeys::kCommandFlag},
-    {kSuperR, ModifierKeys::kRightCommandKeyCode, ModifierKeys::kCommandFlag},
+    {kControlL, GestureKey::LeftControl}, {kControlR, GestureKey::RightControl},
+    {kAltL, GestureKey::LeftAlt},         {kMetaL, GestureKey::LeftAlt},
+    {kAltR, GestureKey::RightAlt},        {kMetaR, GestureKey::RightAlt},
+    {kIsoLevel3Shift, GestureKey::RightAlt},
 };
 
 // XInput 2 events travel as generic events: a server can announce XInput 2.2 with the
@@ -103,10 +92,10 @@ xcb_connection_t *openConnection(const QString &displayName, quint8 *xinputOpcod
 } // namespace
 
 ModifierKeyMonitorX11::ModifierKeyMonitorX11(const QString &displayName,
-                                             const QString &fnStandInKey, QObject *parent)
+                                             const QString &alternativeKey, QObject *parent)
     : ModifierKeyMonitor(parent), m_displayName(displayName)
 {
-    setFnStandInKey(fnStandInKey);
+    setAlternativeLanguageKey(alternativeKey);
 }
 
 ModifierKeyMonitorX11::~ModifierKeyMonitorX11()
@@ -114,10 +103,10 @@ ModifierKeyMonitorX11::~ModifierKeyMonitorX11()
     remove();
 }
 
-void ModifierKeyMonitorX11::setFnStandInKey(const QString &keysymName)
+void ModifierKeyMonitorX11::setAlternativeLanguageKey(const QString &keysymName)
 {
     const KeySym keysym = XStringToKeysym(keysymName.toLatin1().constData());
-    m_fnStandInKeysym = keysym == NoSymbol ? 0 : xcb_keysym_t(keysym);
+    m_alternativeKeysym = keysym == NoSymbol ? 0 : xcb_keysym_t(keysym);
     if (m_connection)
         refreshKeyRoles();
 }
@@ -242,7 +231,7 @@ void ModifierKeyMonitorX11::handleRawKey(bool pressed, quint32 keycode, quint16 
     }
     if (keycode >= m_roles.size())
         return;
-    if (m_roles[keycode].keyCode == 0) {
+    if (!m_roles[keycode]) {
         m_pressed.reset(keycode); // it may have been a modifier before a mapping change
         return;                   // not a modifier: forgotten here
     }
@@ -252,26 +241,22 @@ void ModifierKeyMonitorX11::handleRawKey(bool pressed, quint32 keycode, quint16 
         return;
     m_pressed.set(keycode, pressed);
 
-    ModifierEvent event;
-    event.modifierFlags = heldFlags();
-    event.keyCode = m_roles[keycode].keyCode;
-    event.time = std::chrono::system_clock::now();
-    emit modifierEvent(event);
+    emit keyEvent(GestureKeyEvent{*m_roles[keycode], heldKeys(), std::chrono::steady_clock::now()});
 }
 
-quint64 ModifierKeyMonitorX11::heldFlags() const
+GestureKeys ModifierKeyMonitorX11::heldKeys() const
 {
-    quint64 flags = 0;
+    GestureKeys keys;
     for (size_t keycode = 0; keycode < m_roles.size(); ++keycode) {
-        if (m_pressed.test(keycode))
-            flags |= m_roles[keycode].flag;
+        if (m_pressed.test(keycode) && m_roles[keycode])
+            keys |= *m_roles[keycode];
     }
-    return flags;
+    return keys;
 }
 
 void ModifierKeyMonitorX11::refreshKeyRoles()
 {
-    m_roles.fill(KeyRole{});
+    m_roles.fill(std::nullopt);
     const xcb_setup_t *setup = xcb_get_setup(m_connection);
     const quint8 first = setup->min_keycode;
     const quint8 count = setup->max_keycode - setup->min_keycode + 1;
@@ -289,20 +274,20 @@ void ModifierKeyMonitorX11::refreshKeyRoles()
         if (keysym == 0)
             continue;
         KeyRole &role = m_roles[first + i];
-        if (keysym == m_fnStandInKeysym) {
-            role = {kFnKeyCode, kFnFlag};
+        if (keysym == m_alternativeKeysym) {
+            role = GestureKey::AlternativeLanguage;
             continue;
         }
         for (const Role &known : kModifierRoles) {
             if (known.keysym == keysym) {
-                role = {known.keyCode, known.flag};
+                role = known.key;
                 break;
             }
         }
     }
     // A held key that is no modifier any more is not held as one.
     for (size_t keycode = 0; keycode < m_roles.size(); ++keycode) {
-        if (m_roles[keycode].keyCode == 0)
+        if (!m_roles[keycode])
             m_pressed.reset(keycode);
     }
 }
@@ -338,7 +323,7 @@ void ModifierKeyMonitorX11::resyncPressedKeys()
         return;
     for (size_t keycode = 0; keycode < m_roles.size(); ++keycode) {
         const bool down = keymap->keys[keycode / 8] & (1u << (keycode % 8));
-        if (down && m_roles[keycode].keyCode != 0)
+        if (down && m_roles[keycode])
             m_pressed.set(keycode);
     }
 }

@@ -1,11 +1,12 @@
 #pragma once
 
-#include "platform/x11/ModifierKeyMonitor.h"
+#include "platform/ModifierKeyMonitor.h"
 
 #include <xcb/xcb.h>
 
 #include <array>
 #include <bitset>
+#include <optional>
 #include <vector>
 
 class QSocketNotifier;
@@ -16,20 +17,18 @@ class QSocketNotifier;
 // keyboard grab; no key is grabbed, so nothing is taken away from the applications.
 //
 // Keys are told apart by the keysym at the first level of their key code, looked up afresh
-// whenever the keyboard mapping changes, and reported with the virtual key codes and flag
-// bits the gesture expects: left/right Control 59/62, left/right Alt (Option) 58/61, and
-// the fn stand-in key as fn (63). Shift (56/60) and Super (Command, 55/54) changes are
-// reported as well, as modifier changes. Any other key is dropped on arrival and never
-// stored or logged. Key events announced by Tolkaro's own key sender are passed over (see
+// whenever the keyboard mapping changes, and reported as the gesture's keys: left and right
+// Control, left and right Alt (Meta and ISO_Level3_Shift count as Alt), and the configured
+// alternative-language key. Any other key is dropped on arrival and never stored or logged. Key events announced by Tolkaro's own key sender are passed over (see
 // SyntheticKeyEvents.h).
 class ModifierKeyMonitorX11 : public ModifierKeyMonitor
 {
     Q_OBJECT
 
 public:
-    // An empty display name means $DISPLAY. The fn stand-in is an X keysym name; an unknown
-    // name leaves fn without a key.
-    ModifierKeyMonitorX11(const QString &displayName, const QString &fnStandInKey,
+    // An empty display name means $DISPLAY. The alternative-language key is an X keysym
+    // name; an unknown name leaves it without a key.
+    ModifierKeyMonitorX11(const QString &displayName, const QString &alternativeKey,
                           QObject *parent = nullptr);
     ~ModifierKeyMonitorX11() override;
 
@@ -38,14 +37,11 @@ public:
     bool isInstalled() const override { return m_connection != nullptr; }
     bool canInstall() const override;
 
-    void setFnStandInKey(const QString &keysymName);
+    void setAlternativeLanguageKey(const QString &keysymName);
 
 private:
-    struct KeyRole
-    {
-        quint16 keyCode = 0; // 0: not a modifier this monitor reports
-        quint64 flag = 0;
-    };
+    // What a key code means to the gesture; no value: not a key it knows.
+    using KeyRole = std::optional<GestureKey>;
 
     void readEvents();
     void handleEvent(const xcb_generic_event_t *event);
@@ -53,11 +49,11 @@ private:
     void refreshKeyRoles();
     void refreshXTestDevices();
     void resyncPressedKeys();
-    quint64 heldFlags() const;
+    GestureKeys heldKeys() const;
     void disconnectFromServer();
 
     QString m_displayName;
-    xcb_keysym_t m_fnStandInKeysym = 0;
+    xcb_keysym_t m_alternativeKeysym = 0;
     xcb_connection_t *m_connection = nullptr;
     quint8 m_xinputOpcode = 0;
     QSocketNotifier *m_notifier = nullptr;

@@ -1,23 +1,23 @@
 #pragma once
 
+#include "platform/PointerLocator.h"
+
 #include <QPoint>
 #include <QString>
 
-#include <cstdint>
-#include <memory>
-#include <optional>
+#include <Qt>
 
 // What text capture needs from the windowing system, beside AT-SPI: whose window is under
 // the pointer, which window is active, who owns the PRIMARY selection, the modifier keys,
-// and synthetic keystrokes. One backend per windowing system, chosen at run time by
-// instance(): X11 when there is an X display, else a backend that can do nothing, so the
-// interface can grey out what this session cannot do. Main thread only.
+// and synthetic keystrokes (through the platform's key sender). One backend per session,
+// handed out by Platform; the null one can do nothing, so the interface can grey out what
+// this session cannot do. Main thread only.
 class TextCaptureBackend
 {
 public:
     virtual ~TextCaptureBackend() = default;
 
-    // The chosen backend for this process.
+    // The backend of this process's platform.
     static TextCaptureBackend &instance();
 
     // Text under the pointer can be read at all (a display and the accessibility bus).
@@ -25,13 +25,7 @@ public:
     // A selection can be replaced in another application (AT-SPI or synthetic keystrokes).
     virtual bool canReplaceSelection() const = 0;
 
-    // The topmost window under a point in screen pixels, never one of this process: its
-    // process (0 when there is none) and its top-left corner on the screen.
-    struct WindowAtPoint
-    {
-        qint64 pid = 0;
-        QPoint origin;
-    };
+    using WindowAtPoint = PointerLocator::WindowAtPoint;
     virtual WindowAtPoint windowAtPoint(const QPoint &screenPoint) = 0;
     // The process and the window class (WM_CLASS) of the active window; 0 and empty when
     // no window is active.
@@ -41,9 +35,8 @@ public:
     virtual qint64 primarySelectionOwnerProcess() = 0;
     // Any Shift, Control, Alt or Super key is down.
     virtual bool modifierKeysDown() = 0;
-    // Releases every modifier key the server thinks is down (the user's Alt would turn a
-    // synthetic Ctrl+C into Ctrl+Alt+C).
+    // Releases every modifier key the server thinks is down.
     virtual void releaseHeldModifiers() = 0;
-    // Sends Ctrl and the key (an X keysym) to the focused window.
-    virtual bool sendControlKeystroke(uint32_t keysym) = 0;
+    // Sends Ctrl and a letter key (Qt::Key_C, Qt::Key_V) to the focused window.
+    virtual bool sendControlKeystroke(Qt::Key key) = 0;
 };

@@ -4,11 +4,10 @@
 
 #include <QObject>
 
-#include <memory>
-
-// One system-wide shortcut: while bound, pressing it anywhere in the session emits
-// activated(), whichever application has the focus. Binding another shortcut replaces
-// the first. Main thread; activated() is delivered by the main event loop.
+// The global-shortcut seam: one system-wide shortcut; while bound, pressing it anywhere in
+// the session emits activated(), whichever application has the focus. Binding another
+// shortcut replaces the first. Main thread; activated() is delivered by the main event
+// loop. Backends come from Platform; the null one binds nothing (isValid() is false).
 class GlobalHotKey : public QObject
 {
     Q_OBJECT
@@ -30,9 +29,6 @@ public:
     virtual void unbind() = 0;
     // The bound shortcut; keySym 0 when none.
     virtual StoredShortcut boundShortcut() const = 0;
-
-    // The backend for this session (X11 passive key grab), or null when there is none.
-    static std::unique_ptr<GlobalHotKey> create(QObject *parent = nullptr);
 
 signals:
     void activated();

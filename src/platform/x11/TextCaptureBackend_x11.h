@@ -1,19 +1,16 @@
 #pragma once
 
-#include "capture/TextCaptureBackend.h"
+#include "platform/TextCaptureBackend.h"
 
-#include <memory>
-
+class KeySender;
 class X11WindowQueries;
-class XTestKeySender;
 
-// X11: window queries over xcb (with XRes for windows without _NET_WM_PID) and keystrokes
-// through XTest, announced so that Tolkaro's own key monitor passes over them.
+// X11: window queries over xcb (with XRes for windows without _NET_WM_PID); the window
+// under the pointer from the pointer locator and keystrokes through the key sender.
 class TextCaptureBackendX11 : public TextCaptureBackend
 {
 public:
-    TextCaptureBackendX11();
-    ~TextCaptureBackendX11() override;
+    TextCaptureBackendX11(X11WindowQueries &windows, PointerLocator &locator, KeySender &keys);
 
     bool isValid() const override;
     bool canReplaceSelection() const override;
@@ -23,9 +20,10 @@ public:
     qint64 primarySelectionOwnerProcess() override;
     bool modifierKeysDown() override;
     void releaseHeldModifiers() override;
-    bool sendControlKeystroke(uint32_t keysym) override;
+    bool sendControlKeystroke(Qt::Key key) override;
 
 private:
-    std::unique_ptr<X11WindowQueries> m_windows;
-    std::unique_ptr<XTestKeySender> m_keys;
+    X11WindowQueries &m_windows;
+    PointerLocator &m_locator;
+    KeySender &m_keys;
 };

@@ -1,4 +1,4 @@
-#include "ui/OutsideClickWatcher.h"
+#include "platform/x11/OutsideClickWatcher_x11.h"
 
 #include "common/Log.h"
 
@@ -7,7 +7,7 @@
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput2.h>
 
-struct OutsideClickWatcher::X11State
+struct OutsideClickWatcherX11::X11State
 {
     Display *display = nullptr;
     int xiOpcode = 0;
@@ -21,9 +21,9 @@ bool isClickButton(int button)
 }
 } // namespace
 
-OutsideClickWatcher::OutsideClickWatcher(QObject *parent) : QObject(parent) {}
+OutsideClickWatcherX11::OutsideClickWatcherX11(QObject *parent) : OutsideClickWatcher(parent) {}
 
-OutsideClickWatcher::~OutsideClickWatcher()
+OutsideClickWatcherX11::~OutsideClickWatcherX11()
 {
     delete m_notifier;
     if (m_x11 && m_x11->display)
@@ -31,7 +31,7 @@ OutsideClickWatcher::~OutsideClickWatcher()
     delete m_x11;
 }
 
-bool OutsideClickWatcher::connectToDisplay()
+bool OutsideClickWatcherX11::connectToDisplay()
 {
     if (m_triedToConnect)
         return m_x11 != nullptr;
@@ -51,16 +51,16 @@ bool OutsideClickWatcher::connectToDisplay()
     }
     m_x11 = new X11State{display, opcode};
     m_notifier = new QSocketNotifier(ConnectionNumber(display), QSocketNotifier::Read, this);
-    connect(m_notifier, &QSocketNotifier::activated, this, &OutsideClickWatcher::readEvents);
+    connect(m_notifier, &QSocketNotifier::activated, this, &OutsideClickWatcherX11::readEvents);
     return true;
 }
 
-bool OutsideClickWatcher::canWatchClicks()
+bool OutsideClickWatcherX11::canWatchClicks()
 {
     return connectToDisplay();
 }
 
-void OutsideClickWatcher::start()
+void OutsideClickWatcherX11::start()
 {
     if (!connectToDisplay())
         return;
@@ -71,7 +71,7 @@ void OutsideClickWatcher::start()
     XFlush(m_x11->display);
 }
 
-void OutsideClickWatcher::stop()
+void OutsideClickWatcherX11::stop()
 {
     if (!m_x11)
         return;
@@ -81,7 +81,7 @@ void OutsideClickWatcher::stop()
     XFlush(m_x11->display);
 }
 
-void OutsideClickWatcher::readEvents()
+void OutsideClickWatcherX11::readEvents()
 {
     bool pressed = false;
     while (XPending(m_x11->display) > 0) {
