@@ -1,4 +1,5 @@
 #include "LoopbackTranslationServer.h"
+#include "common/Log.h"
 
 #include "controller/TranslationController.h"
 #include "languages/LanguageTable.h"
@@ -8,7 +9,6 @@
 
 #include <QRegularExpression>
 #include <QSignalSpy>
-#include <QUrlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -292,14 +292,16 @@ void TestTranslationController::keysDriveTheTranslation()
     pressAndWaitForAnswer();
     m_presenter->hidePopOver();
     m_presenter->texts.clear();
-    const int earlierRequests = m_server->requestCount();
 
-    keySource.play(script);
-    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount() - earlierRequests,
-                              int(languages.size()), kWaitMs);
+    // A request cancelled at once may never reach the server: the client's word counts.
     QStringList sent;
-    for (const auto &request : m_server->requests().mid(earlierRequests))
-        sent << QUrlQuery(QUrl(QString::fromUtf8(request.target()))).queryItemValue("tl");
+    tolkaro::setLogSink([&sent](const QString &line) {
+        static const QRegularExpression translating(QStringLiteral("^Translating .* into (\\S+)$"));
+        if (const QRegularExpressionMatch match = translating.match(line); match.hasMatch())
+            sent << match.captured(1);
+    });
+    keySource.play(script);
+    tolkaro::setLogSink({});
     QCOMPARE(sent, languages);
     QCOMPARE(m_presenter->texts.filter(QRegularExpression("^open:")).size(), opened);
     QCOMPARE(m_source->pasted.size(), pasted ? 1 : 0);
