@@ -59,6 +59,7 @@ private slots:
     void recordedShortcutTakesOverAtOnce();
     void shortcutOwnedByAnotherProgramFallsBack();
     void refusedGrabTakesTheFocusAndGivesItBack();
+    void clickOutsideClosesAndReachesTheApplication();
 
 private:
     AtspiElement gtkEntry() const
@@ -363,4 +364,20 @@ void TestTypingMode::refusedGrabTakesTheFocusAndGivesItBack()
 }
 
 QTEST_MAIN(TestTypingMode)
+// No pointer grab: a click on another application closes the panel and still lands there
+// (here it moves the focus from the entry to the text view under the pointer).
+void TestTypingMode::clickOutsideClosesAndReachesTheApplication()
+{
+    const auto textView = [] {
+        return AtspiProbe::targetApplication(QStringLiteral("GTK"))
+            .find(QStringLiteral("Target text view"));
+    };
+    QVERIFY(QTest::qWaitFor([&] { return !textView().isNull(); }, 5000));
+    QVERIFY(openPanel());
+
+    QVERIFY(DesktopInput::click(textView().screenRect().center()));
+    QTRY_VERIFY(!panelShown());
+    QTRY_VERIFY(textView().isFocused());
+}
+
 #include "tst_typingmode.moc"

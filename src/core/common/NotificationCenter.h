@@ -9,23 +9,21 @@
 
 #include <functional>
 
-// The application's named notifications and their user-info keys.
+// The application's named notifications and their user-info keys: only those that cross
+// between owners. The typing panel and its coordinator talk by signals instead (editing
+// finished with its text, Return with its translation).
 namespace NotificationNames {
 inline constexpr char kOpenTypingModeNotification[] = "OpenTypingModeNotification";
-inline constexpr char kSpotlightEditingFinished[] = "SpotlightEditingFinished";
-inline constexpr char kSpotlightEnterPressedNotification[] = "SpotlightEnterPressedNotification";
 inline constexpr char kSpotlightTranslationPerformedSuccessfully[] =
     "SpotlightTranslationPerformedSuccessfully";
 } // namespace NotificationNames
 
 namespace NotificationUserInfoKeys {
-inline constexpr char kText[] = "text";
-inline constexpr char kTranslation[] = "translation";
 inline constexpr char kTranslationResult[] = "TranslationResult";
 } // namespace NotificationUserInfoKeys
 
 // A process-wide hub of named notifications, for senders that should not know who listens
-// (the typing-mode shortcut, the typing panel). Delivery is synchronous, on the posting
+// (the typing-mode shortcut, the D-Bus command). Delivery is synchronous, on the posting
 // thread, in the order the observers were added. An observer lives as long as its context
 // object; a null context means for the life of the process.
 class NotificationCenter
