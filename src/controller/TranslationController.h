@@ -29,7 +29,7 @@ public:
 };
 
 // Carries out the gesture: captures the text under the pointer, shows it at the pointer,
-// translates it, shows the translation or the error, pastes it on Option, hides and
+// translates it, shows the translation or the error, pastes it on left Alt, hides and
 // cancels on release. Main thread only; the client's completion is queued back here
 // before any state is touched.
 class TranslationController : public QObject, public GestureActions

@@ -53,7 +53,7 @@ void TypingModeCoordinator::spotlightEditingFinished(const QString &typedText)
         m_spotlight->shrinkDetails();
         return;
     }
-    // Always the main destination language: fn plays no part in the typing mode.
+    // Always the main destination language: the alternative one belongs to the gesture.
     QPointer<TypingModeCoordinator> self(this);
     m_googleTranslator->translateText(
         text, m_currentDstLanguageCode ? m_currentDstLanguageCode() : QString(),
