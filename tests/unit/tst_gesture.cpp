@@ -34,8 +34,10 @@ struct Key
     GestureKey key;
 };
 constexpr Key kKeys[] = {
-    {"LC", GestureKey::LeftControl}, {"RC", GestureKey::RightControl},
-    {"LA", GestureKey::LeftAlt},     {"RA", GestureKey::RightAlt},
+    {"LC", GestureKey::LeftControl},
+    {"RC", GestureKey::RightControl},
+    {"LA", GestureKey::LeftAlt},
+    {"RA", GestureKey::RightAlt},
     {"AL", GestureKey::AlternativeLanguage},
 };
 
@@ -110,9 +112,8 @@ void TestGesture::actionsFollowTheKeys_data()
     // Alt pastes on its press only, and only the left one while held.
     QTest::newRow("Alt while held") << "+LC@1000 -LC@1100 +LC@1200 +LA@1500 -LA@1600 -LC@2000"
                                     << "translate paste hide";
-    QTest::newRow("right Alt while held")
-        << "+LC@1000 -LC@1100 +LC@1200 +RA@1500 -RA@1600 -LC@2000"
-        << "translate hide";
+    QTest::newRow("right Alt while held") << "+LC@1000 -LC@1100 +LC@1200 +RA@1500 -RA@1600 -LC@2000"
+                                          << "translate hide";
     QTest::newRow("Alt while idle with Control down") << "+LC@1000 +LA@1100 -LA@1200"
                                                       << "";
     QTest::newRow("Alt held before the double press")

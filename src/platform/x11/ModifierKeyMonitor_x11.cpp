@@ -39,9 +39,12 @@ struct Role
     GestureKey key;
 };
 constexpr Role kModifierRoles[] = {
-    {kControlL, GestureKey::LeftControl}, {kControlR, GestureKey::RightControl},
-    {kAltL, GestureKey::LeftAlt},         {kMetaL, GestureKey::LeftAlt},
-    {kAltR, GestureKey::RightAlt},        {kMetaR, GestureKey::RightAlt},
+    {kControlL, GestureKey::LeftControl},
+    {kControlR, GestureKey::RightControl},
+    {kAltL, GestureKey::LeftAlt},
+    {kMetaL, GestureKey::LeftAlt},
+    {kAltR, GestureKey::RightAlt},
+    {kMetaR, GestureKey::RightAlt},
     {kIsoLevel3Shift, GestureKey::RightAlt},
 };
 

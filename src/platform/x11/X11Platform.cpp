@@ -12,9 +12,7 @@
 #include "platform/x11/X11WindowQueries.h"
 #include "platform/x11/XTestKeySender.h"
 
-#include <QCoreApplication>
 #include <QCursor>
-#include <QDeadlineTimer>
 #include <QGuiApplication>
 #include <QWindow>
 #include <QtGui/qguiapplication_platform.h>
@@ -55,9 +53,9 @@ private:
     X11WindowQueries &m_windows;
 };
 
-const uint32_t kModifierKeysyms[] = {XK_Shift_L,   XK_Shift_R, XK_Control_L, XK_Control_R,
-                                     XK_Alt_L,     XK_Alt_R,   XK_Super_L,   XK_Super_R,
-                                     XK_ISO_Level3_Shift, XK_Meta_L, XK_Meta_R};
+const uint32_t kModifierKeysyms[] = {
+    XK_Shift_L, XK_Shift_R, XK_Control_L,        XK_Control_R, XK_Alt_L, XK_Alt_R,
+    XK_Super_L, XK_Super_R, XK_ISO_Level3_Shift, XK_Meta_L,    XK_Meta_R};
 
 // XTest keystrokes, each announced first so that Tolkaro's own key source passes over them.
 class KeySenderX11 : public KeySender
@@ -166,8 +164,8 @@ KeySender &X11Platform::keySender()
 TextCaptureBackend &X11Platform::textCapture()
 {
     if (!m_capture)
-        m_capture = std::make_unique<TextCaptureBackendX11>(windowQueries(), pointerLocator(),
-                                                            keySender());
+        m_capture =
+            std::make_unique<TextCaptureBackendX11>(windowQueries(), pointerLocator(), keySender());
     return *m_capture;
 }
 
