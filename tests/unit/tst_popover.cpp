@@ -1,10 +1,35 @@
-#include "presentation/PopoverPlacement.h"
+// The popover: where it stands for a pointer on a screen, its text field's size, and the
+// cross-fade from one text to the next.
 
+#include "presentation/PopoverPlacement.h"
+#include "ui/AnimatedSetString.h"
+#include "ui/PopoverTextField.h"
+
+#include <QApplication>
+#include <QGraphicsOpacityEffect>
+#include <QLabel>
+#include <QSignalSpy>
 #include <QTest>
 
+using namespace AnimatedSetString;
 using namespace PopoverPlacement;
 
-class TestPopoverPlacement : public QObject
+namespace {
+
+qreal opacityOf(QLabel &field)
+{
+    auto *effect = qobject_cast<QGraphicsOpacityEffect *>(field.graphicsEffect());
+    return effect ? effect->opacity() : 1.0;
+}
+
+QColor textColor(QLabel &field)
+{
+    return field.palette().color(QPalette::WindowText);
+}
+
+} // namespace
+
+class TestPopover : public QObject
 {
     Q_OBJECT
 private slots:
@@ -14,9 +39,14 @@ private slots:
     void staysOnScreen();
     void mapRect_data();
     void mapRect();
+    void colours();
+    void lastChangeWins_data();
+    void lastChangeWins();
+    void textFieldSize_data();
+    void textFieldSize();
 };
 
-void TestPopoverPlacement::placePopover_data()
+void TestPopover::placePopover_data()
 {
     QTest::addColumn<QPoint>("pointer");
     QTest::addColumn<QSize>("size");
@@ -25,8 +55,8 @@ void TestPopoverPlacement::placePopover_data()
     QTest::addColumn<bool>("above");
 
     const QRect screen(0, 0, 1280, 800);
-    // Centred below the pointer in the open, and the real screen's corners, are the tray
-    // desktop test's; here, the edges and their boundaries.
+    // At the pointer in the open is the gesture desktop test's; here, the edges and their
+    // boundaries.
     QTest::newRow("near the left edge: pushed right")
         << QPoint(20, 400) << QSize(200, 50) << screen << QPoint(kScreenMargin, 418) << false;
     QTest::newRow("near the right edge: pushed left")
@@ -52,7 +82,7 @@ void TestPopoverPlacement::placePopover_data()
         << QPoint(600, 300) << QSize(200, 900) << screen << QPoint(500, kScreenMargin) << false;
 }
 
-void TestPopoverPlacement::placePopover()
+void TestPopover::placePopover()
 {
     QFETCH(QPoint, pointer);
     QFETCH(QSize, size);
@@ -65,7 +95,7 @@ void TestPopoverPlacement::placePopover()
     QCOMPARE(placement.abovePointer, above);
 }
 
-void TestPopoverPlacement::staysOnScreen_data()
+void TestPopover::staysOnScreen_data()
 {
     QTest::addColumn<QRect>("screen");
     QTest::newRow("primary") << QRect(0, 0, 1280, 800);
@@ -74,7 +104,7 @@ void TestPopoverPlacement::staysOnScreen_data()
 
 // Every pointer position on the screen gives a popover wholly on that screen, which never
 // covers the pointer's hot spot when it fits.
-void TestPopoverPlacement::staysOnScreen()
+void TestPopover::staysOnScreen()
 {
     QFETCH(QRect, screen);
     const QSize size(300, 120);
@@ -90,7 +120,7 @@ void TestPopoverPlacement::staysOnScreen()
     }
 }
 
-void TestPopoverPlacement::mapRect_data()
+void TestPopover::mapRect_data()
 {
     QTest::addColumn<QSizeF>("window");
     QTest::addColumn<QRectF>("map");
@@ -99,12 +129,86 @@ void TestPopoverPlacement::mapRect_data()
     QTest::newRow("odd difference: half pixels") << QSizeF(301, 200) << QRectF(0, -50.5, 301, 301);
 }
 
-void TestPopoverPlacement::mapRect()
+void TestPopover::mapRect()
 {
     QFETCH(QSizeF, window);
     QFETCH(QRectF, map);
     QCOMPARE(themedWindowMapRect(window), map);
 }
 
-QTEST_APPLESS_MAIN(TestPopoverPlacement)
-#include "tst_popoverplacement.moc"
+
+void TestPopover::colours()
+{
+    QWidget window;
+    QPalette palette = window.palette();
+    palette.setColor(QPalette::WindowText, QColor(10, 20, 30));
+    window.setPalette(palette);
+    QLabel field(QStringLiteral("source"), &window);
+
+    setAnimatedAttributedStringValue(&field,
+                                     {QStringLiteral("Request timed out"), grayTextColor()});
+    QTRY_COMPARE(field.text(), QStringLiteral("Request timed out"));
+    QCOMPARE(textColor(field), grayTextColor());
+
+    // A plain change brings the window's own colour back.
+    setAnimatedStringValue(&field, QStringLiteral("translation"));
+    QTRY_COMPARE(field.text(), QStringLiteral("translation"));
+    QCOMPARE(textColor(field), QColor(10, 20, 30));
+}
+
+void TestPopover::lastChangeWins_data()
+{
+    QTest::addColumn<bool>("secondAtOnce");
+
+    QTest::newRow("second fade started during the first") << false;
+    // A cancelled request's error must not land on the next gesture's text.
+    QTest::newRow("value set at once during a fade") << true;
+}
+
+void TestPopover::lastChangeWins()
+{
+    QFETCH(bool, secondAtOnce);
+
+    QLabel field(QStringLiteral("a"));
+    setAnimatedStringValue(&field, QStringLiteral("b"));
+    QTest::qWait(100);
+    if (secondAtOnce)
+        setStringValue(&field, QStringLiteral("c"));
+    else
+        setAnimatedStringValue(&field, QStringLiteral("c"));
+    QTRY_COMPARE(field.text(), QStringLiteral("c"));
+    QTRY_COMPARE(opacityOf(field), 1.0);
+    QTest::qWait(kFadeOutMilliseconds + kFadeInMilliseconds);
+    QCOMPARE(field.text(), QStringLiteral("c"));
+    QCOMPARE(opacityOf(field), 1.0);
+}
+
+void TestPopover::textFieldSize_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("wraps");
+    QTest::newRow("a short word: one line") << QStringLiteral("Hallo") << false;
+    QTest::newRow("a sentence: wraps at the maximum width")
+        << QStringLiteral("The quick brown fox jumps over the lazy dog, again and again, until the "
+                          "dog finally wakes up and chases it away.")
+        << true;
+    QTest::newRow("one long unbroken word: broken anywhere")
+        << QStringLiteral("https://example.org/").append(QString(200, QLatin1Char('x'))) << true;
+}
+
+void TestPopover::textFieldSize()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, wraps);
+    PopoverTextField field;
+    field.setMaximumTextWidth(200);
+    field.setText(text);
+    const QSize hint = field.sizeHint();
+    const int lineSpacing = QFontMetrics(field.font()).lineSpacing();
+    QVERIFY2(hint.width() <= 200 + 1, qPrintable(QString::number(hint.width())));
+    QVERIFY(hint.height() >= lineSpacing);
+    QCOMPARE(hint.height() > lineSpacing + 1, wraps);
+}
+
+QTEST_MAIN(TestPopover)
+#include "tst_popover.moc"
