@@ -330,6 +330,12 @@ void TestCapture::copyThroughTheMenuRestoresTheClipboard()
 
     const std::optional<QString> copied =
         AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(entry);
+    // Over a random clipboard an application too busy to act on the menu press in time may
+    // be given up on: nothing copied is allowed there, wrong text never is.
+    if (clipboard > 0 && !copied) {
+        QCOMPARE(m_clipboard.changes(), QString());
+        return;
+    }
     QVERIFY(QTest::qWaitFor(
         [&] { return loggedCount(which, QStringLiteral("COPY entry")) == copiesBefore + 1; }));
     QCOMPARE(copied.value_or(kNothing), QStringLiteral("these words"));
@@ -380,9 +386,14 @@ void TestCapture::pasteReplacesTheSelection()
                                                                            translation);
     }
 
-    // The text is checked below, after the log says which command ran.
+    // The text is checked below, after the log says which command ran. (Given up on, as
+    // above: the text as it was.)
     (void)QTest::qWaitFor(
         [&] { return valueText(element) == QStringLiteral("alpha Übersetzung gamma"); });
+    if (clipboard > 0 && valueText(element) == QStringLiteral("alpha beta gamma")) {
+        QCOMPARE(m_clipboard.changes(), QString());
+        return;
+    }
     QCOMPARE(loggedCount(which, command), pastesBefore + 1);
     QCOMPARE(valueText(element), QStringLiteral("alpha Übersetzung gamma"));
     QCOMPARE(m_clipboard.changes(), QString());

@@ -37,8 +37,6 @@ private slots:
     void placePopover();
     void staysOnScreen_data();
     void staysOnScreen();
-    void mapRect_data();
-    void mapRect();
     void colours();
     void lastChangeWins_data();
     void lastChangeWins();
@@ -119,23 +117,6 @@ void TestPopover::staysOnScreen()
         }
     }
 }
-
-void TestPopover::mapRect_data()
-{
-    QTest::addColumn<QSizeF>("window");
-    QTest::addColumn<QRectF>("map");
-    QTest::newRow("300 x 200: 300 square, 50 beyond top and bottom")
-        << QSizeF(300, 200) << QRectF(0, -50, 300, 300);
-    QTest::newRow("odd difference: half pixels") << QSizeF(301, 200) << QRectF(0, -50.5, 301, 301);
-}
-
-void TestPopover::mapRect()
-{
-    QFETCH(QSizeF, window);
-    QFETCH(QRectF, map);
-    QCOMPARE(themedWindowMapRect(window), map);
-}
-
 
 void TestPopover::colours()
 {
