@@ -38,7 +38,7 @@ if [ -s "$failed_list" ]; then
         fi
     done
 fi
-echo "== desktop tests that needed a repeat: ${#repeats[@]} =="
+echo "== desktop tests run again: ${#repeats[@]} =="
 for line in "${repeats[@]}"; do
     echo "$line"
 done
