@@ -12,12 +12,12 @@
 // Every AT-SPI read of the test goes through UIElementUtilities, so it runs on the same
 // AT-SPI thread as the code under test (libatspi must stay on one thread).
 
-#include "capture/AccessibilityManager.h"
-#include "capture/ClipboardSnapshot.h"
-#include "platform/atspi/UIElementUtilities.h"
 #include "CaptureTestHelpers.h"
 #include "OwnGtkTarget.h"
 #include "UIElementSearch.h"
+#include "capture/AccessibilityManager.h"
+#include "capture/ClipboardSnapshot.h"
+#include "platform/atspi/UIElementUtilities.h"
 #include "platform/x11/X11WindowQueries.h"
 
 #include <QBuffer>
@@ -94,7 +94,8 @@ ClipboardFormats richClipboard()
     return {{QStringLiteral("text/plain"), QStringLiteral("Grüße – before the copy").toUtf8()},
             {QStringLiteral("text/html"), QByteArray("<p><b>before</b> the copy</p>")},
             {QStringLiteral("image/png"), png(image)},
-            {QStringLiteral("application/x-tolkaro-test"), QByteArray("\x00\x01\xff custom\n bytes", 18)}};
+            {QStringLiteral("application/x-tolkaro-test"),
+             QByteArray("\x00\x01\xff custom\n bytes", 18)}};
 }
 
 // A random non-empty mix of those, now and then (one in five) with a 5 MB item.
@@ -108,7 +109,8 @@ ClipboardFormats randomClipboard(quint32 seed)
         return bytes;
     };
     const auto text = [&] {
-        static const QList<uint> alphabet = QStringLiteral("abcxyz ÄÖüßéñ–“”€ЖЯ中文\n\t🙂").toUcs4();
+        static const QList<uint> alphabet =
+            QStringLiteral("abcxyz ÄÖüßéñ–“”€ЖЯ中文\n\t🙂").toUcs4();
         QList<uint> text;
         for (int length = 1 + random.bounded(300); length > 0; --length)
             text.append(alphabet.at(random.bounded(int(alphabet.size()))));
@@ -119,7 +121,8 @@ ClipboardFormats randomClipboard(quint32 seed)
         if (random.bounded(2))
             formats.append({QStringLiteral("text/plain"), text().toUtf8()});
         if (random.bounded(2))
-            formats.append({QStringLiteral("text/html"), QStringLiteral("<p><b>%1</b></p>").arg(text()).toUtf8()});
+            formats.append({QStringLiteral("text/html"),
+                            QStringLiteral("<p><b>%1</b></p>").arg(text()).toUtf8()});
         if (random.bounded(2)) {
             QImage image(1 + random.bounded(64), 1 + random.bounded(64), QImage::Format_ARGB32);
             for (int y = 0; y < image.height(); ++y)
@@ -128,7 +131,8 @@ ClipboardFormats randomClipboard(quint32 seed)
             formats.append({QStringLiteral("image/png"), png(image)});
         }
         if (random.bounded(2))
-            formats.append({QStringLiteral("application/x-tolkaro-stress"), bytes(1 + random.bounded(4096))});
+            formats.append(
+                {QStringLiteral("application/x-tolkaro-stress"), bytes(1 + random.bounded(4096))});
         if (random.bounded(5) == 0)
             formats.append({QStringLiteral("application/x-tolkaro-large"), bytes(5 * 1024 * 1024)});
     }
@@ -353,7 +357,8 @@ void TestCapture::pasteReplacesTheSelection_data()
     QTest::addColumn<int>("clipboard");
 
     QTest::newRow("GTK entry, given application") << "GTK" << kEntryName << false << 0;
-    QTest::newRow("GTK text view, application of the last capture") << "GTK" << kTextViewName << true << 0;
+    QTest::newRow("GTK text view, application of the last capture")
+        << "GTK" << kTextViewName << true << 0;
     QTest::newRow("Qt entry, application of the last capture") << "QT" << kEntryName << true << 0;
     QTest::newRow("Qt text view, given application") << "QT" << kTextViewName << false << 0;
     for (int clipboard : randomClipboards())
@@ -448,7 +453,8 @@ void TestCapture::captureAnswersAfterTheTargetFails_data()
     QTest::newRow("stopped before the capture, then continued") << int(SIGSTOP) << -1;
     QTest::newRow("killed before the capture") << int(SIGKILL) << -1;
     for (int delay : {0, 30}) {
-        QTest::addRow("stopped %d ms into the capture, then continued", delay) << int(SIGSTOP) << delay;
+        QTest::addRow("stopped %d ms into the capture, then continued", delay)
+            << int(SIGSTOP) << delay;
         QTest::addRow("killed %d ms into the capture", delay) << int(SIGKILL) << delay;
     }
 }

@@ -65,7 +65,7 @@ QString activeWindowClass()
 
 bool key(int keyCode, const char *direction)
 {
-    return DesktopInput::xdotool({QStringLiteral("key") + QLatin1String(direction), QString::number(keyCode)});
+    return DesktopInput::xdotool(QStringLiteral("key%1 %2").arg(QLatin1String(direction)).arg(keyCode));
 }
 
 // The accessibility bus of this session (not another test desktop's on the same machine):
@@ -86,7 +86,8 @@ QList<pid_t> accessibilityBusProcesses()
 
 QString tolkaroBusOwner()
 {
-    return QDBusConnection::sessionBus().interface()->serviceOwner(QStringLiteral("org.tolkaro.Tolkaro"));
+    return QDBusConnection::sessionBus().interface()->serviceOwner(
+        QStringLiteral("org.tolkaro.Tolkaro"));
 }
 
 } // namespace
@@ -155,8 +156,7 @@ void TestGestureE2E::init()
 void TestGestureE2E::cleanup()
 {
     // No key stays down for the next row, whatever failed.
-    DesktopInput::xdotool({QStringLiteral("keyup"), QStringLiteral("64"), QStringLiteral("133"),
-                           QStringLiteral("105"), QStringLiteral("37")});
+    DesktopInput::xdotool(QStringLiteral("keyup 64 133 105 37"));
     TolkaroUnderTest::testInterface().call(QStringLiteral("HidePopOver"));
     (void)QTest::qWaitFor([] { return !popoverShown(); }, 3000);
 }
@@ -170,10 +170,12 @@ void TestGestureE2E::cleanupTestCase()
 bool TestGestureE2E::gestureShows(const QPoint &point, const QString &text, int timeoutMs)
 {
     return DesktopInput::moveTo(point) && DesktopInput::doublePressAndHold(37) &&
-           QTest::qWaitFor([&] {
-               return popoverText() == text ||
-                      popoverText() == LoopbackTranslationServer::echoTranslation(text);
-           }, timeoutMs);
+           QTest::qWaitFor(
+               [&] {
+                   return popoverText() == text ||
+                          popoverText() == LoopbackTranslationServer::echoTranslation(text);
+               },
+               timeoutMs);
 }
 
 void TestGestureE2E::heldGestureShowsTheTextThenItsTranslation_data()
@@ -225,8 +227,7 @@ void TestGestureE2E::releaseCancelsAndAQuickPressStartsAfresh()
     QElapsedTimer sinceFirstRequest;
     sinceFirstRequest.start();
     // Released, and pressed again right after: the next gesture.
-    QVERIFY(DesktopInput::xdotool({QStringLiteral("keyup"), QStringLiteral("37"), QStringLiteral("sleep"),
-                                   QStringLiteral("0.12"), QStringLiteral("keydown"), QStringLiteral("37")}));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("keyup 37 sleep 0.12 keydown 37")));
     QTRY_COMPARE(m_server.requestCount(), 2);
 
     const QString second = LoopbackTranslationServer::echoTranslation(QStringLiteral("Second answer"));
@@ -256,9 +257,11 @@ void TestGestureE2E::fnStandInAsksInTheAlternativeLanguage()
     QVERIFY(gestureShows(labelPoint(), QStringLiteral("Auf Deutsch")));
     // Left Super stands in for fn: English while it is down, German again after.
     QVERIFY(key(133, "down"));
-    QTRY_COMPARE(popoverText(), LoopbackTranslationServer::echoTranslation(QStringLiteral("In English")));
+    QTRY_COMPARE(popoverText(),
+                 LoopbackTranslationServer::echoTranslation(QStringLiteral("In English")));
     QVERIFY(key(133, "up"));
-    QTRY_COMPARE(popoverText(), LoopbackTranslationServer::echoTranslation(QStringLiteral("Wieder auf Deutsch")));
+    QTRY_COMPARE(popoverText(),
+                 LoopbackTranslationServer::echoTranslation(QStringLiteral("Wieder auf Deutsch")));
 
     const auto requests = m_server.requests();
     QCOMPARE(requests.size(), 3);
@@ -285,8 +288,7 @@ void TestGestureE2E::optionReplacesTheSelectionAndKeepsTheClipboard()
     QTRY_COMPARE(popoverText(), QStringLiteral("Welt"));
     QCOMPARE(m_server.requests().constFirst().queryText(), QStringLiteral("world"));
 
-    QVERIFY(DesktopInput::xdotool({QStringLiteral("keydown"), QStringLiteral("64"), QStringLiteral("sleep"),
-                                   QStringLiteral("0.08"), QStringLiteral("keyup"), QStringLiteral("64")}));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("keydown 64 sleep 0.08 keyup 64")));
     QTRY_COMPARE_WITH_TIMEOUT(m_entry.text(), QStringLiteral("Hello Welt"), 10000);
     QVERIFY(key(37, "up"));
     QTRY_VERIFY(!popoverShown());
@@ -308,7 +310,7 @@ void TestGestureE2E::withoutAccessibilityTheMonitorsGoAndComeBack()
 
     // Switched on from outside, and the dialog answered with its default button.
     QVERIFY(AtspiProbe::setAccessibilityEnabled(true));
-    QVERIFY(DesktopInput::xdotool({QStringLiteral("key"), QStringLiteral("Return")}));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("key Return")));
     QTRY_VERIFY_WITH_TIMEOUT(activeWindowClass() != QStringLiteral("Tolkaro"), 5000);
     // Within one check period (5 s) of the dialog closing, with a second's slack for a busy
     // machine.
@@ -326,30 +328,38 @@ void TestGestureE2E::gestureAnswersAfterTheAccessibilityBusRestarts()
     QVERIFY2(bus.size() >= 3, qPrintable(QString::number(bus.size())));
     for (pid_t pid : bus)
         ::kill(pid, SIGKILL);
-    QVERIFY(QTest::qWaitFor([&] {
-        return std::none_of(bus.cbegin(), bus.cend(),
-                            [](pid_t pid) { return QFile::exists(QStringLiteral("/proc/%1").arg(pid)); });
-    }, 10000));
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            return std::none_of(bus.cbegin(), bus.cend(), [](pid_t pid) {
+                return QFile::exists(QStringLiteral("/proc/%1").arg(pid));
+            });
+        },
+        10000));
 
     // Asking the session bus for it starts it anew (as any application starting would).
     QVERIFY(QTest::qWaitFor([] { return AtspiProbe::setAccessibilityEnabled(true); }, 20000));
     // Tolkaro starts itself again in the same process, its tray and name back.
-    QVERIFY(QTest::qWaitFor([&] {
-        const QString owner = tolkaroBusOwner();
-        return !owner.isEmpty() && owner != before && TolkaroUnderTest::statusMenuItemCount() > 2;
-    }, 20000));
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            const QString owner = tolkaroBusOwner();
+            return !owner.isEmpty() && owner != before &&
+                   TolkaroUnderTest::statusMenuItemCount() > 2;
+        },
+        20000));
     QCOMPARE(m_tolkaro.state(), QProcess::Running);
 
     // An application started from then on registers on the new bus, and a gesture over it
     // reads its text.
     const QString label = QStringLiteral("Words after the bus came back");
     OwnGtkTarget target(label);
-    QVERIFY(QTest::qWaitFor([&] {
-        const bool shown = gestureShows(OwnGtkTarget::kLabelPoint, label, 3000);
-        key(37, "up");
-        QTest::qWait(500);
-        return shown;
-    }, 30000));
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            const bool shown = gestureShows(OwnGtkTarget::kLabelPoint, label, 3000);
+            key(37, "up");
+            QTest::qWait(500);
+            return shown;
+        },
+        30000));
 }
 
 QTEST_GUILESS_MAIN(TestGestureE2E)

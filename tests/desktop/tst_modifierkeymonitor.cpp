@@ -201,7 +201,8 @@ void TestModifierKeyMonitor::otherKeysAreDroppedAndStillReachTheApplication()
     Recorder recorder;
     QVERIFY(recorder.monitor.install());
     // Right Shift is the end mark; it types nothing.
-    QCOMPARE(recorder.reportedFor({QStringLiteral("type"), QStringLiteral("abc 123")}), ReportedList{});
+    QCOMPARE(recorder.reportedFor({QStringLiteral("type"), QStringLiteral("abc 123")}),
+             ReportedList{});
     // Nothing was grabbed: the application got every key.
     QTRY_COMPARE(m_entry.text(), QStringLiteral("abc 123"));
 }

@@ -49,38 +49,49 @@ public:
 
     // What xwininfo says of a window: "Map State" is "IsViewable", "Depth" "32"...; with
     // "-children", its "Parent window id". Empty for a window that is gone.
-    static QMap<QString, QString> info(WindowId window, const QString &option = QStringLiteral("-stats"))
+    static QMap<QString, QString> info(WindowId window,
+                                       const QString &option = QStringLiteral("-stats"))
     {
         QProcess xwininfo;
-        xwininfo.start(QStringLiteral("xwininfo"), {option, QStringLiteral("-id"), QString::number(window)});
+        xwininfo.start(QStringLiteral("xwininfo"),
+                       {option, QStringLiteral("-id"), QString::number(window)});
         xwininfo.waitForFinished(10000);
         QMap<QString, QString> values;
-        for (const QString &line : QString::fromUtf8(xwininfo.readAllStandardOutput()).split(u'\n')) {
+        for (const QString &line :
+             QString::fromUtf8(xwininfo.readAllStandardOutput()).split(u'\n')) {
             const qsizetype colon = line.indexOf(u':');
             if (colon > 0)
                 values.insert(line.left(colon).trimmed(), line.mid(colon + 1).trimmed());
         }
         return values;
     }
-    static bool isViewable(WindowId window) { return info(window).value(QStringLiteral("Map State")) == QLatin1String("IsViewable"); }
+    static bool isViewable(WindowId window)
+    {
+        return info(window).value(QStringLiteral("Map State")) == QLatin1String("IsViewable");
+    }
     static QRect geometry(WindowId window)
     {
         const QMap<QString, QString> values = info(window);
         return QRect(values.value(QStringLiteral("Absolute upper-left X")).toInt(),
                      values.value(QStringLiteral("Absolute upper-left Y")).toInt(),
-                     values.value(QStringLiteral("Width")).toInt(), values.value(QStringLiteral("Height")).toInt());
+                     values.value(QStringLiteral("Width")).toInt(),
+                     values.value(QStringLiteral("Height")).toInt());
     }
     // The parent window, 0 for a top-level one.
     static WindowId parent(WindowId window)
     {
-        const QString parent = info(window, QStringLiteral("-children")).value(QStringLiteral("Parent window id"));
-        return parent.contains(QLatin1String("(the root window)")) ? 0 : parent.section(u' ', 0, 0).toULong(nullptr, 16);
+        const QString parent =
+            info(window, QStringLiteral("-children")).value(QStringLiteral("Parent window id"));
+        return parent.contains(QLatin1String("(the root window)"))
+                   ? 0
+                   : parent.section(u' ', 0, 0).toULong(nullptr, 16);
     }
     static QList<WindowId> windowsOfClass(const QString &windowClass)
     {
         QProcess xdotool;
-        xdotool.start(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--class"),
-                                                  QLatin1Char('^') + windowClass + QLatin1Char('$')});
+        xdotool.start(QStringLiteral("xdotool"),
+                      {QStringLiteral("search"), QStringLiteral("--class"),
+                       QLatin1Char('^') + windowClass + QLatin1Char('$')});
         xdotool.waitForFinished(10000);
         QList<WindowId> windows;
         for (const QByteArray &id : xdotool.readAllStandardOutput().split('\n'))
@@ -334,7 +345,8 @@ void TestTrayApplication::popoverNeverTakesTheKeyboardAndAClickElsewhereClosesIt
     QCOMPARE(state.value(QStringLiteral("text")).toString(), source);
     WindowId popover = 0;
     QTRY_VERIFY((popover = popoverWindow()) != 0);
-    QCOMPARE(m_x11.info(popover).value(QStringLiteral("Override Redirect State")), QStringLiteral("yes"));
+    QCOMPARE(m_x11.info(popover).value(QStringLiteral("Override Redirect State")),
+             QStringLiteral("yes"));
     // It hangs below the point, centred on it.
     const QRect body = rectOf(state);
     QVERIFY(body.top() > point.y());
@@ -350,7 +362,7 @@ void TestTrayApplication::popoverNeverTakesTheKeyboardAndAClickElsewhereClosesIt
     // close it: scrolling is not a click.
     QVERIFY(DesktopInput::click(rectOf(popOverState()).topLeft() + QPoint(5, 5)));
     QVERIFY(DesktopInput::moveTo(entry.center()));
-    QVERIFY(DesktopInput::xdotool({QStringLiteral("click"), QStringLiteral("5")}));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("click 5")));
     QTest::qWait(300);
     QVERIFY(windowVisible());
 

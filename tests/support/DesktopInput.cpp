@@ -21,24 +21,27 @@ bool xdotool(const QStringList &commands)
     return true;
 }
 
+bool xdotool(const QString &commands)
+{
+    return xdotool(commands.split(u' ', Qt::SkipEmptyParts));
+}
+
 bool moveTo(const QPoint &screenPoint)
 {
-    return xdotool({QStringLiteral("mousemove"), QString::number(screenPoint.x()),
-                    QString::number(screenPoint.y())});
+    return xdotool(QStringLiteral("mousemove %1 %2").arg(screenPoint.x()).arg(screenPoint.y()));
 }
 
 bool click(const QPoint &screenPoint)
 {
-    return xdotool({QStringLiteral("mousemove"), QString::number(screenPoint.x()),
-                    QString::number(screenPoint.y()), QStringLiteral("click"), QStringLiteral("1")});
+    return xdotool(
+        QStringLiteral("mousemove %1 %2 click 1").arg(screenPoint.x()).arg(screenPoint.y()));
 }
 
 bool doublePressAndHold(int keyCode, int secondPressMs)
 {
-    const QString key = QString::number(keyCode);
-    return xdotool({QStringLiteral("keydown"), key, QStringLiteral("sleep"), QStringLiteral("0.06"),
-                    QStringLiteral("keyup"), key, QStringLiteral("sleep"),
-                    QString::number((secondPressMs - 60) / 1000.0), QStringLiteral("keydown"), key});
+    return xdotool(QStringLiteral("keydown %1 sleep 0.06 keyup %1 sleep %2 keydown %1")
+                       .arg(keyCode)
+                       .arg((secondPressMs - 60) / 1000.0));
 }
 
 } // namespace DesktopInput

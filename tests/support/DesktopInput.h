@@ -11,8 +11,10 @@
 // complaint logged, when it failed.
 namespace DesktopInput {
 
-// xdotool's commands in one run, e.g. {"keydown", "37", "sleep", "0.06", "keyup", "37"}.
+// xdotool's commands in one run, e.g. {"keydown", "37", "sleep", "0.06", "keyup", "37"}, or
+// the same as one string split at its spaces (nothing to type, then).
 bool xdotool(const QStringList &commands);
+bool xdotool(const QString &commands);
 bool click(const QPoint &screenPoint);
 bool moveTo(const QPoint &screenPoint);
 // A key pressed, released and pressed again `secondPressMs` after the first press, then

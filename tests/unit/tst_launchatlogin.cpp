@@ -230,7 +230,6 @@ void TestLaunchAtLogin::changeNotification()
     QVERIFY(!controller.willLaunchAtLogin(m_self));
 }
 
-
 void TestLaunchAtLogin::splitExec_data()
 {
     QTest::addColumn<QString>("exec");

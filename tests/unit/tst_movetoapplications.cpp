@@ -260,7 +260,6 @@ void TestMoveToApplications::declineIsRemembered()
     QVERIFY(QFile::exists(m_self));
 }
 
-
 void TestMoveToApplications::decideMoveOffer_data()
 {
     QTest::addColumn<QString>("selfPath");
