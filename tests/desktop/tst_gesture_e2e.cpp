@@ -65,7 +65,8 @@ QString activeWindowClass()
 
 bool key(int keyCode, const char *direction)
 {
-    return DesktopInput::xdotool(QStringLiteral("key%1 %2").arg(QLatin1String(direction)).arg(keyCode));
+    return DesktopInput::xdotool(
+        QStringLiteral("key%1 %2").arg(QLatin1String(direction)).arg(keyCode));
 }
 
 // The accessibility bus of this session (not another test desktop's on the same machine):
