@@ -2,12 +2,12 @@
 # Builds the Debian package from a build tree with CPack, unpacks it into a temporary root
 # and checks what it installs: the files and their places, the package's fields and
 # dependencies (resolvable on this system), and that the unpacked program starts and
-# translates against the loopback test server.
-# Usage: packaging/test-deb.sh BUILD_DIR TEST_SERVER
+# translates against a loopback HTTP server (python3's http.server, answering every request
+# with one translation).
+# Usage: packaging/test-deb.sh BUILD_DIR
 set -euo pipefail
 
 build_dir="$1"
-test_server="$2"
 work="$(mktemp -d)"
 server_pid=""
 cleanup() {
@@ -98,10 +98,14 @@ export XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR
 mkdir -p "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
 export QT_QPA_PLATFORM=offscreen
 check "tolkaro --version" bash -c "'$root/usr/bin/tolkaro' --version | grep -q '$(field Version)'"
-"$test_server" >"$work/server.out" 2>"$work/server.err" &
+# The request's path names the file; its query is ignored.
+mkdir -p "$work/www/translate_a"
+printf '%s' '[[["translation of good morning","good morning",null,null,10]],null,"en"]' \
+  >"$work/www/translate_a/single"
+python3 -u -m http.server --bind 127.0.0.1 --directory "$work/www" 0 >"$work/server.out" 2>&1 &
 server_pid=$!
-for _ in $(seq 100); do [ -s "$work/server.out" ] && break; sleep 0.1; done
-port="$(head -n1 "$work/server.out")"
+for _ in $(seq 100); do grep -q ' port [0-9]' "$work/server.out" && break; sleep 0.1; done
+port="$(sed -n 's/.* port \([0-9]*\) .*/\1/p' "$work/server.out" | head -n1)"
 translation="$(TOLKARO_TRANSLATE_URL="http://127.0.0.1:$port" "$root/usr/bin/tolkaro" \
                  --translate "good morning" --to de --quiet 2>&1 || true)"
 check "tolkaro --translate through the loopback server (got: $translation)" \

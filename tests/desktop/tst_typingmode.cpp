@@ -27,7 +27,6 @@
 #include <QLabel>
 #include <QMutex>
 #include <QPushButton>
-#include <QScreen>
 #include <QTemporaryDir>
 #include <QToolButton>
 #include <QtTest>
@@ -212,13 +211,6 @@ void TestTypingMode::typingTranslatesOnceAndReturnPastes()
     QCOMPARE(spotlight->window()->geometry().topLeft(), collapsed.topLeft());
     QCOMPARE(m_server.requestCount(), 1);
     QCOMPARE(m_windows.activeWindow(), m_gtkWindow);
-
-    // Let the resize animation end and the server paint before the screenshot.
-    QTest::qWait(300);
-    const QString screenshot =
-        QCoreApplication::applicationDirPath() + QStringLiteral("/typing-panel.png");
-    QVERIFY(QGuiApplication::primaryScreen()->grabWindow(0).save(screenshot));
-    qInfo("screenshot: %s", qPrintable(screenshot));
 
     QVERIFY(tap(XK_Return));
     QTRY_VERIFY(!panelShown());

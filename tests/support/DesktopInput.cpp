@@ -3,39 +3,45 @@
 #include <QDebug>
 #include <QProcess>
 
-namespace {
-// Generous: a script may hold keys for seconds on purpose, and CI machines are slow.
-constexpr int kInjectorTimeoutMs = 30000;
-} // namespace
-
 namespace DesktopInput {
 
-bool inject(const QStringList &steps)
+bool xdotool(const QStringList &commands)
 {
-    QProcess injector;
-    injector.start(QStringLiteral(TOLKARO_XTEST_INJECT), steps);
-    if (!injector.waitForFinished(kInjectorTimeoutMs)) {
-        qWarning() << "tolkaro-xtest-inject did not finish:" << injector.errorString();
-        injector.kill();
-        injector.waitForFinished();
-        return false;
-    }
-    if (injector.exitStatus() != QProcess::NormalExit || injector.exitCode() != 0) {
-        qWarning() << "tolkaro-xtest-inject:" << injector.readAllStandardError();
+    QProcess process;
+    process.start(QStringLiteral("xdotool"), commands);
+    // Generous: a run may hold keys for seconds on purpose, and CI machines are slow.
+    if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0) {
+        qWarning() << "xdotool" << commands << "failed:" << process.errorString()
+                   << process.readAllStandardError();
+        process.kill();
+        process.waitForFinished();
         return false;
     }
     return true;
 }
 
-bool click(const QPoint &screenPoint)
+bool xdotool(const QString &commands)
 {
-    return inject({QStringLiteral("click:%1,%2").arg(screenPoint.x()).arg(screenPoint.y())});
+    return xdotool(commands.split(u' ', Qt::SkipEmptyParts));
 }
 
-bool focusByClick(const QPoint &screenPoint)
+bool moveTo(const QPoint &screenPoint)
 {
-    return inject({QStringLiteral("click:%1,%2").arg(screenPoint.x()).arg(screenPoint.y()),
-                   QStringLiteral("waitfocus")});
+    return xdotool(QStringLiteral("mousemove %1 %2").arg(screenPoint.x()).arg(screenPoint.y()));
+}
+
+bool click(const QPoint &screenPoint)
+{
+    return xdotool(
+        QStringLiteral("mousemove %1 %2 click 1").arg(screenPoint.x()).arg(screenPoint.y()));
+}
+
+bool doublePressAndHold(int keyCode, int secondPressMs)
+{
+    return xdotool(QStringLiteral("keydown %1 sleep 0.06 keyup %1 sleep %2 keydown %1")
+                       .arg(keyCode)
+                       .arg((secondPressMs - 60) / 1000.0));
 }
 
 } // namespace DesktopInput

@@ -1,20 +1,24 @@
 #pragma once
 
 #include <QPoint>
-#include <QString>
 #include <QStringList>
 
-// The user's keyboard and pointer for desktop tests: tolkaro-xtest-inject run as a separate
-// process, so that its XTest events are the user's to every watcher in the process under test
-// (the key monitor passes over only what its own process announces). Each call returns when
-// the X server has all the events; false, with the tool's complaint logged, when it failed.
+// The user's keyboard and pointer for desktop tests: xdotool run as a separate process, so
+// that its XTest events are the user's to every watcher in the process under test (the key
+// monitor passes over only what its own process announces). Modifiers go by key code
+// ("keydown 37"): by name xdotool may press the other side's key, and left and right differ
+// only by key code. Each call returns once xdotool has sent everything; false, with its
+// complaint logged, when it failed.
 namespace DesktopInput {
 
-// Steps as tolkaro-xtest-inject takes them: "37:down@0", "Control_L:tap", "click:10,20"...
-bool inject(const QStringList &steps);
+// xdotool's commands in one run, e.g. {"keydown", "37", "sleep", "0.06", "keyup", "37"}, or
+// the same as one string split at its spaces (nothing to type, then).
+bool xdotool(const QStringList &commands);
+bool xdotool(const QString &commands);
 bool click(const QPoint &screenPoint);
-// A click that gives the window at the point the keyboard focus, as the window manager does
-// it: returns once the window has it, so that keys sent next reach it.
-bool focusByClick(const QPoint &screenPoint);
+bool moveTo(const QPoint &screenPoint);
+// A key pressed, released and pressed again `secondPressMs` after the first press, then
+// held: the gesture's double press.
+bool doublePressAndHold(int keyCode, int secondPressMs = 160);
 
 } // namespace DesktopInput

@@ -11,8 +11,6 @@ private slots:
     void cutCountsCodeUnits();
     void containsLetters_data();
     void containsLetters();
-    void hasCaseInsensitiveSubstring_data();
-    void hasCaseInsensitiveSubstring();
     void cleanUpCopiedPassage_data();
     void cleanUpCopiedPassage();
 };
@@ -46,29 +44,6 @@ void TestTextRules::containsLetters()
     QFETCH(bool, expected);
 
     QCOMPARE(StringHelpers::containsLetters(text), expected);
-}
-
-void TestTextRules::hasCaseInsensitiveSubstring_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("substring");
-    QTest::addColumn<bool>("expected");
-
-    QTest::newRow("other case") << "/home/me/BuIlD/tolkaro"
-                                << "build" << true;
-    QTest::newRow("non-ASCII case") << "Überbuild"
-                                    << "üBER" << true;
-    QTest::newRow("empty substring") << "anything"
-                                     << "" << false;
-}
-
-void TestTextRules::hasCaseInsensitiveSubstring()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, substring);
-    QFETCH(bool, expected);
-
-    QCOMPARE(StringHelpers::hasCaseInsensitiveSubstring(text, substring), expected);
 }
 
 void TestTextRules::cleanUpCopiedPassage_data()

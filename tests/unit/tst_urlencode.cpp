@@ -20,17 +20,12 @@ void TestUrlEncode::encodesEachByte_data()
         << QStringLiteral("Hello world") << QStringLiteral("Hello+world");
     QTest::newRow("unreserved bytes kept")
         << QStringLiteral("AZaz09-._~") << QStringLiteral("AZaz09-._~");
-    QTest::newRow("ampersand plus number percent question")
-        << QStringLiteral("a&b+c#d%e?f") << QStringLiteral("a%26b%2Bc%23d%25e%3Ff");
-    QTest::newRow("sub-delimiters are encoded too")
-        << QStringLiteral("*'()!=/:;,@$") << QStringLiteral("%2A%27%28%29%21%3D%2F%3A%3B%2C%40%24");
-    QTest::newRow("control characters")
-        << QStringLiteral("line\nnext\ttab") << QStringLiteral("line%0Anext%09tab");
+    QTest::newRow("reserved, sub-delimiters and control characters are encoded")
+        << QStringLiteral("a&b+c#d%e?f*'()!=/:;,@$\n\t")
+        << QStringLiteral("a%26b%2Bc%23d%25e%3Ff%2A%27%28%29%21%3D%2F%3A%3B%2C%40%24%0A%09");
     QTest::newRow("four-byte emoji")
         << QString::fromUtf8("\xF0\x9F\x98\x80") << QStringLiteral("%F0%9F%98%80");
-    QTest::newRow("embedded NUL ends the input")
-        << QString::fromLatin1("ab\0cd", 5) << QStringLiteral("ab");
-    QTest::newRow("NUL first gives nothing") << QString::fromLatin1("\0abc", 4) << QString();
+    QTest::newRow("NUL ends the input") << QString::fromLatin1("ab\0cd", 5) << QStringLiteral("ab");
 }
 
 void TestUrlEncode::encodesEachByte()

@@ -1,0 +1,195 @@
+// The popover: where it stands for a pointer on a screen, its text field's size, and the
+// cross-fade from one text to the next.
+
+#include "presentation/PopoverPlacement.h"
+#include "ui/AnimatedSetString.h"
+#include "ui/PopoverTextField.h"
+
+#include <QApplication>
+#include <QGraphicsOpacityEffect>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace AnimatedSetString;
+using namespace PopoverPlacement;
+
+namespace {
+
+qreal opacityOf(QLabel &field)
+{
+    auto *effect = qobject_cast<QGraphicsOpacityEffect *>(field.graphicsEffect());
+    return effect ? effect->opacity() : 1.0;
+}
+
+QColor textColor(QLabel &field)
+{
+    return field.palette().color(QPalette::WindowText);
+}
+
+} // namespace
+
+class TestPopover : public QObject
+{
+    Q_OBJECT
+private slots:
+    void placePopover_data();
+    void placePopover();
+    void staysOnScreen_data();
+    void staysOnScreen();
+    void colours();
+    void lastChangeWins_data();
+    void lastChangeWins();
+    void textFieldSize_data();
+    void textFieldSize();
+};
+
+void TestPopover::placePopover_data()
+{
+    QTest::addColumn<QPoint>("pointer");
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<QRect>("screen");
+    QTest::addColumn<QPoint>("topLeft");
+    QTest::addColumn<bool>("above");
+
+    const QRect screen(0, 0, 1280, 800);
+    // At the pointer in the open is the gesture desktop test's; here, the edges and their
+    // boundaries.
+    QTest::newRow("near the left edge: pushed right")
+        << QPoint(20, 400) << QSize(200, 50) << screen << QPoint(kScreenMargin, 418) << false;
+    QTest::newRow("near the right edge: pushed left")
+        << QPoint(1270, 400) << QSize(200, 50) << screen << QPoint(1280 - kScreenMargin - 200, 418)
+        << false;
+    QTest::newRow("bottom edge exactly reached: still below")
+        << QPoint(600, 800 - kScreenMargin - 50 - kGapBelowPointer) << QSize(200, 50) << screen
+        << QPoint(500, 800 - kScreenMargin - 50) << false;
+    QTest::newRow("one pixel too low: above")
+        << QPoint(600, 800 - kScreenMargin - 50 - kGapBelowPointer + 1) << QSize(200, 50) << screen
+        << QPoint(500, 800 - kScreenMargin - 50 - kGapBelowPointer + 1 - 6 - 50) << true;
+    QTest::newRow("screen above the primary, near its bottom (negative y)")
+        << QPoint(500, -20) << QSize(200, 50) << QRect(0, -768, 1024, 768)
+        << QPoint(400, -20 - kGapAbovePointer - 50) << true;
+    QTest::newRow("wider than the screen: starts at its left")
+        << QPoint(600, 100) << QSize(2000, 50) << screen << QPoint(kScreenMargin, 118) << false;
+    QTest::newRow("fits neither side, more room above: clamped to the top")
+        << QPoint(600, 500) << QSize(200, 700) << screen << QPoint(500, kScreenMargin) << true;
+    QTest::newRow("fits neither side, more room below: clamped to the bottom")
+        << QPoint(600, 300) << QSize(200, 700) << screen << QPoint(500, 800 - kScreenMargin - 700)
+        << false;
+    QTest::newRow("taller than the screen: starts at its top")
+        << QPoint(600, 300) << QSize(200, 900) << screen << QPoint(500, kScreenMargin) << false;
+}
+
+void TestPopover::placePopover()
+{
+    QFETCH(QPoint, pointer);
+    QFETCH(QSize, size);
+    QFETCH(QRect, screen);
+    QFETCH(QPoint, topLeft);
+    QFETCH(bool, above);
+
+    const Placement placement = PopoverPlacement::placePopover(pointer, size, screen);
+    QCOMPARE(placement.topLeft, topLeft);
+    QCOMPARE(placement.abovePointer, above);
+}
+
+void TestPopover::staysOnScreen_data()
+{
+    QTest::addColumn<QRect>("screen");
+    QTest::newRow("primary") << QRect(0, 0, 1280, 800);
+    QTest::newRow("offset and odd-sized") << QRect(-1023, 37, 1023, 611);
+}
+
+// Every pointer position on the screen gives a popover wholly on that screen, which never
+// covers the pointer's hot spot when it fits.
+void TestPopover::staysOnScreen()
+{
+    QFETCH(QRect, screen);
+    const QSize size(300, 120);
+    for (int x = screen.left(); x <= screen.right(); x += 37) {
+        for (int y = screen.top(); y <= screen.bottom(); y += 29) {
+            const Placement placement = PopoverPlacement::placePopover(QPoint(x, y), size, screen);
+            const QRect popover(placement.topLeft, size);
+            QVERIFY2(screen.contains(popover),
+                     qPrintable(QStringLiteral("pointer %1,%2").arg(x).arg(y)));
+            QVERIFY2(!popover.contains(QPoint(x, y)),
+                     qPrintable(QStringLiteral("covers pointer %1,%2").arg(x).arg(y)));
+        }
+    }
+}
+
+void TestPopover::colours()
+{
+    QWidget window;
+    QPalette palette = window.palette();
+    palette.setColor(QPalette::WindowText, QColor(10, 20, 30));
+    window.setPalette(palette);
+    QLabel field(QStringLiteral("source"), &window);
+
+    setAnimatedAttributedStringValue(&field,
+                                     {QStringLiteral("Request timed out"), grayTextColor()});
+    QTRY_COMPARE(field.text(), QStringLiteral("Request timed out"));
+    QCOMPARE(textColor(field), grayTextColor());
+
+    // A plain change brings the window's own colour back.
+    setAnimatedStringValue(&field, QStringLiteral("translation"));
+    QTRY_COMPARE(field.text(), QStringLiteral("translation"));
+    QCOMPARE(textColor(field), QColor(10, 20, 30));
+}
+
+void TestPopover::lastChangeWins_data()
+{
+    QTest::addColumn<bool>("secondAtOnce");
+
+    QTest::newRow("second fade started during the first") << false;
+    // A cancelled request's error must not land on the next gesture's text.
+    QTest::newRow("value set at once during a fade") << true;
+}
+
+void TestPopover::lastChangeWins()
+{
+    QFETCH(bool, secondAtOnce);
+
+    QLabel field(QStringLiteral("a"));
+    setAnimatedStringValue(&field, QStringLiteral("b"));
+    QTest::qWait(100);
+    if (secondAtOnce)
+        setStringValue(&field, QStringLiteral("c"));
+    else
+        setAnimatedStringValue(&field, QStringLiteral("c"));
+    QTRY_COMPARE(field.text(), QStringLiteral("c"));
+    QTRY_COMPARE(opacityOf(field), 1.0);
+    QTest::qWait(kFadeOutMilliseconds + kFadeInMilliseconds);
+    QCOMPARE(field.text(), QStringLiteral("c"));
+    QCOMPARE(opacityOf(field), 1.0);
+}
+
+void TestPopover::textFieldSize_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("wraps");
+    QTest::newRow("a short word: one line") << QStringLiteral("Hallo") << false;
+    QTest::newRow("a sentence: wraps at the maximum width")
+        << QStringLiteral("The quick brown fox jumps over the lazy dog, again and again, until the "
+                          "dog finally wakes up and chases it away.")
+        << true;
+    QTest::newRow("one long unbroken word: broken anywhere")
+        << QStringLiteral("https://example.org/").append(QString(200, QLatin1Char('x'))) << true;
+}
+
+void TestPopover::textFieldSize()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, wraps);
+    PopoverTextField field;
+    field.setMaximumTextWidth(200);
+    field.setText(text);
+    const QSize hint = field.sizeHint();
+    const int lineSpacing = QFontMetrics(field.font()).lineSpacing();
+    QVERIFY2(hint.width() <= 200 + 1, qPrintable(QString::number(hint.width())));
+    QVERIFY(hint.height() >= lineSpacing);
+    QCOMPARE(hint.height() > lineSpacing + 1, wraps);
+}
+
+QTEST_MAIN(TestPopover)
+#include "tst_popover.moc"
