@@ -48,6 +48,27 @@ QSocketNotifier *watchTerminationSignals(AppDelegate &delegate)
 
 } // namespace
 
+QString missingGraphicalSession(const QStringList &arguments)
+{
+    // "-platform" or "-display" on the command line, or a platform such as "offscreen" or
+    // "vnc" that needs no session: Qt knows better than these variables.
+    for (const QString &argument : arguments) {
+        if (argument == QLatin1String("-platform") || argument == QLatin1String("--platform") ||
+            argument == QLatin1String("-display") || argument == QLatin1String("--display"))
+            return {};
+    }
+    const QString platform = qEnvironmentVariable("QT_QPA_PLATFORM");
+    if (!platform.isEmpty() && !platform.startsWith(QLatin1String("xcb")) &&
+        !platform.startsWith(QLatin1String("wayland")))
+        return {};
+    if (!qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return {};
+    return QStringLiteral(
+        "tolkaro: no graphical session found (DISPLAY and WAYLAND_DISPLAY are not set).\n"
+        "Tolkaro lives in the system tray of a desktop session; start it from there.\n"
+        "Without a desktop, 'tolkaro --translate <text>' translates on this console.\n");
+}
+
 int runTrayApplication(QApplication &app)
 {
     // Closing the preferences or the typing panel never ends Tolkaro.

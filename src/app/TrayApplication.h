@@ -1,6 +1,14 @@
 #pragma once
 
+#include <QString>
+#include <QStringList>
+
 class QApplication;
+
+// Before any application object exists: empty when the tray application can reach a
+// desktop (an X11 or Wayland display, or a Qt platform chosen by hand), else the message
+// to print: no graphical session, which variables were looked at, and what works without.
+QString missingGraphicalSession(const QStringList &arguments);
 
 // Runs Tolkaro as the tray application of the user's session: one instance per session,
 // the start-up sequence, then the event loop until Quit, SIGTERM or SIGINT, after which

@@ -98,5 +98,5 @@ void TypingModeCoordinator::spotlightEnterPressed(const QVariantMap &userInfo)
     m_spotlight->returnActivation();
     if (m_paste)
         m_paste(translation);
-    tolkaro::logLine(QStringLiteral("Pasted %1").arg(translation));
+    tolkaro::logLine(QStringLiteral("Pasted %1").arg(tolkaro::privateText(translation)));
 }

@@ -47,7 +47,10 @@ QString describeResponse(const QNetworkReply *reply)
         return QStringLiteral("(null)");
     // One arg() call: the URL's own percent escapes must not be taken for placeholders.
     return QStringLiteral("{ URL: %1 } { Status Code: %2 }")
-        .arg(reply->url().toString(QUrl::FullyEncoded), QString::number(status.toInt()));
+        .arg(reply->url()
+                 .adjusted(tolkaro::isVerbose() ? QUrl::None : QUrl::RemoveQuery) // the text
+                 .toString(QUrl::FullyEncoded),
+             QString::number(status.toInt()));
 }
 
 QString describeError(const QNetworkReply *reply)
@@ -95,7 +98,7 @@ void GoogleTranslateByURL::translateText(const QString &textToTranslate,
     cancelCurrentTranslationRequestIfAny();
 
     tolkaro::logLine(
-        QStringLiteral("Translating \"%1\" into %2").arg(textToTranslate, targetLanguage));
+        QStringLiteral("Translating %1 into %2").arg(tolkaro::quotedPrivateText(textToTranslate), targetLanguage));
 
     const QString encodedText = urlEncode(textToTranslate);
     const QString urlString = m_baseUrl + QStringLiteral("/translate_a/single?client=gtx&sl=") +
@@ -190,7 +193,7 @@ void GoogleTranslateByURL::finishRequest(QNetworkReply *reply)
                                 "by the server NSData"));
         return;
     }
-    tolkaro::logLine(responseString);
+    tolkaro::logLine(tolkaro::privateText(responseString));
 
     // The decoder drops a leading byte order mark; the parse reads the same text.
     QByteArrayView utf8(data);
@@ -203,7 +206,7 @@ void GoogleTranslateByURL::finishRequest(QNetworkReply *reply)
                                         "Looks like this is a malformed JSON or not JSON at all? "
                                         "Here's the printout of the responseDataString that we "
                                         "tried to parse: %1")
-                             .arg(responseString));
+                             .arg(tolkaro::privateText(responseString)));
         complete(false, QString(), QString(), QStringLiteral("Unable to translate text."));
         return;
     }
