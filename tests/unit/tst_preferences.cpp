@@ -4,6 +4,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 class TestPreferences : public QObject
 {
     Q_OBJECT
@@ -13,6 +15,8 @@ private slots:
     void shortcutWrittenByHand();
     void translationServiceURL_data();
     void translationServiceURL();
+    void fileIsTheUsersAlone_data();
+    void fileIsTheUsersAlone();
 
 private:
     QString writeIni(const QByteArray &contents);
@@ -94,6 +98,49 @@ void TestPreferences::translationServiceURL()
 
     QCOMPARE(preferences.translationServiceURL(), expected);
     qunsetenv(kTranslationUrlEnvironmentVariable);
+}
+
+void TestPreferences::fileIsTheUsersAlone_data()
+{
+    QTest::addColumn<QByteArray>("existing"); // null: no file yet
+    QTest::addColumn<bool>("throughAccessor");
+
+    QTest::newRow("new file, written by a setter") << QByteArray() << true;
+    QTest::newRow("new file, written straight into the store") << QByteArray() << false;
+    QTest::newRow("world-readable file from before, only read")
+        << QByteArray("[General]\nUsageReportingURL=https://example.invalid/?key=secret\n")
+        << false;
+}
+
+void TestPreferences::fileIsTheUsersAlone()
+{
+    QFETCH(QByteArray, existing);
+    QFETCH(bool, throughAccessor);
+
+    const auto userOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+    if (!existing.isNull()) {
+        QVERIFY(!writeIni(existing).isEmpty());
+        QVERIFY(QFile::setPermissions(m_iniPath, userOnly | QFileDevice::ReadGroup |
+                                                     QFileDevice::ReadOther));
+    }
+    // The umask a desktop session usually has would make a new file world-readable.
+    const mode_t savedUmask = ::umask(022);
+    {
+        Preferences preferences(m_iniPath);
+        if (!existing.isNull())
+            QVERIFY(!preferences.usageReportingURL().isEmpty());
+        else if (throughAccessor)
+            preferences.setPreviouslyUsedLanguageCode(QStringLiteral("de"));
+        else
+            preferences.settings().setValue(QStringLiteral("UsageReportingURL"),
+                                            QStringLiteral("https://example.invalid/?key=s"));
+        preferences.synchronize();
+        QCOMPARE(QFile::permissions(m_iniPath) & ~QFileDevice::Permissions(0x0700), userOnly);
+    }
+    ::umask(savedUmask);
+    QCOMPARE(QFile::permissions(m_iniPath) & ~QFileDevice::Permissions(0x0700), userOnly);
+    // What was written reads back.
+    QVERIFY(Preferences(m_iniPath).settings().allKeys().size() == 1);
 }
 
 QTEST_APPLESS_MAIN(TestPreferences)

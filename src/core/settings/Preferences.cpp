@@ -1,5 +1,8 @@
 #include "settings/Preferences.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QtGlobal>
 
 using namespace PreferenceKeys;
@@ -8,11 +11,52 @@ Preferences::Preferences()
     : m_settings(std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
                                              QStringLiteral("Tolkaro"), QStringLiteral("Tolkaro")))
 {
+    keepFilePrivate(false);
 }
 
 Preferences::Preferences(const QString &iniPath)
     : m_settings(std::make_unique<QSettings>(iniPath, QSettings::IniFormat))
 {
+    keepFilePrivate(false);
+}
+
+Preferences::~Preferences()
+{
+    synchronize();
+}
+
+QSettings &Preferences::settings()
+{
+    // Whoever takes the store may write to it.
+    keepFilePrivate(true);
+    return *m_settings;
+}
+
+void Preferences::write(const char *key, const QVariant &value)
+{
+    keepFilePrivate(true);
+    m_settings->setValue(QLatin1String(key), value);
+}
+
+void Preferences::keepFilePrivate(bool aboutToWrite)
+{
+    const QString path = m_settings->fileName();
+    QFile file(path);
+    if (file.exists()) {
+        // permissions() adds this user's own bits (ReadUser...) to the owner's.
+        const QFileDevice::Permissions userBits =
+            QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser;
+        if ((file.permissions() & ~userBits) != kFilePermissions)
+            file.setPermissions(kFilePermissions);
+        return;
+    }
+    if (!aboutToWrite)
+        return;
+    // QSettings replaces the file atomically and keeps the permissions of the one it
+    // replaces, so an empty private file made now keeps every later write private.
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly, kFilePermissions))
+        file.close();
 }
 
 bool Preferences::hasBeenLaunchedBefore() const
@@ -22,7 +66,7 @@ bool Preferences::hasBeenLaunchedBefore() const
 
 void Preferences::setHasBeenLaunchedBefore(bool value)
 {
-    m_settings->setValue(kHasBeenLaunchedBefore, value);
+    write(kHasBeenLaunchedBefore, value);
 }
 
 bool Preferences::hasBeenLaunchedAtLeastOnce() const
@@ -32,7 +76,7 @@ bool Preferences::hasBeenLaunchedAtLeastOnce() const
 
 void Preferences::setHasBeenLaunchedAtLeastOnce(bool value)
 {
-    m_settings->setValue(kHasBeenLaunchedAtLeastOnce, value);
+    write(kHasBeenLaunchedAtLeastOnce, value);
 }
 
 qint64 Preferences::totalTranslationsMadeCounter() const
@@ -42,7 +86,7 @@ qint64 Preferences::totalTranslationsMadeCounter() const
 
 void Preferences::setTotalTranslationsMadeCounter(qint64 value)
 {
-    m_settings->setValue(kTotalTranslationsMadeCounter, value);
+    write(kTotalTranslationsMadeCounter, value);
 }
 
 std::optional<QString> Preferences::previouslyUsedLanguageCode() const
@@ -54,12 +98,12 @@ std::optional<QString> Preferences::previouslyUsedLanguageCode() const
 
 void Preferences::setPreviouslyUsedLanguageCode(const QString &code)
 {
-    m_settings->setValue(kPreviouslyUsedLanguageCode, code);
+    write(kPreviouslyUsedLanguageCode, code);
 }
 
 void Preferences::setPreviouslyUsedLanguageCode2(const QString &code)
 {
-    m_settings->setValue(kPreviouslyUsedLanguageCode2, code);
+    write(kPreviouslyUsedLanguageCode2, code);
 }
 
 std::optional<StoredShortcut> Preferences::typingModeKeyboardShortcut() const
@@ -86,7 +130,7 @@ std::optional<StoredShortcut> Preferences::typingModeKeyboardShortcut() const
 
 void Preferences::setTypingModeKeyboardShortcut(const StoredShortcut &shortcut)
 {
-    m_settings->setValue(kTypingModeKeyboardShortcut,
+    write(kTypingModeKeyboardShortcut,
                          QStringLiteral("%1,%2").arg(shortcut.keySym).arg(shortcut.modifiers));
 }
 
@@ -97,7 +141,7 @@ bool Preferences::moveToApplicationsFolderAlertSuppress() const
 
 void Preferences::setMoveToApplicationsFolderAlertSuppress(bool value)
 {
-    m_settings->setValue(kMoveToApplicationsFolderAlertSuppress, value);
+    write(kMoveToApplicationsFolderAlertSuppress, value);
 }
 
 QString Preferences::translationServiceURL() const
@@ -142,4 +186,7 @@ QString Preferences::usageReportingURL() const
 void Preferences::synchronize()
 {
     m_settings->sync();
+    // A value set straight on settings() before the file existed was written by QSettings
+    // with the default permissions.
+    keepFilePrivate(false);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QFileDevice>
 #include <QSettings>
 #include <QString>
 #include <QStringList>
@@ -10,6 +11,9 @@
 // Every preference Tolkaro reads or writes, under its exact key, with its type and its
 // value when absent. Backed by QSettings (an INI file under $XDG_CONFIG_HOME/Tolkaro/).
 // Main thread only. Absence is meaningful for some keys, so those read as std::optional.
+// The file may hold service keys and what the user translates into: it is readable and
+// writable by the user alone (0600), made so before the first write and healed when found
+// otherwise. Reading never creates it.
 namespace PreferenceKeys {
 inline constexpr char kHasBeenLaunchedBefore[] = "HasBeenLaunchedBefore";
 inline constexpr char kHasBeenLaunchedAtLeastOnce[] = "HasBeenLaunchedAtLeastOnce";
@@ -50,6 +54,9 @@ public:
     Preferences();
     // A store at an explicit path (tests).
     explicit Preferences(const QString &iniPath);
+    ~Preferences();
+    Preferences(const Preferences &) = delete;
+    Preferences &operator=(const Preferences &) = delete;
 
     bool hasBeenLaunchedBefore() const;
     void setHasBeenLaunchedBefore(bool value);
@@ -81,8 +88,17 @@ public:
     // Writes pending changes to disk.
     void synchronize();
 
-    QSettings &settings() { return *m_settings; }
+    // The store itself, for keys without an accessor; the file is made private first.
+    QSettings &settings();
 
 private:
+    static constexpr QFileDevice::Permissions kFilePermissions =
+        QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+
+    // Every write goes through here, so the file is private before it holds anything.
+    void write(const char *key, const QVariant &value);
+    // Makes an existing file 0600; with aboutToWrite, creates a missing one as 0600.
+    void keepFilePrivate(bool aboutToWrite);
+
     std::unique_ptr<QSettings> m_settings;
 };
