@@ -75,7 +75,6 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 3. Updates.
     m_sparkleUpdater = new Updater(&m_preferences, nullptr, this);
-    m_sparkleUpdater->setSendsSystemProfile(true);
     m_usageReporter = new UsageReporter(&m_preferences, this);
 
     // 4. The first launch ever: the welcome alert, then start at login.

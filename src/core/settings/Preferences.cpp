@@ -173,6 +173,28 @@ QString Preferences::updateFeedURL() const
     return m_settings->value(kUpdateFeedURL, builtIn).toString();
 }
 
+std::optional<bool> Preferences::checkForUpdatesAutomatically() const
+{
+    if (!m_settings->contains(kCheckForUpdatesAutomatically))
+        return std::nullopt;
+    return m_settings->value(kCheckForUpdatesAutomatically).toBool();
+}
+
+void Preferences::setCheckForUpdatesAutomatically(bool value)
+{
+    write(kCheckForUpdatesAutomatically, value);
+}
+
+bool Preferences::sendSystemProfileWithUpdateChecks() const
+{
+    return m_settings->value(kSendSystemProfileWithUpdateChecks, false).toBool();
+}
+
+void Preferences::setSendSystemProfileWithUpdateChecks(bool value)
+{
+    write(kSendSystemProfileWithUpdateChecks, value);
+}
+
 bool Preferences::usageReportingEnabled() const
 {
     return m_settings->value(kUsageReportingEnabled, false).toBool();

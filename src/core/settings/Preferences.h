@@ -30,6 +30,9 @@ inline constexpr char kFnStandInKey[] = "FnStandInKey";
 inline constexpr char kUpdateFeedURL[] = "UpdateFeedURL";
 inline constexpr char kUsageReportingEnabled[] = "UsageReportingEnabled";
 inline constexpr char kUsageReportingURL[] = "UsageReportingURL";
+// The answers to the first update question; absent until it was asked.
+inline constexpr char kCheckForUpdatesAutomatically[] = "CheckForUpdatesAutomatically";
+inline constexpr char kSendSystemProfileWithUpdateChecks[] = "SendSystemProfileWithUpdateChecks";
 } // namespace PreferenceKeys
 
 // The translation endpoint's scheme, host and port when nothing else is configured.
@@ -82,6 +85,10 @@ public:
     QStringList keystrokeCaptureApplications() const;
     QString fnStandInKey() const;
     QString updateFeedURL() const;
+    std::optional<bool> checkForUpdatesAutomatically() const;
+    void setCheckForUpdatesAutomatically(bool value);
+    bool sendSystemProfileWithUpdateChecks() const;
+    void setSendSystemProfileWithUpdateChecks(bool value);
     bool usageReportingEnabled() const;
     QString usageReportingURL() const;
 
