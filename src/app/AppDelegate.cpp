@@ -16,6 +16,8 @@
 #include "system/LaunchAtLoginController.h"
 #include "system/MoveToApplications.h"
 #include "system/RestartInPlace.h"
+#include "system/DesktopNotifier.h"
+#include "system/ShortcutFallbackNotice.h"
 #include "system/Updater.h"
 #include "system/UsageReporter.h"
 #include "translation/GoogleTranslateByURL.h"
@@ -118,6 +120,9 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 12. Loading the keyboard preferences window (not shown) binds the typing-mode shortcut.
     m_preferencesWindowController = new PreferencesWindowController(m_preferences, this);
+    connect(m_preferencesWindowController, &PreferencesWindowController::shortcutFallbackChanged,
+            new ShortcutFallbackNotice(m_preferences, std::make_unique<FreedesktopNotifier>(), this),
+            &ShortcutFallbackNotice::tell);
     m_preferencesWindowController->window();
     m_typingMode->setShortcutSource(
         [this] { return m_preferencesWindowController->activeShortcut(); });

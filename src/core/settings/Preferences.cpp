@@ -131,7 +131,7 @@ std::optional<StoredShortcut> Preferences::typingModeKeyboardShortcut() const
 void Preferences::setTypingModeKeyboardShortcut(const StoredShortcut &shortcut)
 {
     write(kTypingModeKeyboardShortcut,
-                         QStringLiteral("%1,%2").arg(shortcut.keySym).arg(shortcut.modifiers));
+          QStringLiteral("%1,%2").arg(shortcut.keySym).arg(shortcut.modifiers));
 }
 
 bool Preferences::moveToApplicationsFolderAlertSuppress() const
@@ -193,6 +193,19 @@ bool Preferences::sendSystemProfileWithUpdateChecks() const
 void Preferences::setSendSystemProfileWithUpdateChecks(bool value)
 {
     write(kSendSystemProfileWithUpdateChecks, value);
+}
+
+QString Preferences::typingModeShortcutNoticeTold() const
+{
+    return m_settings->value(kTypingModeShortcutNoticeTold).toString();
+}
+
+void Preferences::setTypingModeShortcutNoticeTold(const QString &note)
+{
+    if (note.isEmpty())
+        m_settings->remove(QLatin1String(kTypingModeShortcutNoticeTold));
+    else
+        write(kTypingModeShortcutNoticeTold, note);
 }
 
 bool Preferences::usageReportingEnabled() const

@@ -33,6 +33,8 @@ inline constexpr char kUsageReportingURL[] = "UsageReportingURL";
 // The answers to the first update question; absent until it was asked.
 inline constexpr char kCheckForUpdatesAutomatically[] = "CheckForUpdatesAutomatically";
 inline constexpr char kSendSystemProfileWithUpdateChecks[] = "SendSystemProfileWithUpdateChecks";
+// The last note told about the typing-mode shortcut being owned by another program.
+inline constexpr char kTypingModeShortcutNoticeTold[] = "TypingModeShortcutNoticeTold";
 } // namespace PreferenceKeys
 
 // The translation endpoint's scheme, host and port when nothing else is configured.
@@ -89,6 +91,8 @@ public:
     void setCheckForUpdatesAutomatically(bool value);
     bool sendSystemProfileWithUpdateChecks() const;
     void setSendSystemProfileWithUpdateChecks(bool value);
+    QString typingModeShortcutNoticeTold() const;
+    void setTypingModeShortcutNoticeTold(const QString &note);
     bool usageReportingEnabled() const;
     QString usageReportingURL() const;
 

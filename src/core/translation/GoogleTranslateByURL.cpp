@@ -97,8 +97,8 @@ void GoogleTranslateByURL::translateText(const QString &textToTranslate,
 {
     cancelCurrentTranslationRequestIfAny();
 
-    tolkaro::logLine(
-        QStringLiteral("Translating %1 into %2").arg(tolkaro::quotedPrivateText(textToTranslate), targetLanguage));
+    tolkaro::logLine(QStringLiteral("Translating %1 into %2")
+                         .arg(tolkaro::quotedPrivateText(textToTranslate), targetLanguage));
 
     const QString encodedText = urlEncode(textToTranslate);
     const QString urlString = m_baseUrl + QStringLiteral("/translate_a/single?client=gtx&sl=") +
