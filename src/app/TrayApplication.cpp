@@ -4,7 +4,10 @@
 #include "app/ApplicationBus.h"
 #include "common/Log.h"
 
+#include <QAccessible>
+#include <QAccessibleObject>
 #include <QApplication>
+#include <QWindow>
 #include <QIcon>
 #include <QSocketNotifier>
 #include <QTimer>
@@ -46,7 +49,63 @@ QSocketNotifier *watchTerminationSignals(AppDelegate &delegate)
     return notifier;
 }
 
+// The application's accessibility root as Qt builds it, with every visible popup (an open
+// menu) appended to its children. The menus already name the application as their parent;
+// this makes the tree agree, so a tree walk from the application reaches their items.
+class AccessibleApplicationWithMenus : public QAccessibleApplication
+{
+public:
+    int childCount() const override
+    {
+        return QAccessibleApplication::childCount() + int(openPopups().size());
+    }
+
+    QAccessibleInterface *child(int index) const override
+    {
+        const int windows = QAccessibleApplication::childCount();
+        if (index < windows)
+            return QAccessibleApplication::child(index);
+        const QList<QAccessibleInterface *> popups = openPopups();
+        return index - windows < popups.size() ? popups.at(index - windows) : nullptr;
+    }
+
+    int indexOfChild(const QAccessibleInterface *child) const override
+    {
+        const int index = QAccessibleApplication::indexOfChild(child);
+        if (index >= 0)
+            return index;
+        const int popup = int(openPopups().indexOf(const_cast<QAccessibleInterface *>(child)));
+        return popup < 0 ? -1 : QAccessibleApplication::childCount() + popup;
+    }
+
+private:
+    static QList<QAccessibleInterface *> openPopups()
+    {
+        QList<QAccessibleInterface *> popups;
+        for (QWindow *window : QGuiApplication::topLevelWindows()) {
+            if (window->type() != Qt::Popup || !window->isVisible())
+                continue;
+            if (QAccessibleInterface *root = window->accessibleRoot())
+                popups.append(root);
+        }
+        return popups;
+    }
+};
+
+QAccessibleInterface *accessibleApplicationFactory(const QString &className, QObject *object)
+{
+    if (object && object == QCoreApplication::instance() &&
+        className == QLatin1String("QApplication"))
+        return new AccessibleApplicationWithMenus;
+    return nullptr;
+}
+
 } // namespace
+
+void installAccessibleApplication()
+{
+    QAccessible::installFactory(accessibleApplicationFactory);
+}
 
 QString missingGraphicalSession(const QStringList &arguments)
 {

@@ -32,6 +32,7 @@ int main(int argc, char **argv)
         std::fputs(qPrintable(missing), stderr);
         return 1;
     }
+    installAccessibleApplication();
     QApplication application(argc, argv);
     return runTrayApplication(application);
 }
