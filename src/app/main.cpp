@@ -32,6 +32,11 @@ int main(int argc, char **argv)
         std::fputs(qPrintable(missing), stderr);
         return 1;
     }
+    // Qt's accessibility bridge otherwise looks only once, at start, at whether a screen
+    // reader runs; Tolkaro often switches accessibility on itself after that (the permission
+    // dialog), and its menus and windows must be readable whenever it is on.
+    if (!qEnvironmentVariableIsSet("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"))
+        qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
     installAccessibleApplication();
     QApplication application(argc, argv);
     return runTrayApplication(application);
