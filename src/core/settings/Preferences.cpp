@@ -3,7 +3,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QEvent>
 #include <QtGlobal>
+
+#include <functional>
 
 using namespace PreferenceKeys;
 
@@ -11,13 +14,13 @@ Preferences::Preferences()
     : m_settings(std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
                                              QStringLiteral("Tolkaro"), QStringLiteral("Tolkaro")))
 {
-    keepFilePrivate(false);
+    guardWrites();
 }
 
 Preferences::Preferences(const QString &iniPath)
     : m_settings(std::make_unique<QSettings>(iniPath, QSettings::IniFormat))
 {
-    keepFilePrivate(false);
+    guardWrites();
 }
 
 Preferences::~Preferences()
@@ -27,9 +30,37 @@ Preferences::~Preferences()
 
 QSettings &Preferences::settings()
 {
-    // Whoever takes the store may write to it.
-    keepFilePrivate(true);
     return *m_settings;
+}
+
+namespace {
+// Sees QSettings' own request to write its changes before QSettings acts on it.
+class WriteRequestFilter : public QObject
+{
+public:
+    explicit WriteRequestFilter(std::function<void()> beforeWrite)
+        : m_beforeWrite(std::move(beforeWrite))
+    {
+    }
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::UpdateRequest)
+            m_beforeWrite();
+        return false;
+    }
+
+private:
+    std::function<void()> m_beforeWrite;
+};
+} // namespace
+
+void Preferences::guardWrites()
+{
+    keepFilePrivate(false);
+    // Values set straight on settings() reach the disk through this event when an event
+    // loop runs; the file is made private just before.
+    m_writeGuard = std::make_unique<WriteRequestFilter>([this] { keepFilePrivate(true); });
+    m_settings->installEventFilter(m_writeGuard.get());
 }
 
 void Preferences::write(const char *key, const QVariant &value)
@@ -221,7 +252,7 @@ QString Preferences::usageReportingURL() const
 void Preferences::synchronize()
 {
     m_settings->sync();
-    // A value set straight on settings() before the file existed was written by QSettings
-    // with the default permissions.
+    // Without an event loop, a value set straight on settings() before the file existed was
+    // just written by QSettings with the default permissions.
     keepFilePrivate(false);
 }

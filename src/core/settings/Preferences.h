@@ -99,7 +99,7 @@ public:
     // Writes pending changes to disk.
     void synchronize();
 
-    // The store itself, for keys without an accessor; the file is made private first.
+    // The store itself, for keys without an accessor.
     QSettings &settings();
 
 private:
@@ -110,6 +110,8 @@ private:
     void write(const char *key, const QVariant &value);
     // Makes an existing file 0600; with aboutToWrite, creates a missing one as 0600.
     void keepFilePrivate(bool aboutToWrite);
+    void guardWrites();
 
     std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<QObject> m_writeGuard;
 };
