@@ -7,10 +7,10 @@
 #include <QAccessible>
 #include <QAccessibleObject>
 #include <QApplication>
-#include <QWindow>
 #include <QIcon>
 #include <QSocketNotifier>
 #include <QTimer>
+#include <QWindow>
 
 #include <csignal>
 #include <cstdio>

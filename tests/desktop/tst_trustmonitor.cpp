@@ -23,7 +23,10 @@ const QString kNoSuchDisplay = QStringLiteral(":4711");
 class ScriptedAlerts : public TrustAlerts
 {
 public:
-    ScriptedAlerts(QStringList &journal, QList<bool> answers) : m_journal(journal), m_answers(answers) {}
+    ScriptedAlerts(QStringList &journal, QList<bool> answers)
+        : m_journal(journal), m_answers(answers)
+    {
+    }
     bool askForPermission() override
     {
         m_journal << QStringLiteral("ask");

@@ -100,9 +100,9 @@ void TestCommandLine::translatesWithoutDisplay()
     // The user's text stays out of the log unless asked for.
     QVERIFY2(run.err.contains("Translating 16 characters into de\n"), run.err.constData());
     QVERIFY2(!run.err.contains("good+bye"), run.err.constData());
-    const Run verbose = runTolkaro({QStringLiteral("--verbose"), QStringLiteral("--translate"),
-                                    QStringLiteral("Hello"), QStringLiteral("--to"),
-                                    QStringLiteral("de")});
+    const Run verbose =
+        runTolkaro({QStringLiteral("--verbose"), QStringLiteral("--translate"),
+                    QStringLiteral("Hello"), QStringLiteral("--to"), QStringLiteral("de")});
     QVERIFY2(verbose.err.contains("Translating \"Hello\" into de\n"), verbose.err.constData());
     QVERIFY2(verbose.err.contains("translation of Hello"), verbose.err.constData());
     // Reading the settings never writes them.

@@ -127,8 +127,8 @@ void TestPreferences::fileIsTheUsersAlone()
     };
     if (!existing.isNull()) {
         QVERIFY(!writeIni(existing).isEmpty());
-        QVERIFY(QFile::setPermissions(m_iniPath, userOnly | QFileDevice::ReadGroup |
-                                                     QFileDevice::ReadOther));
+        QVERIFY(QFile::setPermissions(m_iniPath,
+                                      userOnly | QFileDevice::ReadGroup | QFileDevice::ReadOther));
     }
     // The umask a desktop session usually has would make a new file world-readable.
     const mode_t savedUmask = ::umask(022);

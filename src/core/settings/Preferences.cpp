@@ -1,9 +1,9 @@
 #include "settings/Preferences.h"
 
 #include <QDir>
+#include <QEvent>
 #include <QFile>
 #include <QFileInfo>
-#include <QEvent>
 #include <QtGlobal>
 
 #include <functional>
@@ -180,7 +180,8 @@ QString Preferences::translationServiceURL() const
     const QString fromEnvironment = qEnvironmentVariable(kTranslationUrlEnvironmentVariable);
     if (!fromEnvironment.isEmpty())
         return fromEnvironment;
-    return m_settings->value(kTranslationServiceURL, QString::fromLatin1(kDefaultTranslationServiceURL))
+    return m_settings
+        ->value(kTranslationServiceURL, QString::fromLatin1(kDefaultTranslationServiceURL))
         .toString();
 }
 
