@@ -105,6 +105,16 @@ void TestCommandLine::translatesWithoutDisplay()
                     QStringLiteral("Hello"), QStringLiteral("--to"), QStringLiteral("de")});
     QVERIFY2(verbose.err.contains("Translating \"Hello\" into de\n"), verbose.err.constData());
     QVERIFY2(verbose.err.contains("translation of Hello"), verbose.err.constData());
+    // Nor does a failure's line carry it (Qt names the URL, text included, in some errors).
+    for (const Behaviour failure : {Behaviour::HtmlForbidden, Behaviour::ResetMidBody,
+                                    Behaviour::RedirectLoop, Behaviour::Garbage}) {
+        m_server->setDefaultAnswer(Answer::of(failure));
+        const Run failed = runTolkaro({QStringLiteral("--translate"), QStringLiteral("Hello"),
+                                       QStringLiteral("--to"), QStringLiteral("de")});
+        QCOMPARE(failed.exitCode, 1);
+        QVERIFY2(!failed.err.contains("Hello"), failed.err.constData());
+    }
+    m_server->setDefaultAnswer(Answer::echo());
     // Reading the settings never writes them.
     QVERIFY(QDir(m_configHome->path()).isEmpty());
 

@@ -60,7 +60,14 @@ QString describeError(const QNetworkReply *reply)
         return endedBy.toString();
     if (reply->error() == QNetworkReply::NoError)
         return QStringLiteral("(null)");
-    return reply->errorString();
+    QString error = reply->errorString();
+    // Qt names the URL in some errors, and its query holds the user's text.
+    if (!tolkaro::isVerbose()) {
+        const QString withoutText = reply->url().adjusted(QUrl::RemoveQuery).toString();
+        error.replace(reply->url().toString(), withoutText)
+            .replace(reply->url().toString(QUrl::FullyEncoded), withoutText);
+    }
+    return error;
 }
 
 void failAtOnce(const TranslationCompletion &completion, const QString &errorMessage)
