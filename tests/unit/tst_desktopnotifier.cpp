@@ -125,6 +125,10 @@ void TestDesktopNotifier::notificationServerElseDialog()
         QVERIFY(serverBus.registerService(QString::fromLatin1(FreedesktopNotifier::kService)));
     }
 
+    if (!serverRuns &&
+        QDBusConnection::sessionBus().interface()->activatableServiceNames().value().contains(
+            QString::fromLatin1(FreedesktopNotifier::kService)))
+        QSKIP("a notification server on this machine starts on demand");
     FreedesktopNotifier notifier;
     QCOMPARE(notifier.hasNotificationServer(), serverRuns);
     notifier.notify(QStringLiteral("Summary"), QStringLiteral("Body"));
