@@ -18,6 +18,8 @@
 #include "system/LaunchAtLoginController.h"
 #include "system/MoveToApplications.h"
 #include "system/RestartInPlace.h"
+#include "system/DesktopNotifier.h"
+#include "system/ShortcutFallbackNotice.h"
 #include "system/Updater.h"
 #include "system/UsageReporter.h"
 #include "translation/GoogleTranslateByURL.h"
@@ -72,7 +74,6 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 3. Updates.
     m_updater = new Updater(&m_preferences, nullptr, this);
-    m_updater->setSendsSystemProfile(true);
     m_usageReporter = new UsageReporter(&m_preferences, this);
 
     // 4. The first launch ever: the welcome alert, then start at login.
@@ -111,6 +112,9 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 12. Loading the keyboard preferences window (not shown) binds the typing-mode shortcut.
     m_preferencesWindowController = new PreferencesWindowController(m_preferences, this);
+    connect(m_preferencesWindowController, &PreferencesWindowController::shortcutFallbackChanged,
+            new ShortcutFallbackNotice(m_preferences, std::make_unique<FreedesktopNotifier>(), this),
+            &ShortcutFallbackNotice::tell);
     m_preferencesWindowController->window();
     m_typingMode->setShortcutSource(
         [this] { return m_preferencesWindowController->activeShortcut(); });

@@ -53,6 +53,10 @@ CommandLine::CommandLine(const QStringList &arguments)
                  QStringLiteral("code")),
       m_quietOption({QStringLiteral("q"), QStringLiteral("quiet")},
                     QStringLiteral("With --translate: no log lines on stderr, only the error.")),
+      m_verboseOption(QStringLiteral("verbose"),
+                      QStringLiteral("Log the captured texts, their translations and the "
+                                     "server's answers (also TOLKARO_DEBUG=1). Otherwise log "
+                                     "lines name only their length.")),
       m_typingModeOption(QStringLiteral("typing-mode"),
                          QStringLiteral("Open or close the typing panel of the running Tolkaro.")),
       m_helpOption({QStringLiteral("h"), QStringLiteral("help")},
@@ -65,8 +69,8 @@ CommandLine::CommandLine(const QStringList &arguments)
                        "in the system tray."));
     // "-platform xcb" is one option, not the letters p, l, a, ...
     m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    m_parser.addOptions({m_translateOption, m_toOption, m_quietOption, m_typingModeOption,
-                         m_helpOption, m_versionOption});
+    m_parser.addOptions({m_translateOption, m_toOption, m_quietOption, m_verboseOption,
+                         m_typingModeOption, m_helpOption, m_versionOption});
     for (const GuiOption &guiOption : kGuiApplicationOptions) {
         QCommandLineOption option(QString::fromLatin1(guiOption.name));
         if (guiOption.takesValue)
@@ -99,6 +103,11 @@ CommandLine::CommandLine(const QStringList &arguments)
     } else {
         m_action = Action::RunTray;
     }
+}
+
+bool CommandLine::verbose() const
+{
+    return m_action != Action::Error && m_parser.isSet(m_verboseOption);
 }
 
 int CommandLine::run(QCoreApplication &application)

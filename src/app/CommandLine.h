@@ -28,6 +28,8 @@ public:
     Action action() const { return m_action; }
     // Why the command line was refused (Action::Error).
     QString errorText() const { return m_errorText; }
+    // --verbose: log lines carry the texts themselves.
+    bool verbose() const;
 
     // Runs every action but RunTray with a display-less application object and returns
     // the process's exit code.
@@ -40,6 +42,7 @@ private:
     QCommandLineOption m_translateOption;
     QCommandLineOption m_toOption;
     QCommandLineOption m_quietOption;
+    QCommandLineOption m_verboseOption;
     QCommandLineOption m_typingModeOption;
     QCommandLineOption m_helpOption;
     QCommandLineOption m_versionOption;

@@ -4,10 +4,13 @@
 #include "app/ApplicationBus.h"
 #include "common/Log.h"
 
+#include <QAccessible>
+#include <QAccessibleObject>
 #include <QApplication>
 #include <QIcon>
 #include <QSocketNotifier>
 #include <QTimer>
+#include <QWindow>
 
 #include <csignal>
 #include <cstdio>
@@ -46,7 +49,84 @@ QSocketNotifier *watchTerminationSignals(AppDelegate &delegate)
     return notifier;
 }
 
+// The application's accessibility root as Qt builds it, with every visible popup (an open
+// menu) appended to its children. The menus already name the application as their parent;
+// this makes the tree agree, so a tree walk from the application reaches their items.
+class AccessibleApplicationWithMenus : public QAccessibleApplication
+{
+public:
+    int childCount() const override
+    {
+        return QAccessibleApplication::childCount() + int(openPopups().size());
+    }
+
+    QAccessibleInterface *child(int index) const override
+    {
+        const int windows = QAccessibleApplication::childCount();
+        if (index < windows)
+            return QAccessibleApplication::child(index);
+        const QList<QAccessibleInterface *> popups = openPopups();
+        return index - windows < popups.size() ? popups.at(index - windows) : nullptr;
+    }
+
+    int indexOfChild(const QAccessibleInterface *child) const override
+    {
+        const int index = QAccessibleApplication::indexOfChild(child);
+        if (index >= 0)
+            return index;
+        const int popup = int(openPopups().indexOf(const_cast<QAccessibleInterface *>(child)));
+        return popup < 0 ? -1 : QAccessibleApplication::childCount() + popup;
+    }
+
+private:
+    static QList<QAccessibleInterface *> openPopups()
+    {
+        QList<QAccessibleInterface *> popups;
+        for (QWindow *window : QGuiApplication::topLevelWindows()) {
+            if (window->type() != Qt::Popup || !window->isVisible())
+                continue;
+            if (QAccessibleInterface *root = window->accessibleRoot())
+                popups.append(root);
+        }
+        return popups;
+    }
+};
+
+QAccessibleInterface *accessibleApplicationFactory(const QString &className, QObject *object)
+{
+    if (object && object == QCoreApplication::instance() &&
+        className == QLatin1String("QApplication"))
+        return new AccessibleApplicationWithMenus;
+    return nullptr;
+}
+
 } // namespace
+
+void installAccessibleApplication()
+{
+    QAccessible::installFactory(accessibleApplicationFactory);
+}
+
+QString missingGraphicalSession(const QStringList &arguments)
+{
+    // "-platform" or "-display" on the command line, or a platform such as "offscreen" or
+    // "vnc" that needs no session: Qt knows better than these variables.
+    for (const QString &argument : arguments) {
+        if (argument == QLatin1String("-platform") || argument == QLatin1String("--platform") ||
+            argument == QLatin1String("-display") || argument == QLatin1String("--display"))
+            return {};
+    }
+    const QString platform = qEnvironmentVariable("QT_QPA_PLATFORM");
+    if (!platform.isEmpty() && !platform.startsWith(QLatin1String("xcb")) &&
+        !platform.startsWith(QLatin1String("wayland")))
+        return {};
+    if (!qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return {};
+    return QStringLiteral(
+        "tolkaro: no graphical session found (DISPLAY and WAYLAND_DISPLAY are not set).\n"
+        "Tolkaro lives in the system tray of a desktop session; start it from there.\n"
+        "Without a desktop, 'tolkaro --translate <text>' translates on this console.\n");
+}
 
 int runTrayApplication(QApplication &app)
 {

@@ -113,7 +113,7 @@ void TranslationController::translationCompleted(bool success, const QString &tr
 
     m_lastTranslatedText = translatedText;
     tolkaro::logLine(QStringLiteral("%1 (src lang is %2)")
-                         .arg(translatedText,
+                         .arg(tolkaro::privateText(translatedText),
                               guessedLanguageCode.isNull() ? QStringLiteral("(null)")
                                                            : guessedLanguageCode));
     m_presenter.setAnimatedStringValue(translatedText);

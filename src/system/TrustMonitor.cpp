@@ -20,6 +20,13 @@ void TrustMonitor::startRegularlyCheckingIfProcessIsTrusted()
 {
     if (m_terminated)
         return;
+    // A session whose X server offers no raw key events (no display, no XInput 2.2) stays
+    // so whatever the user grants: asking for the permission would lead nowhere.
+    if (!m_keyMonitor.isInstalled() && !m_keyMonitor.canInstall()) {
+        m_alerts.showMonitorFailureAlert();
+        terminate();
+        return;
+    }
     const bool trusted = m_trust.isProcessTrusted();
     if (trusted) {
         // Set on every check, changed or not: cheap, and it heals a menu swapped elsewhere.

@@ -15,7 +15,7 @@ class TrustAlerts;
 // trusted the key monitor stays installed and the normal status menu is shown; while it is
 // not, the monitor is removed, the reduced menu is shown and, once per monitor (one per
 // process in the application), the user is asked to grant the permission. Declining ends
-// the application, and so does a key monitor that cannot be installed while trusted.
+// the application, and so does a key monitor that cannot be installed, trusted or not.
 //
 // One key monitor serves where two were needed elsewhere: raw X input events reach it
 // whichever application is in front, Tolkaro's own windows included. The gesture state

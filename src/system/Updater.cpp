@@ -5,6 +5,7 @@
 #include "updates/Appcast.h"
 #include "updates/VersionComparator.h"
 
+#include <QCheckBox>
 #include <QDesktopServices>
 #include <QLocale>
 #include <QMessageBox>
@@ -63,6 +64,27 @@ public:
         showMessage(QMessageBox::Warning, QStringLiteral("Update Error!"),
                     QStringLiteral("An error occurred in retrieving update information. Please try "
                                    "again later."));
+    }
+
+    void askForUpdatePermission(std::function<void(const UpdatePermission &)> answer) override
+    {
+        QMessageBox *box = makeBox(
+            QMessageBox::Question, QStringLiteral("Check for updates automatically?"),
+            QStringLiteral("Should Tolkaro look for a newer version each time it starts? You can "
+                           "always check yourself with \"Check for updates...\" in its menu."));
+        QPushButton *yes =
+            box->addButton(QStringLiteral("Check Automatically"), QMessageBox::AcceptRole);
+        box->addButton(QStringLiteral("Don't Check"), QMessageBox::RejectRole);
+        box->setDefaultButton(yes);
+        // Unticked unless the user chooses to share it.
+        box->setCheckBox(new QCheckBox(
+            QStringLiteral("Include anonymous system profile (Tolkaro and system versions, "
+                           "processor, language)"),
+            box));
+        QObject::connect(box, &QMessageBox::finished, box, [box, yes, answer] {
+            answer({box->clickedButton() == yes, box->checkBox()->isChecked()});
+        });
+        box->show();
     }
 
     void showNoFeed() override
@@ -138,12 +160,35 @@ void Updater::checkForUpdates()
 
 void Updater::checkForUpdatesInBackground()
 {
-    startCheck(false);
+    const std::optional<bool> allowed = m_preferences->checkForUpdatesAutomatically();
+    if (!hasFeed() || allowed.value_or(false)) {
+        startCheck(false);
+        return;
+    }
+    if (allowed || m_asking)
+        return;
+    m_asking = true;
+    QPointer<Updater> self(this);
+    m_presenter->askForUpdatePermission([self](const UpdatePermission &permission) {
+        if (!self)
+            return;
+        self->m_asking = false;
+        self->m_preferences->setCheckForUpdatesAutomatically(permission.checkAutomatically);
+        self->setSendsSystemProfile(permission.sendSystemProfile);
+        self->m_preferences->synchronize();
+        if (permission.checkAutomatically)
+            self->startCheck(false);
+    });
 }
 
 void Updater::setSendsSystemProfile(bool sendsSystemProfile)
 {
-    m_sendsSystemProfile = sendsSystemProfile;
+    m_preferences->setSendSystemProfileWithUpdateChecks(sendsSystemProfile);
+}
+
+bool Updater::sendsSystemProfile() const
+{
+    return m_preferences->sendSystemProfileWithUpdateChecks();
 }
 
 bool Updater::hasFeed() const
@@ -179,7 +224,7 @@ void Updater::startCheck(bool userInitiated)
     }
 
     QUrl url = feed;
-    if (m_sendsSystemProfile) {
+    if (sendsSystemProfile()) {
         QUrlQuery query(url);
         for (const auto &[key, value] : systemProfile())
             query.addQueryItem(key, QString::fromUtf8(QUrl::toPercentEncoding(value)));

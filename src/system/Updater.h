@@ -5,6 +5,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <functional>
 #include <memory>
 
 class Preferences;
@@ -30,11 +31,21 @@ struct UpdateCheckResult
     QString error; // on failure
 };
 
+// The answers to the first update question.
+struct UpdatePermission
+{
+    bool checkAutomatically = false;
+    bool sendSystemProfile = false; // the question's check box
+};
+
 // What the user sees of an update check, behind an interface so that tests can answer it.
 class UpdatePresenter
 {
 public:
     virtual ~UpdatePresenter() = default;
+    // Before the first background check: may Tolkaro check by itself, and may the system
+    // profile go with the checks. The answer may come later; `answer` is called once.
+    virtual void askForUpdatePermission(std::function<void(const UpdatePermission &)> answer) = 0;
     // A newer version: offers its release notes and its download page. Never installs.
     virtual void showUpdateFound(const UpdateCheckResult &result) = 0;
     // Answers to a check the user asked for.
@@ -46,7 +57,9 @@ public:
 // Checks an update feed (RSS appcast) for a newer Tolkaro. The feed is the settings key
 // "UpdateFeedURL", else the one built in (TOLKARO_UPDATE_FEED_URL); with neither, updates
 // come from the package manager and nothing is fetched. Nothing is installed: a newer
-// version is announced with its release notes and download links. Main thread only.
+// version is announced with its release notes and download links. Background checks start
+// only after the user allowed them in the first update question, and the system profile
+// goes with a check only when the user ticked its box there. Main thread only.
 class Updater : public QObject
 {
     Q_OBJECT
@@ -59,11 +72,13 @@ public:
 
     // The user asked: every outcome is shown.
     void checkForUpdates();
-    // Start-up check: only a newer version is shown.
+    // Start-up check: only a newer version is shown. The first one with a feed asks the
+    // user first; a "no" is kept and no background check follows.
     void checkForUpdatesInBackground();
-    // Adds the system profile (application and OS versions, CPU, language) to the feed query.
+    // Whether the system profile (application and OS versions, CPU, language) joins the feed
+    // query: the user's answer, stored in the preferences.
     void setSendsSystemProfile(bool sendsSystemProfile);
-    bool sendsSystemProfile() const { return m_sendsSystemProfile; }
+    bool sendsSystemProfile() const;
     bool hasFeed() const;
     QUrl feedURL() const;
 
@@ -81,5 +96,5 @@ private:
     QNetworkAccessManager *m_network = nullptr;
     QPointer<QNetworkReply> m_reply;
     bool m_userInitiated = false;
-    bool m_sendsSystemProfile = false;
+    bool m_asking = false;
 };

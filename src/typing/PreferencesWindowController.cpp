@@ -116,6 +116,8 @@ void PreferencesWindowController::bindShortcutWithDefaultsKey()
     }
     m_typingModeShortcutView->setNote(note);
     emit activeShortcutChanged(activeShortcut());
+    emit shortcutFallbackChanged(
+        activeShortcut() == fallbackShortcut() && wanted != fallbackShortcut() ? note : QString());
 }
 
 StoredShortcut PreferencesWindowController::activeShortcut() const

@@ -40,6 +40,8 @@ public:
 signals:
     // The binding changed (another shortcut, or the fallback).
     void activeShortcutChanged(const StoredShortcut &shortcut);
+    // After every binding: the note naming the fallback in use, empty when there is none.
+    void shortcutFallbackChanged(const QString &note);
 
 private:
     void windowDidLoad();

@@ -81,5 +81,5 @@ void TypingModeCoordinator::spotlightEnterPressed(const QString &translation)
     m_spotlight->returnActivation();
     if (m_paste)
         m_paste(translation);
-    tolkaro::logLine(QStringLiteral("Pasted %1").arg(translation));
+    tolkaro::logLine(QStringLiteral("Pasted %1").arg(tolkaro::privateText(translation)));
 }

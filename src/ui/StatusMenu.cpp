@@ -101,6 +101,7 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
 
     m_statusItemMenuAppNotTrusted = new QMenu;
     m_statusItemMenuAppNotTrusted->setObjectName(QStringLiteral("statusItemMenuAppNotTrusted"));
+    m_statusItemMenuAppNotTrusted->setAccessibleName(QStringLiteral("Tolkaro"));
     QAction *makeTrustedItem = m_statusItemMenuAppNotTrusted->addAction(makeTrusted());
     connect(makeTrustedItem, &QAction::triggered, this,
             [this, makeTrustedItem] { emit makeTrustedTriggered(makeTrustedItem); });
@@ -110,7 +111,9 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
 
     m_statusItemMenuAppTrusted = new QMenu;
     m_statusItemMenuAppTrusted->setObjectName(QStringLiteral("statusItemMenuAppTrusted"));
+    m_statusItemMenuAppTrusted->setAccessibleName(QStringLiteral("Tolkaro"));
     QMenu *myTolkaroMenu = m_statusItemMenuAppTrusted->addMenu(myTolkaro());
+    myTolkaroMenu->setAccessibleName(myTolkaro());
     QAction *updatesItem = myTolkaroMenu->addAction(checkForUpdates());
     connect(updatesItem, &QAction::triggered, this,
             [this, updatesItem] { emit checkForUpdatesTriggered(updatesItem); });
@@ -130,6 +133,8 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
             [this](QAction *item) { emit languageItemTriggered(item->data().toString()); });
     connect(alternativeMenu, &QMenu::triggered, this,
             [this](QAction *item) { emit language2ItemTriggered(item->data().toString()); });
+    destinationMenu->setAccessibleName(QStringLiteral("Destination Language"));
+    alternativeMenu->setAccessibleName(QStringLiteral("Alternative Destination Language"));
 
     const QString flag = englishFlag();
     m_destLanguageMenuItem = m_statusItemMenuAppTrusted->addMenu(destinationMenu);

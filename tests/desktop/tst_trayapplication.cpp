@@ -135,6 +135,7 @@ private slots:
     void cleanupTestCase();
     void firstLaunchWelcomesThenRegistersTheTrayIcon();
     void menusHoldTheirItems();
+    void openMenuIsInTheAccessibilityTree();
     void popoverNeverTakesTheKeyboardAndAClickElsewhereClosesIt();
     void secondStartLeavesTheFirstAlone();
     void languageChosenWithThePointerSurvivesQuitAndRestart();
@@ -319,6 +320,24 @@ void TestTrayApplication::menusHoldTheirItems()
     // The desktop's language is "C", which no entry matches: English.
     QCOMPARE(checkedOf(menu[1]), QStringList{kGb + QStringLiteral(" English")});
     QCOMPARE(checkedOf(menu[2]), QStringList{kGb + QStringLiteral(" English")});
+}
+
+// What a screen reader finds from Tolkaro's application while the tray menu is open.
+void TestTrayApplication::openMenuIsInTheAccessibilityTree()
+{
+    const QRect icon = rectOf(call<QVariantMap>(QStringLiteral("StatusItemState")));
+    QVERIFY(DesktopInput::click(icon.center()));
+    const AtspiElement application = AtspiProbe::applicationByPid(m_tolkaro.processId());
+    const QString menuItem = QStringLiteral("menu item");
+    QTRY_VERIFY_WITH_TIMEOUT(!application.find(QStringLiteral("Quit Tolkaro"), menuItem).isNull(),
+                             5000);
+    for (const QString &name :
+         {QStringLiteral("My Tolkaro"), QStringLiteral("Keyboard Preferences..."),
+          kGb + QStringLiteral(" Destination Language"), kDe + QStringLiteral(" German")})
+        QVERIFY2(!application.find(name, menuItem).isNull(), qPrintable(name));
+    QVERIFY(inject({QStringLiteral("Escape:tap")}));
+    QTRY_VERIFY_WITH_TIMEOUT(application.find(QStringLiteral("Quit Tolkaro"), menuItem).isNull(),
+                             5000);
 }
 
 void TestTrayApplication::popoverNeverTakesTheKeyboardAndAClickElsewhereClosesIt()

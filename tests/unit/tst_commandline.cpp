@@ -97,6 +97,24 @@ void TestCommandLine::translatesWithoutDisplay()
 
     // The request line and headers are the client test's.
     QCOMPARE(m_server->requestCount(), 1);
+    // The user's text stays out of the log unless asked for.
+    QVERIFY2(run.err.contains("Translating 16 characters into de\n"), run.err.constData());
+    QVERIFY2(!run.err.contains("good+bye"), run.err.constData());
+    const Run verbose =
+        runTolkaro({QStringLiteral("--verbose"), QStringLiteral("--translate"),
+                    QStringLiteral("Hello"), QStringLiteral("--to"), QStringLiteral("de")});
+    QVERIFY2(verbose.err.contains("Translating \"Hello\" into de\n"), verbose.err.constData());
+    QVERIFY2(verbose.err.contains("translation of Hello"), verbose.err.constData());
+    // Nor does a failure's line carry it (Qt names the URL, text included, in some errors).
+    for (const Behaviour failure : {Behaviour::HtmlForbidden, Behaviour::ResetMidBody,
+                                    Behaviour::RedirectLoop, Behaviour::Garbage}) {
+        m_server->setDefaultAnswer(Answer::of(failure));
+        const Run failed = runTolkaro({QStringLiteral("--translate"), QStringLiteral("Hello"),
+                                       QStringLiteral("--to"), QStringLiteral("de")});
+        QCOMPARE(failed.exitCode, 1);
+        QVERIFY2(!failed.err.contains("Hello"), failed.err.constData());
+    }
+    m_server->setDefaultAnswer(Answer::echo());
     // Reading the settings never writes them.
     QVERIFY(QDir(m_configHome->path()).isEmpty());
 
@@ -164,6 +182,11 @@ void TestCommandLine::informationAndMisuse_data()
     QTest::newRow("stray argument")
         << QStringList{QStringLiteral("--translate"), QStringLiteral("a"), QStringLiteral("b")} << 1
         << QByteArray() << QByteArray("Unexpected argument 'b'");
+    QTest::newRow("tray without a desktop: what is missing and what works")
+        << QStringList{} << 1 << QByteArray()
+        << QByteArray("no graphical session found (DISPLAY and WAYLAND_DISPLAY are not set).\n"
+                      "Tolkaro lives in the system tray of a desktop session; start it from "
+                      "there.\nWithout a desktop, 'tolkaro --translate <text>' translates");
 }
 
 void TestCommandLine::informationAndMisuse()

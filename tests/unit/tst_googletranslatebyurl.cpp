@@ -75,6 +75,8 @@ void TestGoogleTranslateByURL::initTestCase()
     for (const char *proxy :
          {"http_proxy", "https_proxy", "all_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY"})
         qunsetenv(proxy);
+    // The client's log lines word for word, with the texts the user asks for.
+    tolkaro::setVerbose(true);
 }
 
 void TestGoogleTranslateByURL::init()

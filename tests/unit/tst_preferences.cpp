@@ -4,6 +4,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 class TestPreferences : public QObject
 {
     Q_OBJECT
@@ -13,6 +15,8 @@ private slots:
     void shortcutWrittenByHand();
     void translationServiceURL_data();
     void translationServiceURL();
+    void fileIsTheUsersAlone_data();
+    void fileIsTheUsersAlone();
 
 private:
     QString writeIni(const QByteArray &contents);
@@ -96,5 +100,52 @@ void TestPreferences::translationServiceURL()
     qunsetenv(kTranslationUrlEnvironmentVariable);
 }
 
-QTEST_APPLESS_MAIN(TestPreferences)
+void TestPreferences::fileIsTheUsersAlone_data()
+{
+    QTest::addColumn<QByteArray>("existing"); // null: no file yet
+    QTest::addColumn<QString>("write");       // how a value is written, if at all
+
+    QTest::newRow("new file, a setter") << QByteArray() << "setter";
+    QTest::newRow("new file, straight into the store, written by the event loop")
+        << QByteArray() << "store, event loop";
+    QTest::newRow("new file, straight into the store, then synchronized")
+        << QByteArray() << "store, synchronize";
+    QTest::newRow("world-readable file from before, only read")
+        << QByteArray("[General]\nUsageReportingURL=https://example.invalid/?key=secret\n")
+        << QString();
+}
+
+void TestPreferences::fileIsTheUsersAlone()
+{
+    QFETCH(QByteArray, existing);
+    QFETCH(QString, write);
+
+    const auto userOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+    // QFile::permissions() adds this user's own bits to the owner's.
+    const auto permissions = [this] {
+        return QFile::permissions(m_iniPath) & ~QFileDevice::Permissions(0x0700);
+    };
+    if (!existing.isNull()) {
+        QVERIFY(!writeIni(existing).isEmpty());
+        QVERIFY(QFile::setPermissions(m_iniPath,
+                                      userOnly | QFileDevice::ReadGroup | QFileDevice::ReadOther));
+    }
+    // The umask a desktop session usually has would make a new file world-readable.
+    const mode_t savedUmask = ::umask(022);
+    Preferences preferences(m_iniPath);
+    if (write == QLatin1String("setter"))
+        preferences.setPreviouslyUsedLanguageCode(QStringLiteral("de"));
+    else if (!write.isEmpty())
+        preferences.settings().setValue(QStringLiteral("UsageReportingURL"),
+                                        QStringLiteral("https://example.invalid/?key=s"));
+    if (write == QLatin1String("store, event loop"))
+        QTRY_VERIFY(QFile::exists(m_iniPath));
+    else
+        preferences.synchronize();
+    ::umask(savedUmask);
+    QCOMPARE(permissions(), userOnly);
+    QCOMPARE(Preferences(m_iniPath).settings().allKeys().size(), 1);
+}
+
+QTEST_GUILESS_MAIN(TestPreferences)
 #include "tst_preferences.moc"

@@ -21,6 +21,12 @@ class RecordingPresenter : public UpdatePresenter
 public:
     QStringList shown;
     UpdateCheckResult last;
+    UpdatePermission permission;
+    void askForUpdatePermission(std::function<void(const UpdatePermission &)> answer) override
+    {
+        shown << "asked";
+        answer(permission);
+    }
     void showUpdateFound(const UpdateCheckResult &result) override { record("found", result); }
     void showUpToDate(const UpdateCheckResult &result) override { record("up to date", result); }
     void showCheckFailed(const UpdateCheckResult &result) override { record("failed", result); }
@@ -63,7 +69,8 @@ private slots:
     void cleanup();
     void check_data();
     void check();
-    void systemProfileJoinsTheFeedsOwnQuery();
+    void firstBackgroundCheckAsks_data();
+    void firstBackgroundCheckAsks();
     void askingDuringBackgroundCheckSpeaksUp();
 
 private:
@@ -81,6 +88,7 @@ void TestUpdater::init()
     m_server = std::make_unique<LoopbackTranslationServer>();
     QVERIFY(m_server->isListening());
     m_preferences->settings().setValue("UpdateFeedURL", m_server->baseUrl() + "/appcast.xml");
+    m_preferences->setCheckForUpdatesAutomatically(true);
     m_log.clear();
     tolkaro::setLogSink([this](const QString &line) { m_log << line; });
 }
@@ -163,24 +171,51 @@ void TestUpdater::check()
     QCOMPARE(m_server->requestCount(), feed.isNull() ? 1 : 0);
 }
 
-// The application always sends the profile.
-void TestUpdater::systemProfileJoinsTheFeedsOwnQuery()
+void TestUpdater::firstBackgroundCheckAsks_data()
 {
+    QTest::addColumn<bool>("checkAutomatically");
+    QTest::addColumn<bool>("sendProfile");
+
+    QTest::newRow("agreed, box ticked: the profile joins the feed's own query") << true << true;
+    QTest::newRow("agreed, box left empty: no profile") << true << false;
+    QTest::newRow("declined: no check, now or later") << false << false;
+}
+
+void TestUpdater::firstBackgroundCheckAsks()
+{
+    QFETCH(bool, checkAutomatically);
+    QFETCH(bool, sendProfile);
+
+    m_preferences->settings().remove("CheckForUpdatesAutomatically");
     m_preferences->settings().setValue("UpdateFeedURL",
                                        m_server->baseUrl() + "/appcast.xml?channel=beta");
     m_server->setDefaultAnswer(Answer::well(appcast(TOLKARO_VERSION)));
     RecordingPresenter presenter;
+    presenter.permission = {checkAutomatically, sendProfile};
     Updater updater(m_preferences.get(), &presenter);
-    updater.setSendsSystemProfile(true);
     QSignalSpy finished(&updater, &Updater::updateCheckFinished);
     updater.checkForUpdatesInBackground();
-    QVERIFY(finished.wait(20000));
+    if (checkAutomatically)
+        QVERIFY(finished.wait(20000));
+    updater.checkForUpdatesInBackground(); // the next start: asked once only
+    if (checkAutomatically)
+        QVERIFY(finished.wait(20000));
+    else
+        QTest::qWait(200);
 
-    const QUrl target("http://x" + QString::fromUtf8(m_server->requests().first().target()));
-    QCOMPARE(target.path(), QString("/appcast.xml"));
-    const QUrlQuery query(target);
-    QCOMPARE(query.queryItemValue("channel"), QString("beta"));
-    QCOMPARE(query.queryItemValue("appVersion"), QString(TOLKARO_VERSION));
+    QCOMPARE(presenter.shown, QStringList{"asked"});
+    QCOMPARE(m_server->requestCount(), checkAutomatically ? 2 : 0);
+    // The answers are the user's settings, kept for the next start.
+    const Preferences stored(m_root->path() + "/Tolkaro.conf");
+    QCOMPARE(stored.checkForUpdatesAutomatically(), std::optional<bool>(checkAutomatically));
+    QCOMPARE(stored.sendSystemProfileWithUpdateChecks(), sendProfile);
+    for (const auto &request : m_server->requests()) {
+        const QUrl target("http://x" + QString::fromUtf8(request.target()));
+        QCOMPARE(target.path(), QString("/appcast.xml"));
+        const QUrlQuery query(target);
+        QCOMPARE(query.queryItemValue("channel"), QString("beta"));
+        QCOMPARE(query.hasQueryItem("appVersion"), sendProfile);
+    }
 }
 
 void TestUpdater::askingDuringBackgroundCheckSpeaksUp()

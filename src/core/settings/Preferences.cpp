@@ -1,6 +1,12 @@
 #include "settings/Preferences.h"
 
+#include <QDir>
+#include <QEvent>
+#include <QFile>
+#include <QFileInfo>
 #include <QtGlobal>
+
+#include <functional>
 
 using namespace PreferenceKeys;
 
@@ -8,11 +14,80 @@ Preferences::Preferences()
     : m_settings(std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
                                              QStringLiteral("Tolkaro"), QStringLiteral("Tolkaro")))
 {
+    guardWrites();
 }
 
 Preferences::Preferences(const QString &iniPath)
     : m_settings(std::make_unique<QSettings>(iniPath, QSettings::IniFormat))
 {
+    guardWrites();
+}
+
+Preferences::~Preferences()
+{
+    synchronize();
+}
+
+QSettings &Preferences::settings()
+{
+    return *m_settings;
+}
+
+namespace {
+// Sees QSettings' own request to write its changes before QSettings acts on it.
+class WriteRequestFilter : public QObject
+{
+public:
+    explicit WriteRequestFilter(std::function<void()> beforeWrite)
+        : m_beforeWrite(std::move(beforeWrite))
+    {
+    }
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::UpdateRequest)
+            m_beforeWrite();
+        return false;
+    }
+
+private:
+    std::function<void()> m_beforeWrite;
+};
+} // namespace
+
+void Preferences::guardWrites()
+{
+    keepFilePrivate(false);
+    // Values set straight on settings() reach the disk through this event when an event
+    // loop runs; the file is made private just before.
+    m_writeGuard = std::make_unique<WriteRequestFilter>([this] { keepFilePrivate(true); });
+    m_settings->installEventFilter(m_writeGuard.get());
+}
+
+void Preferences::write(const char *key, const QVariant &value)
+{
+    keepFilePrivate(true);
+    m_settings->setValue(QLatin1String(key), value);
+}
+
+void Preferences::keepFilePrivate(bool aboutToWrite)
+{
+    const QString path = m_settings->fileName();
+    QFile file(path);
+    if (file.exists()) {
+        // permissions() adds this user's own bits (ReadUser...) to the owner's.
+        const QFileDevice::Permissions userBits =
+            QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser;
+        if ((file.permissions() & ~userBits) != kFilePermissions)
+            file.setPermissions(kFilePermissions);
+        return;
+    }
+    if (!aboutToWrite)
+        return;
+    // QSettings replaces the file atomically and keeps the permissions of the one it
+    // replaces, so an empty private file made now keeps every later write private.
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly, kFilePermissions))
+        file.close();
 }
 
 bool Preferences::hasBeenLaunchedBefore() const
@@ -22,7 +97,7 @@ bool Preferences::hasBeenLaunchedBefore() const
 
 void Preferences::setHasBeenLaunchedBefore(bool value)
 {
-    m_settings->setValue(kHasBeenLaunchedBefore, value);
+    write(kHasBeenLaunchedBefore, value);
 }
 
 bool Preferences::hasBeenLaunchedAtLeastOnce() const
@@ -32,7 +107,7 @@ bool Preferences::hasBeenLaunchedAtLeastOnce() const
 
 void Preferences::setHasBeenLaunchedAtLeastOnce(bool value)
 {
-    m_settings->setValue(kHasBeenLaunchedAtLeastOnce, value);
+    write(kHasBeenLaunchedAtLeastOnce, value);
 }
 
 qint64 Preferences::totalTranslationsMadeCounter() const
@@ -42,7 +117,7 @@ qint64 Preferences::totalTranslationsMadeCounter() const
 
 void Preferences::setTotalTranslationsMadeCounter(qint64 value)
 {
-    m_settings->setValue(kTotalTranslationsMadeCounter, value);
+    write(kTotalTranslationsMadeCounter, value);
 }
 
 std::optional<QString> Preferences::previouslyUsedLanguageCode() const
@@ -54,12 +129,12 @@ std::optional<QString> Preferences::previouslyUsedLanguageCode() const
 
 void Preferences::setPreviouslyUsedLanguageCode(const QString &code)
 {
-    m_settings->setValue(kPreviouslyUsedLanguageCode, code);
+    write(kPreviouslyUsedLanguageCode, code);
 }
 
 void Preferences::setPreviouslyUsedLanguageCode2(const QString &code)
 {
-    m_settings->setValue(kPreviouslyUsedLanguageCode2, code);
+    write(kPreviouslyUsedLanguageCode2, code);
 }
 
 std::optional<StoredShortcut> Preferences::typingModeKeyboardShortcut() const
@@ -86,8 +161,8 @@ std::optional<StoredShortcut> Preferences::typingModeKeyboardShortcut() const
 
 void Preferences::setTypingModeKeyboardShortcut(const StoredShortcut &shortcut)
 {
-    m_settings->setValue(kTypingModeKeyboardShortcut,
-                         QStringLiteral("%1,%2").arg(shortcut.keySym).arg(shortcut.modifiers));
+    write(kTypingModeKeyboardShortcut,
+          QStringLiteral("%1,%2").arg(shortcut.keySym).arg(shortcut.modifiers));
 }
 
 bool Preferences::moveToApplicationsFolderAlertSuppress() const
@@ -97,7 +172,7 @@ bool Preferences::moveToApplicationsFolderAlertSuppress() const
 
 void Preferences::setMoveToApplicationsFolderAlertSuppress(bool value)
 {
-    m_settings->setValue(kMoveToApplicationsFolderAlertSuppress, value);
+    write(kMoveToApplicationsFolderAlertSuppress, value);
 }
 
 QString Preferences::translationServiceURL() const
@@ -105,7 +180,8 @@ QString Preferences::translationServiceURL() const
     const QString fromEnvironment = qEnvironmentVariable(kTranslationUrlEnvironmentVariable);
     if (!fromEnvironment.isEmpty())
         return fromEnvironment;
-    return m_settings->value(kTranslationServiceURL, QString::fromLatin1(kDefaultTranslationServiceURL))
+    return m_settings
+        ->value(kTranslationServiceURL, QString::fromLatin1(kDefaultTranslationServiceURL))
         .toString();
 }
 
@@ -129,6 +205,41 @@ QString Preferences::updateFeedURL() const
     return m_settings->value(kUpdateFeedURL, builtIn).toString();
 }
 
+std::optional<bool> Preferences::checkForUpdatesAutomatically() const
+{
+    if (!m_settings->contains(kCheckForUpdatesAutomatically))
+        return std::nullopt;
+    return m_settings->value(kCheckForUpdatesAutomatically).toBool();
+}
+
+void Preferences::setCheckForUpdatesAutomatically(bool value)
+{
+    write(kCheckForUpdatesAutomatically, value);
+}
+
+bool Preferences::sendSystemProfileWithUpdateChecks() const
+{
+    return m_settings->value(kSendSystemProfileWithUpdateChecks, false).toBool();
+}
+
+void Preferences::setSendSystemProfileWithUpdateChecks(bool value)
+{
+    write(kSendSystemProfileWithUpdateChecks, value);
+}
+
+QString Preferences::typingModeShortcutNoticeTold() const
+{
+    return m_settings->value(kTypingModeShortcutNoticeTold).toString();
+}
+
+void Preferences::setTypingModeShortcutNoticeTold(const QString &note)
+{
+    if (note.isEmpty())
+        m_settings->remove(QLatin1String(kTypingModeShortcutNoticeTold));
+    else
+        write(kTypingModeShortcutNoticeTold, note);
+}
+
 bool Preferences::usageReportingEnabled() const
 {
     return m_settings->value(kUsageReportingEnabled, false).toBool();
@@ -142,4 +253,7 @@ QString Preferences::usageReportingURL() const
 void Preferences::synchronize()
 {
     m_settings->sync();
+    // Without an event loop, a value set straight on settings() before the file existed was
+    // just written by QSettings with the default permissions.
+    keepFilePrivate(false);
 }

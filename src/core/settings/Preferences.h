@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QFileDevice>
 #include <QSettings>
 #include <QString>
 #include <QStringList>
@@ -10,6 +11,9 @@
 // Every preference Tolkaro reads or writes, under its exact key, with its type and its
 // value when absent. Backed by QSettings (an INI file under $XDG_CONFIG_HOME/Tolkaro/).
 // Main thread only. Absence is meaningful for some keys, so those read as std::optional.
+// The file may hold service keys and what the user translates into: it is readable and
+// writable by the user alone (0600), made so before the first write and healed when found
+// otherwise. Reading never creates it.
 namespace PreferenceKeys {
 inline constexpr char kHasBeenLaunchedBefore[] = "HasBeenLaunchedBefore";
 inline constexpr char kHasBeenLaunchedAtLeastOnce[] = "HasBeenLaunchedAtLeastOnce";
@@ -26,6 +30,11 @@ inline constexpr char kFnStandInKey[] = "FnStandInKey";
 inline constexpr char kUpdateFeedURL[] = "UpdateFeedURL";
 inline constexpr char kUsageReportingEnabled[] = "UsageReportingEnabled";
 inline constexpr char kUsageReportingURL[] = "UsageReportingURL";
+// The answers to the first update question; absent until it was asked.
+inline constexpr char kCheckForUpdatesAutomatically[] = "CheckForUpdatesAutomatically";
+inline constexpr char kSendSystemProfileWithUpdateChecks[] = "SendSystemProfileWithUpdateChecks";
+// The last note told about the typing-mode shortcut being owned by another program.
+inline constexpr char kTypingModeShortcutNoticeTold[] = "TypingModeShortcutNoticeTold";
 } // namespace PreferenceKeys
 
 // The translation endpoint's scheme, host and port when nothing else is configured.
@@ -50,6 +59,9 @@ public:
     Preferences();
     // A store at an explicit path (tests).
     explicit Preferences(const QString &iniPath);
+    ~Preferences();
+    Preferences(const Preferences &) = delete;
+    Preferences &operator=(const Preferences &) = delete;
 
     bool hasBeenLaunchedBefore() const;
     void setHasBeenLaunchedBefore(bool value);
@@ -75,14 +87,31 @@ public:
     QStringList keystrokeCaptureApplications() const;
     QString fnStandInKey() const;
     QString updateFeedURL() const;
+    std::optional<bool> checkForUpdatesAutomatically() const;
+    void setCheckForUpdatesAutomatically(bool value);
+    bool sendSystemProfileWithUpdateChecks() const;
+    void setSendSystemProfileWithUpdateChecks(bool value);
+    QString typingModeShortcutNoticeTold() const;
+    void setTypingModeShortcutNoticeTold(const QString &note);
     bool usageReportingEnabled() const;
     QString usageReportingURL() const;
 
     // Writes pending changes to disk.
     void synchronize();
 
-    QSettings &settings() { return *m_settings; }
+    // The store itself, for keys without an accessor.
+    QSettings &settings();
 
 private:
+    static constexpr QFileDevice::Permissions kFilePermissions =
+        QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+
+    // Every write goes through here, so the file is private before it holds anything.
+    void write(const char *key, const QVariant &value);
+    // Makes an existing file 0600; with aboutToWrite, creates a missing one as 0600.
+    void keepFilePrivate(bool aboutToWrite);
+    void guardWrites();
+
     std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<QObject> m_writeGuard;
 };

@@ -47,7 +47,10 @@ QString describeResponse(const QNetworkReply *reply)
         return QStringLiteral("(null)");
     // One arg() call: the URL's own percent escapes must not be taken for placeholders.
     return QStringLiteral("{ URL: %1 } { Status Code: %2 }")
-        .arg(reply->url().toString(QUrl::FullyEncoded), QString::number(status.toInt()));
+        .arg(reply->url()
+                 .adjusted(tolkaro::isVerbose() ? QUrl::None : QUrl::RemoveQuery) // the text
+                 .toString(QUrl::FullyEncoded),
+             QString::number(status.toInt()));
 }
 
 QString describeError(const QNetworkReply *reply)
@@ -57,7 +60,14 @@ QString describeError(const QNetworkReply *reply)
         return endedBy.toString();
     if (reply->error() == QNetworkReply::NoError)
         return QStringLiteral("(null)");
-    return reply->errorString();
+    QString error = reply->errorString();
+    // Qt names the URL in some errors, and its query holds the user's text.
+    if (!tolkaro::isVerbose()) {
+        const QString withoutText = reply->url().adjusted(QUrl::RemoveQuery).toString();
+        error.replace(reply->url().toString(), withoutText)
+            .replace(reply->url().toString(QUrl::FullyEncoded), withoutText);
+    }
+    return error;
 }
 
 void failAtOnce(const TranslationCompletion &completion, const QString &errorMessage)
@@ -94,8 +104,8 @@ void GoogleTranslateByURL::translateText(const QString &textToTranslate,
 {
     cancelCurrentTranslationRequestIfAny();
 
-    tolkaro::logLine(
-        QStringLiteral("Translating \"%1\" into %2").arg(textToTranslate, targetLanguage));
+    tolkaro::logLine(QStringLiteral("Translating %1 into %2")
+                         .arg(tolkaro::quotedPrivateText(textToTranslate), targetLanguage));
 
     const QString encodedText = urlEncode(textToTranslate);
     const QString urlString = m_baseUrl + QStringLiteral("/translate_a/single?client=gtx&sl=") +
@@ -190,7 +200,7 @@ void GoogleTranslateByURL::finishRequest(QNetworkReply *reply)
                                 "by the server NSData"));
         return;
     }
-    tolkaro::logLine(responseString);
+    tolkaro::logLine(tolkaro::privateText(responseString));
 
     // The decoder drops a leading byte order mark; the parse reads the same text.
     QByteArrayView utf8(data);
@@ -203,7 +213,7 @@ void GoogleTranslateByURL::finishRequest(QNetworkReply *reply)
                                         "Looks like this is a malformed JSON or not JSON at all? "
                                         "Here's the printout of the responseDataString that we "
                                         "tried to parse: %1")
-                             .arg(responseString));
+                             .arg(tolkaro::privateText(responseString)));
         complete(false, QString(), QString(), QStringLiteral("Unable to translate text."));
         return;
     }
