@@ -18,7 +18,8 @@
 #include "system/RestartInPlace.h"
 #include "system/Updater.h"
 #include "system/UsageReporter.h"
-#include "translation/GoogleTranslateByURL.h"
+#include "translation/TranslationChain.h"
+#include "translation/TranslationServices.h"
 #include "ui/AnimatedSetString.h"
 #include "ui/PopOverViewController.h"
 #include "ui/PopoverTextField.h"
@@ -67,7 +68,8 @@ AppDelegate::~AppDelegate()
 bool AppDelegate::applicationDidFinishLaunching()
 {
     // 1. The one translation client, for the gesture and the typing mode alike.
-    m_googleTranslator = new GoogleTranslateByURL(m_preferences.translationServiceURL(), this);
+    m_googleTranslator =
+        TranslationServices::createChain(TranslationServices::readSettings(m_preferences), this);
 
     // 2. A self-contained copy started from a download folder offers to move itself.
     if (PFMoveToApplicationsFolderIfNecessary())
@@ -363,6 +365,9 @@ void AppDelegate::restartToFollowAccessibilityBus()
 
 void AppDelegate::showSpotlightTranslationPopup()
 {
+    // The panel's first text goes out on a connection opened while the user types it.
+    if (m_googleTranslator)
+        m_googleTranslator->prepare();
     if (m_typingMode)
         m_typingMode->showSpotlightTranslationPopup();
 }

@@ -14,7 +14,7 @@
 class AccessibilityBusWatcher;
 class AccessibilityTextSource;
 class AccessibilityTrust;
-class GoogleTranslateByURL;
+class Translator;
 class LaunchAtLoginController;
 class LanguageSelection;
 class MessageBoxTrustAlerts;
@@ -96,7 +96,7 @@ public:
     // The popover window while it is displayed, else null. A click elsewhere hides the
     // window but leaves this set until hidePopOver().
     TranslationPopover *popover() const { return m_popover; }
-    GoogleTranslateByURL *googleTranslator() const { return m_googleTranslator; }
+    Translator *googleTranslator() const { return m_googleTranslator; }
     TranslationController *translationController() const { return m_translationController; }
     std::chrono::system_clock::time_point lastControlKeyPressedTime() const
     {
@@ -121,7 +121,7 @@ private:
     TranslationPopover *popoverWindow();
 
     Preferences m_preferences;
-    GoogleTranslateByURL *m_googleTranslator = nullptr;
+    Translator *m_googleTranslator = nullptr;
     Updater *m_sparkleUpdater = nullptr;
     UsageReporter *m_usageReporter = nullptr;
     LanguageSelection *m_languages = nullptr;

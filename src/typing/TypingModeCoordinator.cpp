@@ -4,10 +4,10 @@
 #include "common/NotificationCenter.h"
 #include "common/UsageEvents.h"
 #include "text/TextCut.h"
-#include "translation/GoogleTranslateByURL.h"
+#include "translation/Translator.h"
 #include "typing/SpotlightWindowController.h"
 
-TypingModeCoordinator::TypingModeCoordinator(GoogleTranslateByURL *googleTranslator,
+TypingModeCoordinator::TypingModeCoordinator(Translator *googleTranslator,
                                              LanguageFunction currentDstLanguageCode,
                                              PasteFunction paste, QObject *parent)
     : QObject(parent), m_googleTranslator(googleTranslator),

@@ -10,7 +10,7 @@
 
 #include "settings/Preferences.h"
 
-class GoogleTranslateByURL;
+class Translator;
 class SpotlightWindowController;
 
 // The application's side of the typing mode: opens and closes the panel
@@ -32,7 +32,7 @@ public:
 
     static constexpr char kTranslationFailedText[] = "Error translating text";
 
-    TypingModeCoordinator(GoogleTranslateByURL *googleTranslator,
+    TypingModeCoordinator(Translator *googleTranslator,
                           LanguageFunction currentDstLanguageCode, PasteFunction paste,
                           QObject *parent = nullptr);
     ~TypingModeCoordinator() override;
@@ -58,7 +58,7 @@ private:
     void spotlightEditingFinished(const QVariantMap &userInfo);
     void spotlightEnterPressed(const QVariantMap &userInfo);
 
-    QPointer<GoogleTranslateByURL> m_googleTranslator;
+    QPointer<Translator> m_googleTranslator;
     LanguageFunction m_currentDstLanguageCode;
     PasteFunction m_paste;
     ShortcutSource m_shortcutSource;

@@ -109,6 +109,64 @@ QString Preferences::translationServiceURL() const
         .toString();
 }
 
+QStringList Preferences::translationServices() const
+{
+    return m_settings->value(kTranslationServices).toStringList();
+}
+
+void Preferences::setTranslationServices(const QStringList &names)
+{
+    m_settings->setValue(kTranslationServices, names);
+}
+
+void Preferences::setOrRemove(const char *key, const QString &value)
+{
+    if (value.trimmed().isEmpty())
+        m_settings->remove(QLatin1String(key));
+    else
+        m_settings->setValue(QLatin1String(key), value.trimmed());
+}
+
+QString Preferences::deepLAPIKey() const
+{
+    return m_settings->value(kDeepLAPIKey).toString();
+}
+
+void Preferences::setDeepLAPIKey(const QString &key)
+{
+    setOrRemove(kDeepLAPIKey, key);
+}
+
+QString Preferences::libreTranslateURL() const
+{
+    return m_settings->value(kLibreTranslateURL).toString();
+}
+
+void Preferences::setLibreTranslateURL(const QString &url)
+{
+    setOrRemove(kLibreTranslateURL, url);
+}
+
+QString Preferences::libreTranslateAPIKey() const
+{
+    return m_settings->value(kLibreTranslateAPIKey).toString();
+}
+
+void Preferences::setLibreTranslateAPIKey(const QString &key)
+{
+    setOrRemove(kLibreTranslateAPIKey, key);
+}
+
+QString Preferences::apertiumURL() const
+{
+    return m_settings->value(kApertiumURL).toString();
+}
+
+void Preferences::setApertiumURL(const QString &url)
+{
+    setOrRemove(kApertiumURL, url);
+}
+
 QStringList Preferences::keystrokeCaptureApplications() const
 {
     return m_settings->value(kKeystrokeCaptureApplications).toStringList();

@@ -26,6 +26,12 @@ inline constexpr char kFnStandInKey[] = "FnStandInKey";
 inline constexpr char kUpdateFeedURL[] = "UpdateFeedURL";
 inline constexpr char kUsageReportingEnabled[] = "UsageReportingEnabled";
 inline constexpr char kUsageReportingURL[] = "UsageReportingURL";
+// The translation services, first asked first, and what each needs.
+inline constexpr char kTranslationServices[] = "TranslationServices";
+inline constexpr char kDeepLAPIKey[] = "DeepLAPIKey";
+inline constexpr char kLibreTranslateURL[] = "LibreTranslateURL";
+inline constexpr char kLibreTranslateAPIKey[] = "LibreTranslateAPIKey";
+inline constexpr char kApertiumURL[] = "ApertiumURL";
 } // namespace PreferenceKeys
 
 // The translation endpoint's scheme, host and port when nothing else is configured.
@@ -78,11 +84,27 @@ public:
     bool usageReportingEnabled() const;
     QString usageReportingURL() const;
 
+    // The services in the user's order; empty when never chosen (the default applies).
+    QStringList translationServices() const;
+    void setTranslationServices(const QStringList &names);
+    // Each service's key or address; empty when not set. Setting an empty value removes
+    // the key, so that nothing the user did not set is written.
+    QString deepLAPIKey() const;
+    void setDeepLAPIKey(const QString &key);
+    QString libreTranslateURL() const;
+    void setLibreTranslateURL(const QString &url);
+    QString libreTranslateAPIKey() const;
+    void setLibreTranslateAPIKey(const QString &key);
+    QString apertiumURL() const;
+    void setApertiumURL(const QString &url);
+
     // Writes pending changes to disk.
     void synchronize();
 
     QSettings &settings() { return *m_settings; }
 
 private:
+    void setOrRemove(const char *key, const QString &value);
+
     std::unique_ptr<QSettings> m_settings;
 };
