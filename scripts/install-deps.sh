@@ -14,6 +14,8 @@ PACKAGES=(
   python3 python3-gi gir1.2-gtk-3.0 gir1.2-atspi-2.0 python3-dbus
   dbus-daemon libglib2.0-bin coreutils
   qt6-qpa-plugins fonts-dejavu-core fonts-noto-color-emoji
+  # the offline translation service and one pair, for its test (apt install apertium-apy apertium-eng-spa)
+  apertium-apy apertium-eng-spa
   # certificates made at test time (hostile endpoints)
   openssl
   # the Debian package and its test (cpack -G DEB, packaging/test-deb.sh)

@@ -42,6 +42,8 @@ ServiceSettings readSettings(const Preferences &preferences)
     settings.alternativeUrl = qEnvironmentVariable(kAlternativeUrlEnvironmentVariable,
                                                    QString::fromLatin1(GoogleAlternativeProtocol::kDefaultUrl));
     settings.deepLAPIKey = preferences.deepLAPIKey();
+    settings.deepLUrl = qEnvironmentVariable(kDeepLUrlEnvironmentVariable,
+                                             DeepLProtocol::baseUrlForKey(settings.deepLAPIKey));
     settings.libreTranslateURL = preferences.libreTranslateURL();
     settings.libreTranslateAPIKey = preferences.libreTranslateAPIKey();
     settings.apertiumURL = preferences.apertiumURL();
@@ -69,8 +71,8 @@ Translator *create(const QString &name, const ServiceSettings &settings, QObject
         service.parseAnswer = &GoogleAlternativeProtocol::parseAnswer;
     } else if (name == QLatin1String(DeepLProtocol::kServiceName)) {
         const QString key = settings.deepLAPIKey;
-        // The key says which host it belongs to; tests name a loopback server instead.
-        service.baseUrl = qEnvironmentVariable("TOLKARO_DEEPL_URL", DeepLProtocol::baseUrlForKey(key));
+        service.baseUrl = settings.deepLUrl.isEmpty() ? DeepLProtocol::baseUrlForKey(key)
+                                                      : settings.deepLUrl;
         service.configured = !key.trimmed().isEmpty();
         service.maximumTextLength = DeepLProtocol::kMaximumTextLength;
         service.buildRequest = [base = service.baseUrl, key](const QString &text, const QString &language) {

@@ -16,6 +16,7 @@ struct ServiceSettings
     QString googleUrl;
     QString alternativeUrl;
     QString deepLAPIKey;
+    QString deepLUrl; // the host the key belongs to, unless a test names another
     QString libreTranslateURL;
     QString libreTranslateAPIKey;
     QString apertiumURL;
@@ -25,8 +26,10 @@ struct ServiceSettings
 // of them. Pure construction; no network until a service is asked.
 namespace TranslationServices {
 
-// Overrides the alternative client's address (tests point it at a loopback server).
+// Override the alternative client's and DeepL's addresses (tests point them at a loopback
+// server).
 inline constexpr char kAlternativeUrlEnvironmentVariable[] = "TOLKARO_ALTERNATIVE_TRANSLATE_URL";
+inline constexpr char kDeepLUrlEnvironmentVariable[] = "TOLKARO_DEEPL_URL";
 
 // Every service, in the order --list-services prints them.
 QStringList names();
