@@ -113,6 +113,7 @@ private slots:
     void chainAsksTheNextServiceWhenOneRefuses_data();
     void chainAsksTheNextServiceWhenOneRefuses();
     void cancelDuringFallbackSendsNothingMore();
+    void prepareOpensTheConnectionAndSendsNothing();
 
 private:
     QStringList takeLog();
@@ -766,6 +767,24 @@ void TestGoogleTranslateByURL::cancelDuringFallbackSendsNothingMore()
     QTest::qWait(500);
     QCOMPARE(m_server->requestCount(), 2);
     QCOMPARE(outcome.calls, 1);
+}
+
+void TestGoogleTranslateByURL::prepareOpensTheConnectionAndSendsNothing()
+{
+    TlsLoopbackServer server(m_certificates->make(TestCertificates::Kind::Trusted));
+    QVERIFY(server.isListening());
+    GoogleTranslateByURL client(server.baseUrl());
+    client.prepare();
+    client.prepare(); // one connection is enough
+    QTRY_COMPARE_WITH_TIMEOUT(server.handshakeCount(), 1, kWaitMs);
+    QTest::qWait(200);
+    QCOMPARE(server.connectionCount(), 1);
+    QCOMPARE(server.requestCount(), 0);
+
+    // The request goes out on that connection.
+    requireUsable(client, nullptr);
+    QCOMPARE(server.connectionCount(), 1);
+    QCOMPARE(server.requestCount(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestGoogleTranslateByURL)

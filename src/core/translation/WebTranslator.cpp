@@ -3,6 +3,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSslConfiguration>
 #include <QTimer>
 
 namespace {
@@ -167,8 +168,14 @@ void WebTranslator::prepare()
     if (url.host().isEmpty())
         return;
     m_sinceLastUse.start();
-    if (url.scheme() == QLatin1String("https"))
-        m_network->connectToHostEncrypted(url.host(), quint16(url.port(443)));
+    if (url.scheme() == QLatin1String("https")) {
+        // The requests may speak HTTP/2; a warm-up that offered only HTTP/1.1 would open a
+        // connection they do not take.
+        QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+        configuration.setAllowedNextProtocols({QSslConfiguration::ALPNProtocolHTTP2,
+                                               QSslConfiguration::NextProtocolHttp1_1});
+        m_network->connectToHostEncrypted(url.host(), quint16(url.port(443)), configuration);
+    }
     else if (url.scheme() == QLatin1String("http"))
         m_network->connectToHost(url.host(), quint16(url.port(80)));
 }
