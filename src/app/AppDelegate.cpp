@@ -122,6 +122,8 @@ bool AppDelegate::applicationDidFinishLaunching()
     // 12. Loading the keyboard preferences window (not shown) binds the typing-mode shortcut.
     m_preferencesWindowController = new PreferencesWindowController(m_preferences, this);
     m_preferencesWindowController->window();
+    connect(m_preferencesWindowController, &PreferencesWindowController::translationServicesChanged,
+            this, &AppDelegate::applyTranslationServices);
     m_typingMode->setShortcutSource(
         [this] { return m_preferencesWindowController->activeShortcut(); });
     return true;
@@ -201,6 +203,10 @@ void AppDelegate::addStatusBarItem()
     connect(m_statusMenu, &StatusMenu::languageItemTriggered, this, &AppDelegate::selectedLanguage);
     connect(m_statusMenu, &StatusMenu::language2ItemTriggered, this,
             &AppDelegate::selectedLanguage2);
+    connect(m_statusMenu, &StatusMenu::translationServiceChosen, this,
+            &AppDelegate::selectedTranslationService);
+    m_statusMenu->showTranslationServices(
+        TranslationServices::allInOrder(m_preferences.translationServices()));
 
     m_languages = new LanguageSelection(m_preferences, this);
     connect(m_languages, &LanguageSelection::languageChanged, m_statusMenu,
@@ -246,6 +252,22 @@ void AppDelegate::selectedLanguage2(QAction *sender)
     if (position < 0 || position >= LanguageTable::entries().size())
         return;
     setLanguage2(LanguageTable::entries().at(position));
+}
+
+void AppDelegate::selectedTranslationService(const QString &name)
+{
+    m_preferences.setTranslationServices(
+        TranslationServices::chosenFirst(m_preferences.translationServices(), name));
+    applyTranslationServices();
+}
+
+void AppDelegate::applyTranslationServices()
+{
+    if (auto *chain = qobject_cast<TranslationChain *>(m_googleTranslator))
+        TranslationServices::refillChain(*chain, TranslationServices::readSettings(m_preferences));
+    if (m_statusMenu)
+        m_statusMenu->showTranslationServices(
+            TranslationServices::allInOrder(m_preferences.translationServices()));
 }
 
 void AppDelegate::checkForUpdates(QAction *)

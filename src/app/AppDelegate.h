@@ -69,6 +69,10 @@ public:
     void makeTrustedMenuItem(QAction *sender);
     void openPreferences(QAction *sender);
     void terminate(QAction *sender);
+    // A service chosen in the status menu: it is asked first from now on.
+    void selectedTranslationService(const QString &name);
+    // The services made again from the settings (after a choice or a changed key).
+    void applyTranslationServices();
 
     // Accessibility trust: which menu is shown, whether the key monitor runs.
     void startRegularlyCheckingIfProcessIsTrusted();

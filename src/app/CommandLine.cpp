@@ -190,13 +190,7 @@ int CommandLine::translate(QCoreApplication &application)
 int CommandLine::listServices()
 {
     const ServiceSettings settings = TranslationServices::readSettings(Preferences());
-    // The chosen order first, then the services not in it.
-    QStringList names = settings.order;
-    for (const QString &name : TranslationServices::names()) {
-        if (!names.contains(name))
-            names.append(name);
-    }
-    for (const QString &name : std::as_const(names)) {
+    for (const QString &name : TranslationServices::allInOrder(settings.order)) {
         const std::unique_ptr<Translator> service(TranslationServices::create(name, settings));
         printLine(stdout, QStringLiteral("%1: %2%3")
                               .arg(name,

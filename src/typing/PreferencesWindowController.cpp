@@ -7,7 +7,9 @@
 #include "typing/TypingShortcut.h"
 
 #include <QFormLayout>
+#include <QGroupBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QVBoxLayout>
 #include <QWidget>
 
@@ -42,10 +44,47 @@ QWidget *PreferencesWindowController::window()
         auto *column = new QVBoxLayout(m_window);
         column->addLayout(form);
         column->addWidget(hint);
+        column->addWidget(servicesSection());
         m_window->resize(420, m_window->sizeHint().height());
         windowDidLoad();
     }
     return m_window;
+}
+
+QWidget *PreferencesWindowController::servicesSection()
+{
+    auto *section = new QGroupBox(QStringLiteral("Services"), m_window);
+    section->setObjectName(QStringLiteral("servicesSection"));
+    auto *form = new QFormLayout(section);
+    // One field per setting; an emptied field removes the setting.
+    auto addField = [this, form, section](const QString &label, const QString &value,
+                                          const QString &placeholder, bool secret,
+                                          void (Preferences::*store)(const QString &)) {
+        auto *field = new QLineEdit(value, section);
+        field->setPlaceholderText(placeholder);
+        if (secret)
+            field->setEchoMode(QLineEdit::PasswordEchoOnEdit);
+        connect(field, &QLineEdit::editingFinished, this, [this, field, store] {
+            (m_preferences.*store)(field->text());
+            emit translationServicesChanged();
+        });
+        form->addRow(label, field);
+    };
+    addField(QStringLiteral("DeepL API key:"), m_preferences.deepLAPIKey(),
+             QStringLiteral("free keys end in :fx"), true, &Preferences::setDeepLAPIKey);
+    addField(QStringLiteral("LibreTranslate URL:"), m_preferences.libreTranslateURL(),
+             QStringLiteral("https://libretranslate.example"), false,
+             &Preferences::setLibreTranslateURL);
+    addField(QStringLiteral("LibreTranslate API key:"), m_preferences.libreTranslateAPIKey(),
+             QStringLiteral("optional"), true, &Preferences::setLibreTranslateAPIKey);
+    addField(QStringLiteral("Apertium URL:"), m_preferences.apertiumURL(),
+             QStringLiteral("http://127.0.0.1:2737"), false, &Preferences::setApertiumURL);
+    auto *hint = new QLabel(QStringLiteral("Choose the service in the tray menu's Translation "
+                                           "Service; when it refuses, the next one is asked."),
+                            section);
+    hint->setWordWrap(true);
+    form->addRow(hint);
+    return section;
 }
 
 void PreferencesWindowController::showWindow()

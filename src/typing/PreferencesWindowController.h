@@ -38,10 +38,14 @@ public:
 signals:
     // The binding changed (another shortcut, or the fallback).
     void activeShortcutChanged(const StoredShortcut &shortcut);
+    // A translation service's key or address was changed in the window.
+    void translationServicesChanged();
 
 private:
     void windowDidLoad();
     void setupShortcuts();
+    // The Services section: each service's key or address, saved as it is edited.
+    QWidget *servicesSection();
     void bindShortcutWithDefaultsKey();
 
     Preferences &m_preferences;

@@ -30,6 +30,9 @@ public:
     // Title "<flag> Destination Language" and the one check mark at index.
     void showDestinationLanguage(const LanguageEntry &entry, int index);
     void showAlternativeDestinationLanguage(const LanguageEntry &entry, int index);
+    // The "Translation Service" submenu: the services in the order asked, the first checked.
+    void showTranslationServices(const QStringList &order);
+
     // Opens the attached menu at the pointer (a left click, or asked over D-Bus).
     void popUpMenu();
 
@@ -40,6 +43,7 @@ public:
     QAction *destLanguageMenuItem() const { return m_destLanguageMenuItem; }
     QAction *destLanguageMenuItem2() const { return m_destLanguageMenuItem2; }
     QAction *autostartMenuItem() const { return m_autostartMenuItem; }
+    QAction *translationServiceMenuItem() const { return m_translationServiceMenuItem; }
 
     // Position of an item in the menu that holds it, or -1.
     static int positionInMenu(QAction *item);
@@ -52,6 +56,8 @@ signals:
     void quitTriggered(QAction *sender);
     void languageItemTriggered(QAction *sender);
     void language2ItemTriggered(QAction *sender);
+    // A service chosen in the "Translation Service" submenu (its name).
+    void translationServiceChosen(const QString &name);
 
 private:
     QMenu *buildLanguageSubmenu();
@@ -66,6 +72,7 @@ private:
     QPointer<QAction> m_destLanguageMenuItem;
     QPointer<QAction> m_destLanguageMenuItem2;
     QPointer<QAction> m_autostartMenuItem;
+    QPointer<QAction> m_translationServiceMenuItem;
 };
 
 // The status menu's own texts.
@@ -82,4 +89,5 @@ QString alternativeDestinationLanguage(const QString &flag);
 // how it has always read.
 QString alternativeDestinationLanguageAtCreation(const QString &flag);
 QString languageItem(const LanguageEntry &entry);
+QString translationService();
 } // namespace StatusMenuTexts

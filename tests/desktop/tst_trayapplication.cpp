@@ -324,6 +324,7 @@ void TestTrayApplication::menusHoldTheirItems()
     QCOMPARE(titlesOf(menu), (QStringList{QStringLiteral("My Tolkaro"),
                                           kGb + QStringLiteral(" Destination Language"),
                                           kGb + QStringLiteral(" Alternative Destination Language"),
+                                          QStringLiteral("Translation Service"),
                                           QStringLiteral("---"), QStringLiteral("Quit Tolkaro")}));
     QCOMPARE(titlesOf(menu[0][QStringLiteral("submenu")].toArray()),
              (QStringList{QStringLiteral("Check for updates..."),

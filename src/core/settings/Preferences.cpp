@@ -1,5 +1,6 @@
 #include "settings/Preferences.h"
 
+#include <QFile>
 #include <QtGlobal>
 
 using namespace PreferenceKeys;
@@ -121,10 +122,14 @@ void Preferences::setTranslationServices(const QStringList &names)
 
 void Preferences::setOrRemove(const char *key, const QString &value)
 {
-    if (value.trimmed().isEmpty())
+    if (value.trimmed().isEmpty()) {
         m_settings->remove(QLatin1String(key));
-    else
-        m_settings->setValue(QLatin1String(key), value.trimmed());
+        return;
+    }
+    m_settings->setValue(QLatin1String(key), value.trimmed());
+    // API keys are kept here: the file is the user's alone.
+    m_settings->sync();
+    QFile::setPermissions(m_settings->fileName(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
 
 QString Preferences::deepLAPIKey() const

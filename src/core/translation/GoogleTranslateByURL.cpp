@@ -2,6 +2,7 @@
 
 #include "common/Log.h"
 #include "text/TextCut.h"
+#include "translation/ServiceProtocols.h"
 
 #include <QStringDecoder>
 
@@ -22,14 +23,6 @@ void failAtOnce(const TranslationCompletion &completion, const QString &errorMes
 GoogleTranslateByURL::GoogleTranslateByURL(const QString &baseUrl, QObject *parent)
     : WebTranslator(baseUrl, parent)
 {
-}
-
-bool GoogleTranslateByURL::isRefusal(int status, QByteArrayView body)
-{
-    if (status == 429 || status == 503)
-        return true;
-    const QByteArray start = body.first(qMin<qsizetype>(body.size(), 512)).toByteArray();
-    return start.trimmed().startsWith('<');
 }
 
 void GoogleTranslateByURL::translateText(const QString &textToTranslate,
@@ -87,7 +80,7 @@ void GoogleTranslateByURL::readReply(const WebReply &reply)
 
     const QByteArray &data = reply.body;
     const TranslationEnd failed =
-        isRefusal(reply.status, data) ? TranslationEnd::Refused : TranslationEnd::Unreadable;
+        isRefusalPage(reply.status, data) ? TranslationEnd::Refused : TranslationEnd::Unreadable;
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     const QString responseString = decoder.decode(data);
     if (decoder.hasError()) {

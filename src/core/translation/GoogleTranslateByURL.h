@@ -48,9 +48,6 @@ public:
     // The same parse of an answer already in UTF-8 (spares a round trip through UTF-16).
     static QString parseGoogleJSONResponseUtf8(QByteArrayView response,
                                                QString *guessedLanguageCode);
-    // Whether an answer is the service turning the client away (429, 503, or a page of
-    // HTML where JSON belongs) rather than a translation gone wrong.
-    static bool isRefusal(int status, QByteArrayView body);
 
 private:
     void readReply(const WebReply &reply);

@@ -7,7 +7,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
-#include <QUrlQuery>
 
 namespace {
 
@@ -62,6 +61,13 @@ const QHash<QString, QString> &apertiumCodes()
 
 } // namespace
 
+bool isRefusalPage(int status, QByteArrayView body)
+{
+    if (status == 429 || status == 503)
+        return true;
+    return body.first(qMin<qsizetype>(body.size(), 512)).trimmed().startsWith('<');
+}
+
 ParsedAnswer refusalOf(int status, QByteArrayView body)
 {
     const QJsonObject object = readJson(body).object();
@@ -93,7 +99,7 @@ std::optional<WebRequest> GoogleAlternativeProtocol::buildRequest(const QString 
 
 ParsedAnswer GoogleAlternativeProtocol::parseAnswer(int status, QByteArrayView body)
 {
-    if (GoogleTranslateByURL::isRefusal(status, body) || status >= 400)
+    if (isRefusalPage(status, body) || status >= 400)
         return refusalOf(status, body);
     const QJsonDocument document = readJson(body);
     if (document.isObject()) {

@@ -23,6 +23,10 @@ struct ParsedAnswer
     QString reason;   // why not, for the log and the error text
 };
 
+// Whether an answer is a service turning the client away (429, 503, or a page of HTML
+// where JSON belongs) rather than a translation gone wrong.
+bool isRefusalPage(int status, QByteArrayView body);
+
 // An answer with an HTTP error status: a refusal, with the service's own words for it
 // when it gave any (a JSON "message" or "error"), else the status.
 ParsedAnswer refusalOf(int status, QByteArrayView body);

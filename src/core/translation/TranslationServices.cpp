@@ -34,6 +34,24 @@ QStringList usableOrder(const QStringList &stored)
     return order.isEmpty() ? defaultOrder() : order;
 }
 
+QStringList allInOrder(const QStringList &stored)
+{
+    QStringList order = usableOrder(stored);
+    for (const QString &name : names()) {
+        if (!order.contains(name))
+            order.append(name);
+    }
+    return order;
+}
+
+QStringList chosenFirst(const QStringList &stored, const QString &name)
+{
+    QStringList order = usableOrder(stored);
+    order.removeAll(name);
+    order.prepend(name);
+    return usableOrder(order);
+}
+
 ServiceSettings readSettings(const Preferences &preferences)
 {
     ServiceSettings settings;

@@ -39,6 +39,11 @@ QStringList defaultOrder();
 // nothing is left.
 QStringList usableOrder(const QStringList &stored);
 
+// Every service for a menu: the stored order first, then the ones not in it.
+QStringList allInOrder(const QStringList &stored);
+// The order after the user chose a service: that one first, the others as they were.
+QStringList chosenFirst(const QStringList &stored, const QString &name);
+
 ServiceSettings readSettings(const Preferences &preferences);
 // One service by name; null for a name that is none of names().
 Translator *create(const QString &name, const ServiceSettings &settings,
