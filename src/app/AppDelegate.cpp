@@ -10,6 +10,7 @@
 #include "system/TrustAlerts.h"
 #include "system/TrustMonitor.h"
 #include "typing/PreferencesWindowController.h"
+#include "typing/SpotlightWindowController.h"
 #include "typing/TypingModeCoordinator.h"
 #include "common/NotificationCenter.h"
 #include "languages/LanguageTable.h"
@@ -68,8 +69,18 @@ AppDelegate::~AppDelegate()
 bool AppDelegate::applicationDidFinishLaunching()
 {
     // 1. The one translation client, for the gesture and the typing mode alike.
-    m_googleTranslator =
+    TranslationChain *chain =
         TranslationServices::createChain(TranslationServices::readSettings(m_preferences), this);
+    m_googleTranslator = chain;
+    // An answer from a service other than the one chosen is named under the translation.
+    connect(chain, &TranslationChain::answered, this,
+            [this](const QString &serviceName, bool byFirstService) {
+                const QString note = byFirstService ? QString() : serviceName;
+                if (m_popOverViewController)
+                    m_popOverViewController->setServiceNote(note);
+                if (m_typingMode && m_typingMode->spotlight())
+                    m_typingMode->spotlight()->setServiceNote(note);
+            });
 
     // 2. A self-contained copy started from a download folder offers to move itself.
     if (PFMoveToApplicationsFolderIfNecessary())

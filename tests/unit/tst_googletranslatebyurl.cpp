@@ -739,9 +739,8 @@ void TestGoogleTranslateByURL::chainAsksTheNextServiceWhenOneRefuses()
     QCOMPARE(outcome.success, !answeredBy.isEmpty());
     QCOMPARE(outcome.success ? outcome.text : outcome.error, result);
     const bool byFirst = answeredBy == chain->services().constFirst()->serviceName();
-    QCOMPARE(announced, answeredBy.isEmpty()
-                            ? QStringList()
-                            : QStringList{answeredBy + (byFirst ? QStringLiteral(" first") : QString())});
+    QCOMPARE(announced,
+             QStringList{answeredBy + (byFirst ? QStringLiteral(" first") : QString())});
     // The log says what each service that failed answered.
     const QStringList log = takeLog();
     const qsizetype failures = std::count_if(log.cbegin(), log.cend(), [](const QString &line) {

@@ -103,10 +103,8 @@ void TranslationChain::serviceCompleted(int generation, bool success,
     Translator *service = m_services.at(m_index);
     const TranslationEnd end = success ? TranslationEnd::Answered : service->lastEnd();
     if (success || end == TranslationEnd::Cancelled) {
-        if (success) {
+        if (success)
             m_answeringService = service->serviceName();
-            emit answered(m_answeringService, service == m_services.constFirst());
-        }
         finish(end, success, translatedText, guessedLanguageCode, errorMessage);
         return;
     }
@@ -126,6 +124,8 @@ void TranslationChain::finish(TranslationEnd end, bool success, const QString &t
     const TranslationCompletion completion = std::move(m_completion);
     m_completion = nullptr;
     setLastEnd(end);
+    const bool byFirst = success && m_index == 0;
+    emit answered(success ? m_answeringService : QString(), byFirst);
     if (completion)
         completion(success, translatedText, guessedLanguageCode, errorMessage);
 }

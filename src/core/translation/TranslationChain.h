@@ -41,8 +41,8 @@ public:
     QString answeringServiceName() const override { return m_answeringService; }
 
 signals:
-    // After each answer, before its completion: which service gave it, and whether that
-    // was the first one (the user's choice) or a fallback.
+    // At the end of each request, before its completion: which service answered (empty
+    // when none did), and whether that was the first one (the user's choice).
     void answered(const QString &serviceName, bool byFirstService);
 
 private:
