@@ -7,7 +7,7 @@ set -euo pipefail
 PACKAGES=(
   # build
   build-essential cmake ninja-build pkg-config git
-  qt6-base-dev qt6-base-dev-tools libqt6svg6 qt6-svg-dev
+  qt6-base-dev qt6-base-dev-tools libqt6svg6 qt6-svg-dev qtkeychain-qt6-dev
   libatspi2.0-dev libx11-dev libx11-xcb-dev libxi-dev libxcb1-dev libxcb-xinput-dev libxcb-res0-dev libxtst-dev libxres-dev libgl-dev
   # the test desktop
   xvfb openbox trayer dbus-x11 dbus-bin at-spi2-core x11-utils xclip xdotool imagemagick xcompmgr

@@ -17,6 +17,7 @@
 #include "system/LaunchAtLoginController.h"
 #include "system/MoveToApplications.h"
 #include "system/RestartInPlace.h"
+#include "system/SecretServiceStore.h"
 #include "system/Updater.h"
 #include "system/UsageReporter.h"
 #include "translation/TranslationChain.h"
@@ -69,6 +70,7 @@ AppDelegate::~AppDelegate()
 bool AppDelegate::applicationDidFinishLaunching()
 {
     // 1. The one translation client, for the gesture and the typing mode alike.
+    m_preferences.setSecretStore(SecretServiceStore::createIfRunning());
     TranslationChain *chain =
         TranslationServices::createChain(TranslationServices::readSettings(m_preferences), this);
     m_googleTranslator = chain;

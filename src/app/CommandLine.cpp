@@ -5,6 +5,7 @@
 #include "common/Log.h"
 #include "languages/LanguageTable.h"
 #include "settings/Preferences.h"
+#include "system/SecretServiceStore.h"
 #include "translation/TranslationChain.h"
 #include "translation/TranslationServices.h"
 
@@ -155,6 +156,7 @@ int CommandLine::translate(QCoreApplication &application)
         tolkaro::setLogSink([](const QString &) {});
 
     Preferences preferences;
+    preferences.setSecretStore(SecretServiceStore::createIfRunning());
     QString targetLanguage = m_parser.value(m_toOption);
     if (!m_parser.isSet(m_toOption)) {
         const LanguageSelection selection(preferences);
@@ -166,7 +168,8 @@ int CommandLine::translate(QCoreApplication &application)
     // so the event loop only runs when the answer is still to come.
     bool finished = false;
     int exitCode = 1;
-    const ServiceSettings settings = TranslationServices::readSettings(preferences);
+    const ServiceSettings settings =
+        TranslationServices::readSettings(preferences, m_parser.isSet(m_serviceOption));
     std::unique_ptr<Translator> client(
         m_parser.isSet(m_serviceOption)
             ? TranslationServices::create(m_parser.value(m_serviceOption), settings)
@@ -189,7 +192,9 @@ int CommandLine::translate(QCoreApplication &application)
 
 int CommandLine::listServices()
 {
-    const ServiceSettings settings = TranslationServices::readSettings(Preferences());
+    Preferences preferences;
+    preferences.setSecretStore(SecretServiceStore::createIfRunning());
+    const ServiceSettings settings = TranslationServices::readSettings(preferences, true);
     for (const QString &name : TranslationServices::allInOrder(settings.order)) {
         const std::unique_ptr<Translator> service(TranslationServices::create(name, settings));
         printLine(stdout, QStringLiteral("%1: %2%3")

@@ -57,10 +57,12 @@ QWidget *PreferencesWindowController::servicesSection()
     section->setObjectName(QStringLiteral("servicesSection"));
     auto *form = new QFormLayout(section);
     // One field per setting; an emptied field removes the setting.
-    auto addField = [this, form, section](const QString &label, const QString &value,
+    auto addField = [this, form, section](const QString &label,
+                                          QString (Preferences::*load)() const,
                                           const QString &placeholder, bool secret,
                                           void (Preferences::*store)(const QString &)) {
-        auto *field = new QLineEdit(value, section);
+        auto *field = new QLineEdit(section);
+        m_serviceFields.emplace_back(field, load);
         field->setPlaceholderText(placeholder);
         if (secret)
             field->setEchoMode(QLineEdit::PasswordEchoOnEdit);
@@ -70,14 +72,14 @@ QWidget *PreferencesWindowController::servicesSection()
         });
         form->addRow(label, field);
     };
-    addField(QStringLiteral("DeepL API key:"), m_preferences.deepLAPIKey(),
+    addField(QStringLiteral("DeepL API key:"), &Preferences::deepLAPIKey,
              QStringLiteral("free keys end in :fx"), true, &Preferences::setDeepLAPIKey);
-    addField(QStringLiteral("LibreTranslate URL:"), m_preferences.libreTranslateURL(),
+    addField(QStringLiteral("LibreTranslate URL:"), &Preferences::libreTranslateURL,
              QStringLiteral("https://libretranslate.example"), false,
              &Preferences::setLibreTranslateURL);
-    addField(QStringLiteral("LibreTranslate API key:"), m_preferences.libreTranslateAPIKey(),
+    addField(QStringLiteral("LibreTranslate API key:"), &Preferences::libreTranslateAPIKey,
              QStringLiteral("optional"), true, &Preferences::setLibreTranslateAPIKey);
-    addField(QStringLiteral("Apertium URL:"), m_preferences.apertiumURL(),
+    addField(QStringLiteral("Apertium URL:"), &Preferences::apertiumURL,
              QStringLiteral("http://127.0.0.1:2737"), false, &Preferences::setApertiumURL);
     auto *hint = new QLabel(QStringLiteral("Choose the service in the tray menu's Translation "
                                            "Service; when it refuses, the next one is asked."),
@@ -87,9 +89,19 @@ QWidget *PreferencesWindowController::servicesSection()
     return section;
 }
 
+void PreferencesWindowController::loadServiceFields()
+{
+    for (const auto &[field, load] : m_serviceFields) {
+        if (field)
+            field->setText((m_preferences.*load)());
+    }
+}
+
 void PreferencesWindowController::showWindow()
 {
-    window()->show();
+    window();
+    loadServiceFields();
+    m_window->show();
     m_window->raise();
     m_window->activateWindow();
 }

@@ -132,14 +132,32 @@ void Preferences::setOrRemove(const char *key, const QString &value)
     QFile::setPermissions(m_settings->fileName(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
 
+QString Preferences::secret(const char *key) const
+{
+    if (m_secrets) {
+        if (const std::optional<QString> kept = m_secrets->readSecret(QLatin1String(key)))
+            return *kept;
+    }
+    return m_settings->value(QLatin1String(key)).toString();
+}
+
+void Preferences::setSecret(const char *key, const QString &value)
+{
+    if (m_secrets && m_secrets->writeSecret(QLatin1String(key), value)) {
+        m_settings->remove(QLatin1String(key));
+        return;
+    }
+    setOrRemove(key, value);
+}
+
 QString Preferences::deepLAPIKey() const
 {
-    return m_settings->value(kDeepLAPIKey).toString();
+    return secret(kDeepLAPIKey);
 }
 
 void Preferences::setDeepLAPIKey(const QString &key)
 {
-    setOrRemove(kDeepLAPIKey, key);
+    setSecret(kDeepLAPIKey, key);
 }
 
 QString Preferences::libreTranslateURL() const
@@ -154,12 +172,12 @@ void Preferences::setLibreTranslateURL(const QString &url)
 
 QString Preferences::libreTranslateAPIKey() const
 {
-    return m_settings->value(kLibreTranslateAPIKey).toString();
+    return secret(kLibreTranslateAPIKey);
 }
 
 void Preferences::setLibreTranslateAPIKey(const QString &key)
 {
-    setOrRemove(kLibreTranslateAPIKey, key);
+    setSecret(kLibreTranslateAPIKey, key);
 }
 
 QString Preferences::apertiumURL() const

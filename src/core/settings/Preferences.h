@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "settings/SecretStore.h"
+
 #include <memory>
 #include <optional>
 
@@ -88,7 +90,8 @@ public:
     QStringList translationServices() const;
     void setTranslationServices(const QStringList &names);
     // Each service's key or address; empty when not set. Setting an empty value removes
-    // the key, so that nothing the user did not set is written.
+    // the key, so that nothing the user did not set is written. The API keys go to the
+    // secret store when there is one, else to this file.
     QString deepLAPIKey() const;
     void setDeepLAPIKey(const QString &key);
     QString libreTranslateURL() const;
@@ -101,10 +104,16 @@ public:
     // Writes pending changes to disk.
     void synchronize();
 
+    // Where API keys are kept from now on; null: in the settings file.
+    void setSecretStore(std::shared_ptr<SecretStore> store) { m_secrets = std::move(store); }
+
     QSettings &settings() { return *m_settings; }
 
 private:
     void setOrRemove(const char *key, const QString &value);
+    QString secret(const char *key) const;
+    void setSecret(const char *key, const QString &value);
 
     std::unique_ptr<QSettings> m_settings;
+    std::shared_ptr<SecretStore> m_secrets;
 };

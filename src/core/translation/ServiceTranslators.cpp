@@ -105,7 +105,7 @@ void ApertiumTranslator::chooseSource(const QString &text, const QString &langua
 {
     const QStringList sources = ApertiumProtocol::sourcesInto(*m_pairs, language);
     const QString target = ApertiumProtocol::apertiumCode(language);
-    auto pairFrom = [this, &target](const QString &source) {
+    auto pairFrom = [this, target](const QString &source) {
         // The plain target when the server has it, else its first variant.
         for (const Pair &pair : std::as_const(*m_pairs)) {
             if (pair.source == source && pair.target == target)

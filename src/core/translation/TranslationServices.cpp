@@ -52,18 +52,28 @@ QStringList chosenFirst(const QStringList &stored, const QString &name)
     return usableOrder(order);
 }
 
-ServiceSettings readSettings(const Preferences &preferences)
+ServiceSettings readSettings(const Preferences &preferences, bool allServices)
 {
     ServiceSettings settings;
     settings.order = usableOrder(preferences.translationServices());
     settings.googleUrl = preferences.translationServiceURL();
-    settings.alternativeUrl = qEnvironmentVariable(kAlternativeUrlEnvironmentVariable,
-                                                   QString::fromLatin1(GoogleAlternativeProtocol::kDefaultUrl));
-    settings.deepLAPIKey = preferences.deepLAPIKey();
+    // A Google endpoint named in the environment (a test's loopback server) serves both
+    // clients, so that nothing reaches the real service behind the test's back.
+    const QString googleOverride = qEnvironmentVariable(kTranslationUrlEnvironmentVariable);
+    settings.alternativeUrl = qEnvironmentVariable(
+        kAlternativeUrlEnvironmentVariable,
+        googleOverride.isEmpty() ? QString::fromLatin1(GoogleAlternativeProtocol::kDefaultUrl)
+                                 : googleOverride);
+    auto wanted = [&settings, allServices](const char *name) {
+        return allServices || settings.order.contains(QLatin1String(name));
+    };
+    if (wanted(DeepLProtocol::kServiceName))
+        settings.deepLAPIKey = preferences.deepLAPIKey();
     settings.deepLUrl = qEnvironmentVariable(kDeepLUrlEnvironmentVariable,
                                              DeepLProtocol::baseUrlForKey(settings.deepLAPIKey));
     settings.libreTranslateURL = preferences.libreTranslateURL();
-    settings.libreTranslateAPIKey = preferences.libreTranslateAPIKey();
+    if (wanted(LibreTranslateProtocol::kServiceName))
+        settings.libreTranslateAPIKey = preferences.libreTranslateAPIKey();
     settings.apertiumURL = preferences.apertiumURL();
     return settings;
 }

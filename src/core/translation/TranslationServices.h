@@ -44,7 +44,9 @@ QStringList allInOrder(const QStringList &stored);
 // The order after the user chose a service: that one first, the others as they were.
 QStringList chosenFirst(const QStringList &stored, const QString &name);
 
-ServiceSettings readSettings(const Preferences &preferences);
+// The settings of the services in the user's order; with allServices, every service's
+// (an API key may be kept where reading it costs a call to the desktop's secret store).
+ServiceSettings readSettings(const Preferences &preferences, bool allServices = false);
 // One service by name; null for a name that is none of names().
 Translator *create(const QString &name, const ServiceSettings &settings,
                    QObject *parent = nullptr);
