@@ -45,11 +45,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         answer = LibreTranslateProtocol::parseAnswer(status, body);
         break;
     case 3:
-        answer = ApertiumProtocol::parseTranslation(status, body, {QStringLiteral("eng"),
-                                                                   QStringLiteral("spa")});
+        answer = ApertiumProtocol::parseTranslation(status, body,
+                                                    {QStringLiteral("eng"), QStringLiteral("spa")});
         break;
     case 4: {
-        const std::optional<QList<ApertiumProtocol::Pair>> pairs = ApertiumProtocol::parsePairs(body);
+        const std::optional<QList<ApertiumProtocol::Pair>> pairs =
+            ApertiumProtocol::parsePairs(body);
         if (pairs)
             ApertiumProtocol::sourcesInto(*pairs, QStringLiteral("es"));
         return 0;

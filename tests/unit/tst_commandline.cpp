@@ -1,15 +1,15 @@
 #include "LoopbackTranslationServer.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTemporaryDir>
-#include <QElapsedTimer>
-#include <QScopeGuard>
 #include <QTest>
 
 #include <memory>
@@ -171,9 +171,11 @@ void TestCommandLine::informationAndMisuse_data()
     QTest::newRow("typing mode with no Tolkaro running")
         << QByteArray() << QStringList{QStringLiteral("--typing-mode")} << 1 << QByteArray()
         << QByteArray("Tolkaro is not running");
-    QTest::newRow("--to alone")
-        << QByteArray() << QStringList{QStringLiteral("--to"), QStringLiteral("de")} << 1
-        << QByteArray() << QByteArray("--to, --quiet and --service only go with --translate.");
+    QTest::newRow("--to alone") << QByteArray()
+                                << QStringList{QStringLiteral("--to"), QStringLiteral("de")} << 1
+                                << QByteArray()
+                                << QByteArray(
+                                       "--to, --quiet and --service only go with --translate.");
     QTest::newRow("unknown service")
         << QByteArray()
         << QStringList{QStringLiteral("--translate"), QStringLiteral("a"),
@@ -190,7 +192,8 @@ void TestCommandLine::informationAndMisuse_data()
         << QStringList{QStringLiteral("--list-services")} << 0
         << QByteArray("DeepL: configured\nGoogle: configured\n") << QByteArray();
     QTest::newRow("stray argument")
-        << QByteArray() << QStringList{QStringLiteral("--translate"), QStringLiteral("a"), QStringLiteral("b")} << 1
+        << QByteArray()
+        << QStringList{QStringLiteral("--translate"), QStringLiteral("a"), QStringLiteral("b")} << 1
         << QByteArray() << QByteArray("Unexpected argument 'b'");
 }
 
@@ -242,7 +245,8 @@ void TestCommandLine::offlineServiceTranslatesIntoSpanish()
     QElapsedTimer waited;
     waited.start();
     while (!ready && waited.elapsed() < 60000 && server.state() == QProcess::Running) {
-        QNetworkReply *reply = network.get(QNetworkRequest(QUrl(url + QStringLiteral("/listPairs"))));
+        QNetworkReply *reply =
+            network.get(QNetworkRequest(QUrl(url + QStringLiteral("/listPairs"))));
         QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 10000);
         ready = reply->error() == QNetworkReply::NoError && reply->readAll().contains("spa");
         reply->deleteLater();

@@ -301,9 +301,8 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
         << Answer::well("<!DOCTYPE html><html><body>\n" +
                         tenMegabytes("<p>Our systems have detected unusual traffic.</p>\n"))
         << false << QString() << QString() << kUnable << unableLog;
-    QTest::newRow("10 MB of unclosed arrays")
-        << Answer::well(tenMegabytes("[")) << false << QString() << QString() << kUnable
-        << unableLog;
+    QTest::newRow("10 MB of unclosed arrays") << Answer::well(tenMegabytes("[")) << false
+                                              << QString() << QString() << kUnable << unableLog;
     QTest::newRow("10 MB answer whose last byte is not UTF-8")
         << Answer::well(large.body + "\xFF") << false << QString() << QString() << kNotUtf8
         << QStringLiteral("responseDataString is nil");
@@ -312,14 +311,14 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
     QTest::newRow("redirect loop")
         << Answer::of(Behaviour::RedirectLoop) << false << QString() << QString() << kNoData
         << QStringLiteral("data is nil :(. Response: *, error: *edirect*");
-    QTest::newRow("deflated answer") << deflated(LoopbackTranslationServer::echoBody("Hello"))
-                                     << true << hello << QStringLiteral("en") << QString()
-                                     << guessedLog;
+    QTest::newRow("deflated answer")
+        << deflated(LoopbackTranslationServer::echoBody("Hello")) << true << hello
+        << QStringLiteral("en") << QString() << guessedLog;
     // Qt stops inflating past 10 MB at this ratio, and reports a body it cannot inflate as
     // UnknownContentError beside status 200: no answer arrived.
     QTest::newRow("16 MB of spaces deflated into 16 KB")
-        << deflated(QByteArray(16 * 1024 * 1024, ' ')) << false << QString() << QString()
-        << kNoData << noAnswerLog;
+        << deflated(QByteArray(16 * 1024 * 1024, ' ')) << false << QString() << QString() << kNoData
+        << noAnswerLog;
     Answer notGzip = Answer::well(LoopbackTranslationServer::echoBody("Hello"));
     notGzip.extraHeaders = {{"Content-Encoding", "gzip"}};
     QTest::newRow("gzip announced, plain answer sent")
@@ -570,7 +569,8 @@ void TestGoogleTranslateByURL::serviceReadsItsAnswers_data()
 
     QTest::newRow("DeepL: translation, target code its own")
         << kDeepL << QStringLiteral("pt") << QList<Answer>()
-        << Answer::well(R"({"translations":[{"detected_source_language":"EN","text":"Hallo Welt"}]})")
+        << Answer::well(
+               R"({"translations":[{"detected_source_language":"EN","text":"Hallo Welt"}]})")
         << End::Answered << hallo << QByteArray("POST /v2/translate HTTP/1.1")
         << QByteArray(R"({"target_lang":"PT-BR","text":["Hello world"]})");
     QTest::newRow("DeepL: 403, key refused")
@@ -603,11 +603,11 @@ void TestGoogleTranslateByURL::serviceReadsItsAnswers_data()
         << Answer::withStatus(403, R"({"error":"Invalid API key"})") << End::Refused << QString()
         << QByteArray() << QByteArray();
     QTest::newRow("LibreTranslate: an HTML page with status 200")
-        << kLibre << de << QList<Answer>() << Answer::htmlPage(200) << End::Unreadable
-        << QString() << QByteArray() << QByteArray();
-    QTest::newRow("LibreTranslate: reset mid-answer")
-        << kLibre << de << QList<Answer>() << reset << End::Unreachable << QString()
+        << kLibre << de << QList<Answer>() << Answer::htmlPage(200) << End::Unreadable << QString()
         << QByteArray() << QByteArray();
+    QTest::newRow("LibreTranslate: reset mid-answer")
+        << kLibre << de << QList<Answer>() << reset << End::Unreachable << QString() << QByteArray()
+        << QByteArray();
 
     const QByteArray twoPairs =
         R"({"responseData":[{"sourceLanguage":"eng","targetLanguage":"spa"},)"
@@ -624,20 +624,20 @@ void TestGoogleTranslateByURL::serviceReadsItsAnswers_data()
         << QByteArray();
     QTest::newRow("Apertium: two pairs into Spanish, the identification picks")
         << kApertium << QStringLiteral("es")
-        << QList<Answer>{Answer::well(twoPairs), Answer::well(R"({"cat":0.2,"eng":0.7})")}
-        << hola << End::Answered << QStringLiteral("Hola mundo")
+        << QList<Answer>{Answer::well(twoPairs), Answer::well(R"({"cat":0.2,"eng":0.7})")} << hola
+        << End::Answered << QStringLiteral("Hola mundo")
         << QByteArray("GET /translate?markUnknown=no&langpair=eng%7Cspa&q=Hello+world HTTP/1.1")
         << QByteArray();
     QTest::newRow("Apertium: two pairs, no identification")
         << kApertium << QStringLiteral("es") << QList<Answer>{Answer::well(twoPairs)}
-        << Answer::withStatus(400, R"({"status":"error","code":400})") << End::Unusable
-        << QString() << QByteArray() << QByteArray();
+        << Answer::withStatus(400, R"({"status":"error","code":400})") << End::Unusable << QString()
+        << QByteArray() << QByteArray();
     QTest::newRow("Apertium: no pair into German")
         << kApertium << de << QList<Answer>() << Answer::well(twoPairs) << End::Unusable
         << QString() << QByteArray("GET /listPairs HTTP/1.1") << QByteArray();
-    QTest::newRow("Apertium: no server there") << kApertium << de << QList<Answer>() << reset
-                                               << End::Unreachable << QString() << QByteArray()
-                                               << QByteArray();
+    QTest::newRow("Apertium: no server there")
+        << kApertium << de << QList<Answer>() << reset << End::Unreachable << QString()
+        << QByteArray() << QByteArray();
 }
 
 void TestGoogleTranslateByURL::serviceReadsItsAnswers()
@@ -739,8 +739,7 @@ void TestGoogleTranslateByURL::chainAsksTheNextServiceWhenOneRefuses()
     QCOMPARE(outcome.success, !answeredBy.isEmpty());
     QCOMPARE(outcome.success ? outcome.text : outcome.error, result);
     const bool byFirst = answeredBy == chain->services().constFirst()->serviceName();
-    QCOMPARE(announced,
-             QStringList{answeredBy + (byFirst ? QStringLiteral(" first") : QString())});
+    QCOMPARE(announced, QStringList{answeredBy + (byFirst ? QStringLiteral(" first") : QString())});
     // The log says what each service that failed answered.
     const QStringList log = takeLog();
     const qsizetype failures = std::count_if(log.cbegin(), log.cend(), [](const QString &line) {

@@ -47,14 +47,14 @@ std::optional<QUrl> endpoint(const QString &baseUrl, const QString &path)
 const QHash<QString, QString> &apertiumCodes()
 {
     static const QHash<QString, QString> codes{
-        {"ar", "ara"}, {"bg", "bul"}, {"ca", "cat"}, {"zh-CN", "zho"}, {"zh-TW", "zho_TW"},
-        {"hr", "hbs_HR"}, {"cs", "ces"}, {"da", "dan"}, {"nl", "nld"}, {"en", "eng"},
-        {"et", "est"}, {"fi", "fin"}, {"fr", "fra"}, {"de", "deu"}, {"el", "ell"},
-        {"iw", "heb"}, {"hi", "hin"}, {"hu", "hun"}, {"id", "ind"}, {"it", "ita"},
-        {"ja", "jpn"}, {"ko", "kor"}, {"lv", "lav"}, {"lt", "lit"}, {"no", "nob"},
-        {"pl", "pol"}, {"pt", "por"}, {"ro", "ron"}, {"ru", "rus"}, {"sr", "srp"},
-        {"sk", "slk"}, {"sl", "slv"}, {"es", "spa"}, {"sv", "swe"}, {"th", "tha"},
-        {"tr", "tur"}, {"uk", "ukr"}, {"vi", "vie"},
+        {"ar", "ara"},    {"bg", "bul"}, {"ca", "cat"}, {"zh-CN", "zho"}, {"zh-TW", "zho_TW"},
+        {"hr", "hbs_HR"}, {"cs", "ces"}, {"da", "dan"}, {"nl", "nld"},    {"en", "eng"},
+        {"et", "est"},    {"fi", "fin"}, {"fr", "fra"}, {"de", "deu"},    {"el", "ell"},
+        {"iw", "heb"},    {"hi", "hin"}, {"hu", "hun"}, {"id", "ind"},    {"it", "ita"},
+        {"ja", "jpn"},    {"ko", "kor"}, {"lv", "lav"}, {"lt", "lit"},    {"no", "nob"},
+        {"pl", "pol"},    {"pt", "por"}, {"ro", "ron"}, {"ru", "rus"},    {"sr", "srp"},
+        {"sk", "slk"},    {"sl", "slv"}, {"es", "spa"}, {"sv", "swe"},    {"th", "tha"},
+        {"tr", "tur"},    {"uk", "ukr"}, {"vi", "vie"},
     };
     return codes;
 }
@@ -106,7 +106,8 @@ ParsedAnswer GoogleAlternativeProtocol::parseAnswer(int status, QByteArrayView b
         // The older shape: sentences with their "trans" pieces and the source in "src".
         QString text;
         bool any = false;
-        for (const QJsonValue &sentence : document.object().value(QStringLiteral("sentences")).toArray()) {
+        for (const QJsonValue &sentence :
+             document.object().value(QStringLiteral("sentences")).toArray()) {
             const QJsonValue piece = sentence.toObject().value(QStringLiteral("trans"));
             if (piece.isString()) {
                 text += piece.toString();
@@ -141,8 +142,8 @@ QString DeepLProtocol::baseUrlForKey(const QString &apiKey)
 QString DeepLProtocol::targetLanguage(const QString &tableCode)
 {
     static const QHash<QString, QString> differing{
-        {"en", "EN-US"}, {"pt", "PT-BR"}, {"zh-CN", "ZH-HANS"}, {"zh-TW", "ZH-HANT"},
-        {"iw", "HE"},    {"no", "NB"},
+        {"en", "EN-US"},      {"pt", "PT-BR"}, {"zh-CN", "ZH-HANS"},
+        {"zh-TW", "ZH-HANT"}, {"iw", "HE"},    {"no", "NB"},
     };
     // Languages of the table that DeepL does not translate into.
     static const QStringList missing{"ca", "hr", "hi", "sr"};
@@ -151,9 +152,8 @@ QString DeepLProtocol::targetLanguage(const QString &tableCode)
     return differing.value(tableCode, tableCode.toUpper());
 }
 
-std::optional<WebRequest> DeepLProtocol::buildRequest(const QString &baseUrl,
-                                                      const QString &apiKey, const QString &text,
-                                                      const QString &tableCode)
+std::optional<WebRequest> DeepLProtocol::buildRequest(const QString &baseUrl, const QString &apiKey,
+                                                      const QString &text, const QString &tableCode)
 {
     const QString target = targetLanguage(tableCode);
     const std::optional<QUrl> url = endpoint(baseUrl, QStringLiteral("/v2/translate"));
@@ -180,12 +180,8 @@ ParsedAnswer DeepLProtocol::parseAnswer(int status, QByteArrayView body)
             refused.reason += QStringLiteral(" (the quota is used up)");
         return refused;
     }
-    const QJsonObject first = readJson(body)
-                                  .object()
-                                  .value(QStringLiteral("translations"))
-                                  .toArray()
-                                  .at(0)
-                                  .toObject();
+    const QJsonObject first =
+        readJson(body).object().value(QStringLiteral("translations")).toArray().at(0).toObject();
     const QJsonValue text = first.value(QStringLiteral("text"));
     if (!text.isString())
         return unreadable(QStringLiteral("no translation in the answer"));
@@ -232,8 +228,9 @@ ParsedAnswer LibreTranslateProtocol::parseAnswer(int status, QByteArrayView body
     const QJsonValue text = object.value(QStringLiteral("translatedText"));
     if (!text.isString())
         return unreadable(QStringLiteral("no translatedText in the answer"));
-    const QJsonValue detected =
-        object.value(QStringLiteral("detectedLanguage")).toObject().value(QStringLiteral("language"));
+    const QJsonValue detected = object.value(QStringLiteral("detectedLanguage"))
+                                    .toObject()
+                                    .value(QStringLiteral("language"));
     return answered(text.toString(), detected.isString() ? detected.toString() : QString());
 }
 
@@ -285,8 +282,8 @@ QStringList ApertiumProtocol::sourcesInto(const QList<Pair> &pairs, const QStrin
         return sources;
     for (const Pair &pair : pairs) {
         // A variant of the language ("spa_VE") is that language too; the plain one wins.
-        const bool into = pair.target == target ||
-                          pair.target.startsWith(target + QLatin1Char('_'));
+        const bool into =
+            pair.target == target || pair.target.startsWith(target + QLatin1Char('_'));
         if (into && !sources.contains(pair.source))
             sources.append(pair.source);
     }
@@ -296,8 +293,8 @@ QStringList ApertiumProtocol::sourcesInto(const QList<Pair> &pairs, const QStrin
 WebRequest ApertiumProtocol::identificationRequest(const QString &baseUrl, const QString &text)
 {
     WebRequest request;
-    request.url = endpoint(baseUrl, QStringLiteral("/identifyLang?q=") + urlEncode(text))
-                      .value_or(QUrl());
+    request.url =
+        endpoint(baseUrl, QStringLiteral("/identifyLang?q=") + urlEncode(text)).value_or(QUrl());
     return request;
 }
 
@@ -334,8 +331,9 @@ ParsedAnswer ApertiumProtocol::parseTranslation(int status, QByteArrayView body,
     if (status >= 400)
         return refusalOf(status, body);
     const QJsonObject object = readJson(body).object();
-    const QJsonValue text =
-        object.value(QStringLiteral("responseData")).toObject().value(QStringLiteral("translatedText"));
+    const QJsonValue text = object.value(QStringLiteral("responseData"))
+                                .toObject()
+                                .value(QStringLiteral("translatedText"));
     if (!text.isString())
         return unreadable(QStringLiteral("no translatedText in the answer"));
     const QString detected = tableCode(pair.source);

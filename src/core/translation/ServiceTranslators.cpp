@@ -17,7 +17,8 @@ QString serviceFailureText(const QString &serviceName, const WebReply &reply,
                            const ParsedAnswer &parsed)
 {
     if (!reply.carriesAnswer)
-        return QStringLiteral("%1 could not be reached: %2").arg(serviceName, reply.errorDescription);
+        return QStringLiteral("%1 could not be reached: %2")
+            .arg(serviceName, reply.errorDescription);
     return QStringLiteral("%1 could not translate the text: %2").arg(serviceName, parsed.reason);
 }
 
@@ -28,19 +29,18 @@ ServiceTranslator::ServiceTranslator(Service service, QObject *parent)
 {
 }
 
-void ServiceTranslator::translateText(const QString &textToTranslate,
-                                      const QString &targetLanguage,
+void ServiceTranslator::translateText(const QString &textToTranslate, const QString &targetLanguage,
                                       TranslationCompletion completion)
 {
     beginTranslation(std::move(completion));
     const QString text = cutText(textToTranslate, m_service.maximumTextLength);
-    tolkaro::logLine(
-        QStringLiteral("Translating \"%1\" into %2 with %3").arg(text, targetLanguage, m_service.name));
+    tolkaro::logLine(QStringLiteral("Translating \"%1\" into %2 with %3")
+                         .arg(text, targetLanguage, m_service.name));
     const std::optional<WebRequest> request =
         m_service.configured ? m_service.buildRequest(text, targetLanguage) : std::nullopt;
     if (!request) {
-        const QString error =
-            QStringLiteral("%1 cannot translate into %2 as configured").arg(m_service.name, targetLanguage);
+        const QString error = QStringLiteral("%1 cannot translate into %2 as configured")
+                                  .arg(m_service.name, targetLanguage);
         tolkaro::logLine(error);
         complete(TranslationEnd::Unusable, false, QString(), QString(), error);
         return;
@@ -85,20 +85,22 @@ void ApertiumTranslator::translateText(const QString &textToTranslate,
         chooseSource(text, targetLanguage);
         return;
     }
-    send(ApertiumProtocol::pairsRequest(baseUrl()), [this, text, targetLanguage](const WebReply &reply) {
-        if (reply.carriesAnswer && reply.status < 400)
-            m_pairs = ApertiumProtocol::parsePairs(reply.body);
-        if (m_pairs) {
-            chooseSource(text, targetLanguage);
-            return;
-        }
-        const ParsedAnswer parsed =
-            reply.carriesAnswer ? ParsedAnswer{TranslationEnd::Refused, {}, {}, QStringLiteral("no pair list")}
-                                : ParsedAnswer{endWithoutAnswer(reply), {}, {}, {}};
-        const QString error = serviceFailureText(serviceName(), reply, parsed);
-        tolkaro::logLine(error);
-        complete(parsed.end, false, QString(), QString(), error);
-    });
+    send(ApertiumProtocol::pairsRequest(baseUrl()),
+         [this, text, targetLanguage](const WebReply &reply) {
+             if (reply.carriesAnswer && reply.status < 400)
+                 m_pairs = ApertiumProtocol::parsePairs(reply.body);
+             if (m_pairs) {
+                 chooseSource(text, targetLanguage);
+                 return;
+             }
+             const ParsedAnswer parsed =
+                 reply.carriesAnswer
+                     ? ParsedAnswer{TranslationEnd::Refused, {}, {}, QStringLiteral("no pair list")}
+                     : ParsedAnswer{endWithoutAnswer(reply), {}, {}, {}};
+             const QString error = serviceFailureText(serviceName(), reply, parsed);
+             tolkaro::logLine(error);
+             complete(parsed.end, false, QString(), QString(), error);
+         });
 }
 
 void ApertiumTranslator::chooseSource(const QString &text, const QString &language)
@@ -139,9 +141,8 @@ void ApertiumTranslator::chooseSource(const QString &text, const QString &langua
                                         ? ApertiumProtocol::identifiedSource(reply.body, sources)
                                         : QString();
              if (source.isEmpty()) {
-                 const QString error =
-                     QStringLiteral("%1 cannot tell which of %2 the text is in")
-                         .arg(serviceName(), sources.join(QStringLiteral(", ")));
+                 const QString error = QStringLiteral("%1 cannot tell which of %2 the text is in")
+                                           .arg(serviceName(), sources.join(QStringLiteral(", ")));
                  tolkaro::logLine(error);
                  complete(TranslationEnd::Unusable, false, QString(), QString(), error);
                  return;
@@ -152,19 +153,21 @@ void ApertiumTranslator::chooseSource(const QString &text, const QString &langua
 
 void ApertiumTranslator::translatePair(const QString &text, const Pair &pair)
 {
-    send(ApertiumProtocol::translationRequest(baseUrl(), pair, text), [this, pair](const WebReply &reply) {
-        const ParsedAnswer parsed = reply.carriesAnswer
-                                        ? ApertiumProtocol::parseTranslation(reply.status, reply.body, pair)
-                                        : ParsedAnswer{endWithoutAnswer(reply), {}, {}, {}};
-        if (parsed.end == TranslationEnd::Answered) {
-            complete(parsed.end, true, parsed.text, parsed.detected, QString());
-            return;
-        }
-        // A server that went away may come back with other pairs.
-        if (!reply.carriesAnswer)
-            m_pairs.reset();
-        const QString error = serviceFailureText(serviceName(), reply, parsed);
-        tolkaro::logLine(error);
-        complete(parsed.end, false, QString(), QString(), error);
-    });
+    send(ApertiumProtocol::translationRequest(baseUrl(), pair, text),
+         [this, pair](const WebReply &reply) {
+             const ParsedAnswer parsed =
+                 reply.carriesAnswer
+                     ? ApertiumProtocol::parseTranslation(reply.status, reply.body, pair)
+                     : ParsedAnswer{endWithoutAnswer(reply), {}, {}, {}};
+             if (parsed.end == TranslationEnd::Answered) {
+                 complete(parsed.end, true, parsed.text, parsed.detected, QString());
+                 return;
+             }
+             // A server that went away may come back with other pairs.
+             if (!reply.carriesAnswer)
+                 m_pairs.reset();
+             const QString error = serviceFailureText(serviceName(), reply, parsed);
+             tolkaro::logLine(error);
+             complete(parsed.end, false, QString(), QString(), error);
+         });
 }

@@ -41,8 +41,7 @@ bool TranslationChain::isConfigured() const
                        [](const Translator *service) { return service->isConfigured(); });
 }
 
-void TranslationChain::translateText(const QString &textToTranslate,
-                                     const QString &targetLanguage,
+void TranslationChain::translateText(const QString &textToTranslate, const QString &targetLanguage,
                                      TranslationCompletion completion)
 {
     cancelCurrentTranslationRequestIfAny();
@@ -63,7 +62,8 @@ void TranslationChain::askNext()
         Translator *service = m_services.at(m_index);
         const QString name = service->serviceName();
         if (!service->isConfigured()) {
-            tolkaro::logLine(QStringLiteral("%1 is not configured; asking the next service").arg(name));
+            tolkaro::logLine(
+                QStringLiteral("%1 is not configured; asking the next service").arg(name));
             continue;
         }
         // The other client of the same service is asked only when the first was turned away.
@@ -93,8 +93,7 @@ void TranslationChain::askNext()
     finish(TranslationEnd::Unusable, false, QString(), QString(), error);
 }
 
-void TranslationChain::serviceCompleted(int generation, bool success,
-                                        const QString &translatedText,
+void TranslationChain::serviceCompleted(int generation, bool success, const QString &translatedText,
                                         const QString &guessedLanguageCode,
                                         const QString &errorMessage)
 {

@@ -93,17 +93,19 @@ Translator *create(const QString &name, const ServiceSettings &settings, QObject
     if (name == QLatin1String(GoogleAlternativeProtocol::kServiceName)) {
         service.baseUrl = settings.alternativeUrl;
         service.maximumTextLength = GoogleAlternativeProtocol::kMaximumTextLength;
-        service.buildRequest = [base = service.baseUrl](const QString &text, const QString &language) {
+        service.buildRequest = [base = service.baseUrl](const QString &text,
+                                                        const QString &language) {
             return GoogleAlternativeProtocol::buildRequest(base, text, language);
         };
         service.parseAnswer = &GoogleAlternativeProtocol::parseAnswer;
     } else if (name == QLatin1String(DeepLProtocol::kServiceName)) {
         const QString key = settings.deepLAPIKey;
-        service.baseUrl = settings.deepLUrl.isEmpty() ? DeepLProtocol::baseUrlForKey(key)
-                                                      : settings.deepLUrl;
+        service.baseUrl =
+            settings.deepLUrl.isEmpty() ? DeepLProtocol::baseUrlForKey(key) : settings.deepLUrl;
         service.configured = !key.trimmed().isEmpty();
         service.maximumTextLength = DeepLProtocol::kMaximumTextLength;
-        service.buildRequest = [base = service.baseUrl, key](const QString &text, const QString &language) {
+        service.buildRequest = [base = service.baseUrl, key](const QString &text,
+                                                             const QString &language) {
             return DeepLProtocol::buildRequest(base, key, text, language);
         };
         service.parseAnswer = &DeepLProtocol::parseAnswer;

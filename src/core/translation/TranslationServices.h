@@ -48,8 +48,7 @@ QStringList chosenFirst(const QStringList &stored, const QString &name);
 // (an API key may be kept where reading it costs a call to the desktop's secret store).
 ServiceSettings readSettings(const Preferences &preferences, bool allServices = false);
 // One service by name; null for a name that is none of names().
-Translator *create(const QString &name, const ServiceSettings &settings,
-                   QObject *parent = nullptr);
+Translator *create(const QString &name, const ServiceSettings &settings, QObject *parent = nullptr);
 TranslationChain *createChain(const ServiceSettings &settings, QObject *parent = nullptr);
 // The chain's services made again from new settings.
 void refillChain(TranslationChain &chain, const ServiceSettings &settings);

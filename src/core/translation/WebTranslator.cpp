@@ -101,10 +101,10 @@ void WebTranslator::send(const WebRequest &webRequest, ReplyHandler handler)
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
 
-    QNetworkReply *reply = webRequest.method == "GET"
-                               ? m_network->get(request)
-                               : m_network->sendCustomRequest(request, webRequest.method,
-                                                              webRequest.body);
+    QNetworkReply *reply =
+        webRequest.method == "GET"
+            ? m_network->get(request)
+            : m_network->sendCustomRequest(request, webRequest.method, webRequest.body);
     m_reply = reply;
     m_handler = std::move(handler);
     m_sinceLastUse.start();
@@ -162,7 +162,8 @@ void WebTranslator::finishReply(QNetworkReply *reply)
 void WebTranslator::prepare()
 {
     // A request or a warm-up within the keep-alive time may have left a connection open.
-    if (m_sinceLastUse.isValid() && std::chrono::milliseconds(m_sinceLastUse.elapsed()) < kKeepAlive)
+    if (m_sinceLastUse.isValid() &&
+        std::chrono::milliseconds(m_sinceLastUse.elapsed()) < kKeepAlive)
         return;
     const QUrl url(m_baseUrl);
     if (url.host().isEmpty())
@@ -172,10 +173,9 @@ void WebTranslator::prepare()
         // The requests may speak HTTP/2; a warm-up that offered only HTTP/1.1 would open a
         // connection they do not take.
         QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
-        configuration.setAllowedNextProtocols({QSslConfiguration::ALPNProtocolHTTP2,
-                                               QSslConfiguration::NextProtocolHttp1_1});
+        configuration.setAllowedNextProtocols(
+            {QSslConfiguration::ALPNProtocolHTTP2, QSslConfiguration::NextProtocolHttp1_1});
         m_network->connectToHostEncrypted(url.host(), quint16(url.port(443)), configuration);
-    }
-    else if (url.scheme() == QLatin1String("http"))
+    } else if (url.scheme() == QLatin1String("http"))
         m_network->connectToHost(url.host(), quint16(url.port(80)));
 }
