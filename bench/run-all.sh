@@ -18,6 +18,9 @@ echo "Tolkaro benchmarks, $(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, load
 section "Answer parse (MB/s) and answer-in to completion"
 "$build/bench/tolkaro-bench-parse" ${quick:+--quick}
 
+section "Translate call to translation over HTTPS, +50 ms per round trip: cold and warm connection"
+"$build/bench/tolkaro-bench-warm-connection" ${quick:+5}
+
 section "Start-up to tray icon, idle memory and wake-ups"
 "$desktop" --no-targets -- "$build/bench/tolkaro-bench-startup" ${quick:+11}
 

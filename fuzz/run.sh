@@ -25,7 +25,7 @@ if [ ! -f "$build/CMakeCache.txt" ]; then
   CC=clang CXX=clang++ cmake -S "$repo" -B "$build" -G Ninja -DTOLKARO_FUZZ=ON \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-cmake --build "$build" -j2 --target fuzz_parse fuzz_urlencode
+cmake --build "$build" -j2 --target fuzz_parse fuzz_urlencode fuzz_services
 
 status=0
 # run_target <name> [extra libFuzzer flags...]
@@ -52,5 +52,6 @@ run_target() {
 
 run_target parse -dict="$repo/fuzz/parse.dict" -max_len=16384
 run_target urlencode -max_len=4096
+run_target services -max_len=16384
 
 exit $status

@@ -7,13 +7,15 @@ set -euo pipefail
 PACKAGES=(
   # build
   build-essential cmake ninja-build pkg-config git
-  qt6-base-dev qt6-base-dev-tools libqt6svg6 qt6-svg-dev
+  qt6-base-dev qt6-base-dev-tools libqt6svg6 qt6-svg-dev qtkeychain-qt6-dev
   libatspi2.0-dev libx11-dev libx11-xcb-dev libxi-dev libxcb1-dev libxcb-xinput-dev libxcb-res0-dev libxtst-dev libxres-dev libgl-dev
   # the test desktop
   xvfb openbox trayer dbus-x11 dbus-bin at-spi2-core x11-utils xclip xdotool imagemagick xcompmgr
   python3 python3-gi gir1.2-gtk-3.0 gir1.2-atspi-2.0 python3-dbus
   dbus-daemon libglib2.0-bin coreutils
   qt6-qpa-plugins fonts-dejavu-core fonts-noto-color-emoji
+  # the offline translation service and one pair, for its test (apt install apertium-apy apertium-eng-spa)
+  apertium-apy apertium-eng-spa
   # certificates made at test time (hostile endpoints)
   openssl
   # the Debian package and its test (cpack -G DEB, packaging/test-deb.sh)

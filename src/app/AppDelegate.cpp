@@ -12,6 +12,7 @@
 #include "system/TrustAlerts.h"
 #include "system/TrustMonitor.h"
 #include "typing/PreferencesWindowController.h"
+#include "typing/SpotlightWindowController.h"
 #include "typing/TypingModeCoordinator.h"
 #include "common/NotificationCenter.h"
 #include "languages/LanguageTable.h"
@@ -19,10 +20,12 @@
 #include "system/MoveToApplications.h"
 #include "system/RestartInPlace.h"
 #include "system/DesktopNotifier.h"
+#include "system/SecretServiceStore.h"
 #include "system/ShortcutFallbackNotice.h"
 #include "system/Updater.h"
 #include "system/UsageReporter.h"
-#include "translation/GoogleTranslateByURL.h"
+#include "translation/TranslationChain.h"
+#include "translation/TranslationServices.h"
 #include "ui/PopoverPresenter.h"
 #include "ui/StatusMenu.h"
 
@@ -66,7 +69,19 @@ AppDelegate::~AppDelegate()
 bool AppDelegate::applicationDidFinishLaunching()
 {
     // 1. The one translation client, for the gesture and the typing mode alike.
-    m_googleTranslator = new GoogleTranslateByURL(m_preferences.translationServiceURL(), this);
+    m_preferences.setSecretStore(SecretServiceStore::createIfRunning());
+    TranslationChain *chain =
+        TranslationServices::createChain(TranslationServices::readSettings(m_preferences), this);
+    m_translator = chain;
+    // An answer from a service other than the one chosen is named under the translation.
+    connect(chain, &TranslationChain::answered, this,
+            [this](const QString &serviceName, bool byFirstService) {
+                const QString note = byFirstService ? QString() : serviceName;
+                if (m_popoverPresenter)
+                    m_popoverPresenter->setServiceNote(note);
+                if (m_typingMode && m_typingMode->spotlight())
+                    m_typingMode->spotlight()->setServiceNote(note);
+            });
 
     // 2. A self-contained copy started from a download folder offers to move itself.
     if (PFMoveToApplicationsFolderIfNecessary())
@@ -116,6 +131,8 @@ bool AppDelegate::applicationDidFinishLaunching()
             new ShortcutFallbackNotice(m_preferences, std::make_unique<FreedesktopNotifier>(), this),
             &ShortcutFallbackNotice::tell);
     m_preferencesWindowController->window();
+    connect(m_preferencesWindowController, &PreferencesWindowController::translationServicesChanged,
+            this, &AppDelegate::applyTranslationServices);
     m_typingMode->setShortcutSource(
         [this] { return m_preferencesWindowController->activeShortcut(); });
     showSessionLimits();
@@ -212,6 +229,10 @@ void AppDelegate::addStatusBarItem()
     connect(m_statusMenu, &StatusMenu::languageItemTriggered, this, &AppDelegate::selectedLanguage);
     connect(m_statusMenu, &StatusMenu::language2ItemTriggered, this,
             &AppDelegate::selectedLanguage2);
+    connect(m_statusMenu, &StatusMenu::translationServiceChosen, this,
+            &AppDelegate::selectedTranslationService);
+    m_statusMenu->showTranslationServices(
+        TranslationServices::allInOrder(m_preferences.translationServices()));
 
     m_languages = new LanguageSelection(m_preferences, this);
     connect(m_languages, &LanguageSelection::languageChanged, m_statusMenu,
@@ -255,6 +276,22 @@ void AppDelegate::selectedLanguage2(const QString &code)
         setLanguage2(*entry);
 }
 
+void AppDelegate::selectedTranslationService(const QString &name)
+{
+    m_preferences.setTranslationServices(
+        TranslationServices::chosenFirst(m_preferences.translationServices(), name));
+    applyTranslationServices();
+}
+
+void AppDelegate::applyTranslationServices()
+{
+    if (auto *chain = qobject_cast<TranslationChain *>(m_translator))
+        TranslationServices::refillChain(*chain, TranslationServices::readSettings(m_preferences));
+    if (m_statusMenu)
+        m_statusMenu->showTranslationServices(
+            TranslationServices::allInOrder(m_preferences.translationServices()));
+}
+
 void AppDelegate::checkForUpdates(QAction *)
 {
     if (m_updater)
@@ -296,7 +333,7 @@ void AppDelegate::createGesturePipeline()
 {
     m_textSource = std::make_unique<AccessibilityTextSource>(m_preferences);
     m_translationController =
-        new TranslationController(*m_googleTranslator, *m_languages, m_preferences,
+        new TranslationController(*m_translator, *m_languages, m_preferences,
                                   *m_popoverPresenter, *m_textSource, this);
     m_translationController->setUsageReport(
         [this](const QString &event, const QVariantMap &fields) {
@@ -304,7 +341,7 @@ void AppDelegate::createGesturePipeline()
         });
 
     m_typingMode = new TypingModeCoordinator(
-        m_googleTranslator, [this] { return m_languages->currentDstLanguageCode(); },
+        m_translator, [this] { return m_languages->currentDstLanguageCode(); },
         &AccessibilityTextSource::pasteIntoActiveApplication, m_platform, this);
     connect(m_typingMode, &TypingModeCoordinator::usageEvent, this,
             [this](const QString &event) { m_usageReporter->report(event); });
@@ -369,6 +406,9 @@ void AppDelegate::restartToFollowAccessibilityBus()
 
 void AppDelegate::showSpotlightTranslationPopup()
 {
+    // The panel's first text goes out on a connection opened while the user types it.
+    if (m_translator)
+        m_translator->prepare();
     if (m_typingMode)
         m_typingMode->showSpotlightTranslationPopup();
 }

@@ -13,7 +13,7 @@
 class AccessibilityBusWatcher;
 class AccessibilityTextSource;
 class AccessibilityTrust;
-class GoogleTranslateByURL;
+class Translator;
 class LaunchAtLoginController;
 class LanguageSelection;
 class MessageBoxTrustAlerts;
@@ -69,6 +69,10 @@ public:
     void makeTrustedMenuItem(QAction *sender);
     void openPreferences(QAction *sender);
     void terminate(QAction *sender);
+    // A service chosen in the status menu: it is asked first from now on.
+    void selectedTranslationService(const QString &name);
+    // The services made again from the settings (after a choice or a changed key).
+    void applyTranslationServices();
 
     // Accessibility trust: which menu is shown, whether the key monitor runs.
     void startRegularlyCheckingIfProcessIsTrusted();
@@ -85,7 +89,6 @@ public:
     LanguageSelection *languages() const { return m_languages; }
     StatusMenu *statusMenu() const { return m_statusMenu; }
     PopoverPresenter *popoverPresenter() const { return m_popoverPresenter; }
-    GoogleTranslateByURL *googleTranslator() const { return m_googleTranslator; }
     TranslationController *translationController() const { return m_translationController; }
 
 signals:
@@ -108,7 +111,7 @@ private:
 
     Preferences m_preferences;
     Platform &m_platform;
-    GoogleTranslateByURL *m_googleTranslator = nullptr;
+    Translator *m_translator = nullptr;
     Updater *m_updater = nullptr;
     UsageReporter *m_usageReporter = nullptr;
     LanguageSelection *m_languages = nullptr;

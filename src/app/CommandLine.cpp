@@ -5,7 +5,11 @@
 #include "common/Log.h"
 #include "languages/LanguageTable.h"
 #include "settings/Preferences.h"
-#include "translation/GoogleTranslateByURL.h"
+#include "system/SecretServiceStore.h"
+#include "translation/TranslationChain.h"
+#include "translation/TranslationServices.h"
+
+#include <memory>
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -57,6 +61,14 @@ CommandLine::CommandLine(const QStringList &arguments)
                       QStringLiteral("Log the captured texts, their translations and the "
                                      "server's answers (also TOLKARO_DEBUG=1). Otherwise log "
                                      "lines name only their length.")),
+      m_serviceOption(QStringLiteral("service"),
+                      QStringLiteral("With --translate: ask only this service (a name as "
+                                     "--list-services prints it). Default: the services in the "
+                                     "order chosen, each asked when the one before refuses."),
+                      QStringLiteral("name")),
+      m_listServicesOption(QStringLiteral("list-services"),
+                           QStringLiteral("List the translation services, first asked first, "
+                                          "and whether each is configured.")),
       m_typingModeOption(QStringLiteral("typing-mode"),
                          QStringLiteral("Open or close the typing panel of the running Tolkaro.")),
       m_helpOption({QStringLiteral("h"), QStringLiteral("help")},
@@ -70,7 +82,8 @@ CommandLine::CommandLine(const QStringList &arguments)
     // "-platform xcb" is one option, not the letters p, l, a, ...
     m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     m_parser.addOptions({m_translateOption, m_toOption, m_quietOption, m_verboseOption,
-                         m_typingModeOption, m_helpOption, m_versionOption});
+                         m_serviceOption, m_listServicesOption, m_typingModeOption,
+                         m_helpOption, m_versionOption});
     for (const GuiOption &guiOption : kGuiApplicationOptions) {
         QCommandLineOption option(QString::fromLatin1(guiOption.name));
         if (guiOption.takesValue)
@@ -95,11 +108,20 @@ CommandLine::CommandLine(const QStringList &arguments)
         m_errorText = QStringLiteral("--translate and --typing-mode cannot be combined.");
     } else if (m_parser.isSet(m_translateOption)) {
         m_action = Action::Translate;
+        const QString service = m_parser.value(m_serviceOption);
+        if (m_parser.isSet(m_serviceOption) && !TranslationServices::names().contains(service)) {
+            m_action = Action::Error;
+            m_errorText = QStringLiteral("Unknown service '%1'; the services are: %2.")
+                              .arg(service, TranslationServices::names().join(QStringLiteral(", ")));
+        }
+    } else if (m_parser.isSet(m_listServicesOption)) {
+        m_action = Action::ListServices;
     } else if (m_parser.isSet(m_typingModeOption)) {
         m_action = Action::TypingMode;
-    } else if (m_parser.isSet(m_toOption) || m_parser.isSet(m_quietOption)) {
+    } else if (m_parser.isSet(m_toOption) || m_parser.isSet(m_quietOption) ||
+               m_parser.isSet(m_serviceOption)) {
         m_action = Action::Error;
-        m_errorText = QStringLiteral("--to and --quiet only go with --translate.");
+        m_errorText = QStringLiteral("--to, --quiet and --service only go with --translate.");
     } else {
         m_action = Action::RunTray;
     }
@@ -129,6 +151,8 @@ int CommandLine::run(QCoreApplication &application)
         return toggleTypingModeOfRunningInstance();
     case Action::Translate:
         return translate(application);
+    case Action::ListServices:
+        return listServices();
     case Action::RunTray:
         break;
     }
@@ -141,6 +165,7 @@ int CommandLine::translate(QCoreApplication &application)
         tolkaro::setLogSink([](const QString &) {});
 
     Preferences preferences;
+    preferences.setSecretStore(SecretServiceStore::createIfRunning());
     QString targetLanguage = m_parser.value(m_toOption);
     if (!m_parser.isSet(m_toOption)) {
         const LanguageSelection selection(preferences);
@@ -152,8 +177,13 @@ int CommandLine::translate(QCoreApplication &application)
     // so the event loop only runs when the answer is still to come.
     bool finished = false;
     int exitCode = 1;
-    GoogleTranslateByURL client(preferences.translationServiceURL());
-    client.translateText(m_parser.value(m_translateOption), targetLanguage,
+    const ServiceSettings settings =
+        TranslationServices::readSettings(preferences, m_parser.isSet(m_serviceOption));
+    std::unique_ptr<Translator> client(
+        m_parser.isSet(m_serviceOption)
+            ? TranslationServices::create(m_parser.value(m_serviceOption), settings)
+            : TranslationServices::createChain(settings));
+    client->translateText(m_parser.value(m_translateOption), targetLanguage,
                          [&](bool success, const QString &translatedText, const QString &,
                              const QString &errorMessage) {
                              if (success)
@@ -167,6 +197,23 @@ int CommandLine::translate(QCoreApplication &application)
     if (!finished)
         application.exec();
     return exitCode;
+}
+
+int CommandLine::listServices()
+{
+    Preferences preferences;
+    preferences.setSecretStore(SecretServiceStore::createIfRunning());
+    const ServiceSettings settings = TranslationServices::readSettings(preferences, true);
+    for (const QString &name : TranslationServices::allInOrder(settings.order)) {
+        const std::unique_ptr<Translator> service(TranslationServices::create(name, settings));
+        printLine(stdout, QStringLiteral("%1: %2%3")
+                              .arg(name,
+                                   service->isConfigured() ? QStringLiteral("configured")
+                                                           : QStringLiteral("not configured"),
+                                   settings.order.contains(name) ? QString()
+                                                                 : QStringLiteral(", not asked")));
+    }
+    return 0;
 }
 
 int toggleTypingModeOfRunningInstance()

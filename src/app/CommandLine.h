@@ -17,6 +17,7 @@ public:
     {
         RunTray,
         Translate,
+        ListServices,
         TypingMode,
         Help,
         Version,
@@ -37,12 +38,15 @@ public:
 
 private:
     int translate(QCoreApplication &application);
+    int listServices();
 
     QCommandLineParser m_parser;
     QCommandLineOption m_translateOption;
     QCommandLineOption m_toOption;
     QCommandLineOption m_quietOption;
     QCommandLineOption m_verboseOption;
+    QCommandLineOption m_serviceOption;
+    QCommandLineOption m_listServicesOption;
     QCommandLineOption m_typingModeOption;
     QCommandLineOption m_helpOption;
     QCommandLineOption m_versionOption;

@@ -5,7 +5,7 @@
 #include "languages/LanguageTable.h"
 #include "settings/Preferences.h"
 #include "text/TextCut.h"
-#include "translation/GoogleTranslateByURL.h"
+#include "translation/Translator.h"
 
 #include <QPointer>
 
@@ -13,7 +13,7 @@ namespace {
 const QString kNoTextMessage = QStringLiteral("No text to translate");
 } // namespace
 
-TranslationController::TranslationController(GoogleTranslateByURL &translator,
+TranslationController::TranslationController(Translator &translator,
                                              LanguageSelection &languages,
                                              Preferences &preferences,
                                              TranslationPresenter &presenter,
@@ -59,6 +59,11 @@ void TranslationController::controlDoublePressed(bool alternativeLanguage)
     if (!m_presenter.isPopoverShown())
         m_presenter.displayPopOverWithText(cut, m_presenter.pointerPosition());
     startTranslatingText(cut);
+}
+
+void TranslationController::warmUp()
+{
+    m_translator.prepare();
 }
 
 void TranslationController::startTranslatingText(const QString &text)

@@ -11,7 +11,7 @@
 #include <functional>
 #include <optional>
 
-class GoogleTranslateByURL;
+class Translator;
 class LanguageSelection;
 class Preferences;
 
@@ -38,7 +38,7 @@ class TranslationController : public QObject, public GestureActions
 public:
     using UsageReport = std::function<void(const QString &event, const QVariantMap &fields)>;
 
-    TranslationController(GoogleTranslateByURL &translator, LanguageSelection &languages,
+    TranslationController(Translator &translator, LanguageSelection &languages,
                           Preferences &preferences, TranslationPresenter &presenter,
                           TextSource &textSource, QObject *parent = nullptr);
 
@@ -52,6 +52,9 @@ public:
     void altPressedWhenControlIsDoublePressed() override;
 
     bool isBooksAppActive();
+    // The gesture's first Control tap: the translator opens its connection ahead of the
+    // request that may follow.
+    void warmUp();
     void startTranslatingText(const QString &text);
     void cancelTranslatingText();
 
@@ -68,7 +71,7 @@ private:
     void translationCompleted(bool success, const QString &translatedText,
                               const QString &guessedLanguageCode, const QString &errorMessage);
 
-    GoogleTranslateByURL &m_translator;
+    Translator &m_translator;
     LanguageSelection &m_languages;
     Preferences &m_preferences;
     TranslationPresenter &m_presenter;

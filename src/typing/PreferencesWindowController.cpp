@@ -8,7 +8,9 @@
 #include "typing/TypingShortcut.h"
 
 #include <QFormLayout>
+#include <QGroupBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QVBoxLayout>
 #include <QWidget>
 
@@ -43,15 +45,64 @@ QWidget *PreferencesWindowController::window()
         auto *column = new QVBoxLayout(m_window);
         column->addLayout(form);
         column->addWidget(hint);
+        column->addWidget(servicesSection());
         m_window->resize(420, m_window->sizeHint().height());
         windowDidLoad();
     }
     return m_window;
 }
 
+QWidget *PreferencesWindowController::servicesSection()
+{
+    auto *section = new QGroupBox(QStringLiteral("Services"), m_window);
+    section->setObjectName(QStringLiteral("servicesSection"));
+    auto *form = new QFormLayout(section);
+    // One field per setting; an emptied field removes the setting.
+    auto addField = [this, form, section](const QString &label,
+                                          QString (Preferences::*load)() const,
+                                          const QString &placeholder, bool secret,
+                                          void (Preferences::*store)(const QString &)) {
+        auto *field = new QLineEdit(section);
+        m_serviceFields.emplace_back(field, load);
+        field->setPlaceholderText(placeholder);
+        if (secret)
+            field->setEchoMode(QLineEdit::PasswordEchoOnEdit);
+        connect(field, &QLineEdit::editingFinished, this, [this, field, store] {
+            (m_preferences.*store)(field->text());
+            emit translationServicesChanged();
+        });
+        form->addRow(label, field);
+    };
+    addField(QStringLiteral("DeepL API key:"), &Preferences::deepLAPIKey,
+             QStringLiteral("free keys end in :fx"), true, &Preferences::setDeepLAPIKey);
+    addField(QStringLiteral("LibreTranslate URL:"), &Preferences::libreTranslateURL,
+             QStringLiteral("https://libretranslate.example"), false,
+             &Preferences::setLibreTranslateURL);
+    addField(QStringLiteral("LibreTranslate API key:"), &Preferences::libreTranslateAPIKey,
+             QStringLiteral("optional"), true, &Preferences::setLibreTranslateAPIKey);
+    addField(QStringLiteral("Apertium URL:"), &Preferences::apertiumURL,
+             QStringLiteral("http://127.0.0.1:2737"), false, &Preferences::setApertiumURL);
+    auto *hint = new QLabel(QStringLiteral("Choose the service in the tray menu's Translation "
+                                           "Service; when it refuses, the next one is asked."),
+                            section);
+    hint->setWordWrap(true);
+    form->addRow(hint);
+    return section;
+}
+
+void PreferencesWindowController::loadServiceFields()
+{
+    for (const auto &[field, load] : m_serviceFields) {
+        if (field)
+            field->setText((m_preferences.*load)());
+    }
+}
+
 void PreferencesWindowController::showWindow()
 {
-    window()->show();
+    window();
+    loadServiceFields();
+    m_window->show();
     m_window->raise();
     m_window->activateWindow();
 }

@@ -6,9 +6,12 @@
 #include <QPointer>
 
 #include <memory>
+#include <utility>
+#include <vector>
 
 class GlobalHotKey;
 class QLabel;
+class QLineEdit;
 class QWidget;
 class ShortcutRecorder;
 
@@ -42,10 +45,17 @@ signals:
     void activeShortcutChanged(const StoredShortcut &shortcut);
     // After every binding: the note naming the fallback in use, empty when there is none.
     void shortcutFallbackChanged(const QString &note);
+    // A translation service's key or address was changed in the window.
+    void translationServicesChanged();
 
 private:
     void windowDidLoad();
     void setupShortcuts();
+    // The Services section: each service's key or address, saved as it is edited.
+    QWidget *servicesSection();
+    // The Services fields filled from the settings, when the window is shown: reading an
+    // API key may ask the desktop's secret store.
+    void loadServiceFields();
     void bindShortcutWithDefaultsKey();
 
     Preferences &m_preferences;
@@ -53,4 +63,5 @@ private:
     ShortcutRecorder *m_typingModeShortcutView = nullptr;
     std::unique_ptr<GlobalHotKey> m_hotKey;
     bool m_saidShortcutTaken = false;
+    std::vector<std::pair<QPointer<QLineEdit>, QString (Preferences::*)() const>> m_serviceFields;
 };

@@ -169,10 +169,24 @@ void SpotlightWindowController::expandWithDetailsText(const QString &text)
     updateViewSize();
 }
 
+void SpotlightWindowController::setServiceNote(const QString &note)
+{
+    if (!m_serviceNoteField) {
+        m_serviceNoteField = new QLabel(m_window);
+        m_serviceNoteField->setObjectName(QStringLiteral("serviceNote"));
+        m_serviceNoteField->setStyleSheet(QStringLiteral("color: gray; font-size: small;"));
+    }
+    m_serviceNoteField->setText(note);
+    m_serviceNoteField->setVisible(!note.isEmpty());
+    updateViewSize();
+}
+
 void SpotlightWindowController::shrinkDetails()
 {
     m_isExpanded = false;
     m_detailsTextField->clear();
+    if (m_serviceNoteField)
+        m_serviceNoteField->clear();
     updateViewSize();
 }
 
@@ -189,14 +203,21 @@ void SpotlightWindowController::layoutFields()
         m_detailsTextField->text().isEmpty() ? 0 : m_detailsTextField->heightForWidth(detailsWidth);
     m_detailsTextField->setGeometry(kPanelMargin, kPanelMargin + inputHeight + kPanelMargin,
                                     detailsWidth, detailsHeight);
+    if (m_serviceNoteField) {
+        const bool noted = m_isExpanded && !m_serviceNoteField->text().isEmpty();
+        m_serviceNoteField->setGeometry(kPanelMargin, m_detailsTextField->geometry().bottom() + 1,
+                                        detailsWidth,
+                                        noted ? m_serviceNoteField->sizeHint().height() : 0);
+    }
     m_toggleButton->setArrowType(m_isExpanded ? Qt::UpArrow : Qt::DownArrow);
 }
 
 void SpotlightWindowController::updateViewSize()
 {
     layoutFields();
-    const int newHeight = TypingModeRules::panelHeight(m_inputTextField->height(),
-                                                       m_detailsTextField->height(), m_isExpanded);
+    const int noteHeight = m_serviceNoteField ? m_serviceNoteField->height() : 0;
+    const int newHeight = TypingModeRules::panelHeight(
+        m_inputTextField->height(), m_detailsTextField->height() + noteHeight, m_isExpanded);
     // Screen y grows downwards here: keeping the top edge is keeping y.
     // A resize still under way is replaced: the new one starts where that one got to.
     m_resizeAnimation->stop();

@@ -47,6 +47,9 @@ public slots:
     void toggle();
     void close();
     void expandWithDetailsText(const QString &text);
+    // Small gray text under the translation naming the service that gave it; none when
+    // empty.
+    void setServiceNote(const QString &note);
     void shrinkDetails();
     // Height from the fields, keeping the top edge where it is.
     void updateViewSize();
@@ -76,6 +79,7 @@ private:
     SpotlightWindow *m_window = nullptr;
     TSTTextGrowth *m_inputTextField = nullptr;
     QLabel *m_detailsTextField = nullptr;
+    QLabel *m_serviceNoteField = nullptr;
     QToolButton *m_toggleButton = nullptr;
     bool m_isExpanded = false;
     EditTimers m_timers;

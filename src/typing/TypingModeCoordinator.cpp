@@ -3,14 +3,14 @@
 #include "common/Log.h"
 #include "common/UsageEvents.h"
 #include "text/TextCut.h"
-#include "translation/GoogleTranslateByURL.h"
+#include "translation/Translator.h"
 #include "typing/SpotlightWindowController.h"
 
-TypingModeCoordinator::TypingModeCoordinator(GoogleTranslateByURL *googleTranslator,
+TypingModeCoordinator::TypingModeCoordinator(Translator *googleTranslator,
                                              LanguageFunction currentDstLanguageCode,
                                              PasteFunction paste, Platform &platform,
                                              QObject *parent)
-    : QObject(parent), m_googleTranslator(googleTranslator),
+    : QObject(parent), m_translator(googleTranslator),
       m_currentDstLanguageCode(std::move(currentDstLanguageCode)), m_paste(std::move(paste)),
       m_platform(platform)
 {
@@ -45,9 +45,9 @@ void TypingModeCoordinator::showSpotlightTranslationPopup()
 void TypingModeCoordinator::spotlightEditingFinished(const QString &typedText)
 {
     emit usageEvent(QString::fromLatin1(UsageEvents::kTypingModeTranslationMade));
-    if (!m_googleTranslator)
+    if (!m_translator)
         return;
-    m_googleTranslator->cancelCurrentTranslationRequestIfAny();
+    m_translator->cancelCurrentTranslationRequestIfAny();
     const QString text = cutText(typedText, kTypingTextLimit);
     if (text.isEmpty()) {
         m_spotlight->shrinkDetails();
@@ -55,7 +55,7 @@ void TypingModeCoordinator::spotlightEditingFinished(const QString &typedText)
     }
     // Always the main destination language: the alternative one belongs to the gesture.
     QPointer<TypingModeCoordinator> self(this);
-    m_googleTranslator->translateText(
+    m_translator->translateText(
         text, m_currentDstLanguageCode ? m_currentDstLanguageCode() : QString(),
         [self](bool success, const QString &translatedText, const QString &, const QString &) {
             // The completion may come from anywhere; the panel is touched on the main thread.

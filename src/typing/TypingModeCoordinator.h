@@ -9,8 +9,8 @@
 
 #include "settings/Preferences.h"
 
-class GoogleTranslateByURL;
 class Platform;
+class Translator;
 class SpotlightWindowController;
 
 // The application's side of the typing mode: opens and closes the panel
@@ -32,7 +32,7 @@ public:
 
     static constexpr char kTranslationFailedText[] = "Error translating text";
 
-    TypingModeCoordinator(GoogleTranslateByURL *googleTranslator,
+    TypingModeCoordinator(Translator *googleTranslator,
                           LanguageFunction currentDstLanguageCode, PasteFunction paste,
                           Platform &platform, QObject *parent = nullptr);
     ~TypingModeCoordinator() override;
@@ -55,7 +55,7 @@ private:
     void spotlightEditingFinished(const QString &typedText);
     void spotlightEnterPressed(const QString &translation);
 
-    QPointer<GoogleTranslateByURL> m_googleTranslator;
+    QPointer<Translator> m_translator;
     LanguageFunction m_currentDstLanguageCode;
     PasteFunction m_paste;
     ShortcutSource m_shortcutSource;

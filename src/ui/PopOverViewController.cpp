@@ -2,6 +2,7 @@
 
 #include "ui/PopoverTextField.h"
 
+#include <QLabel>
 #include <QVBoxLayout>
 #include <QWidget>
 
@@ -42,4 +43,17 @@ void PopOverViewController::loadView()
     m_textField->setFont(font);
     m_textField->setMaximumTextWidth(kMaximumTextWidth);
     layout->addWidget(m_textField);
+    m_serviceNote = new QLabel(m_view);
+    m_serviceNote->setObjectName(QStringLiteral("serviceNote"));
+    m_serviceNote->setStyleSheet(QStringLiteral("color: gray; font-size: small;"));
+    m_serviceNote->hide();
+    layout->addWidget(m_serviceNote);
+}
+
+void PopOverViewController::setServiceNote(const QString &note)
+{
+    if (!m_serviceNote)
+        return;
+    m_serviceNote->setText(note);
+    m_serviceNote->setVisible(!note.isEmpty());
 }

@@ -4,6 +4,7 @@
 #include <QPointer>
 
 class PopoverTextField;
+class QLabel;
 class QWidget;
 
 // The content of the translation popover: one view holding one text field. Created once
@@ -22,8 +23,13 @@ public:
 
     QWidget *view() const { return m_view; }
     PopoverTextField *textField() const { return m_textField; }
+    // Small gray text under the translation naming the service that gave it; hidden when
+    // empty.
+    void setServiceNote(const QString &note);
+    QLabel *serviceNote() const { return m_serviceNote; }
 
 private:
     QPointer<QWidget> m_view;
     QPointer<PopoverTextField> m_textField;
+    QPointer<QLabel> m_serviceNote;
 };

@@ -76,3 +76,9 @@ QPoint PopoverPresenter::pointerPosition() const
     // A session whose locator cannot tell falls back on what the toolkit knows.
     return m_platform.pointerLocator().pointerPosition().value_or(QCursor::pos());
 }
+
+void PopoverPresenter::setServiceNote(const QString &note)
+{
+    if (m_popOverViewController)
+        m_popOverViewController->setServiceNote(note);
+}

@@ -29,6 +29,8 @@ public:
     void setAnimatedStringValue(const QString &text) override;
     void setAnimatedGrayStringValue(const QString &text) override;
     QPoint pointerPosition() const override;
+    // The service that answered, in small gray text under the translation; empty: none.
+    void setServiceNote(const QString &note);
 
     PopOverViewController *popOverViewController() const { return m_popOverViewController; }
     // The popover window while it is displayed, else null. A click elsewhere hides the

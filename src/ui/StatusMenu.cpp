@@ -50,6 +50,10 @@ QString languageItem(const LanguageEntry &entry)
 {
     return QStringLiteral("%1 %2").arg(entry.flag, entry.name);
 }
+QString translationService()
+{
+    return QStringLiteral("Translation Service");
+}
 } // namespace StatusMenuTexts
 
 namespace {
@@ -141,6 +145,11 @@ void StatusMenu::addStatusBarItem(bool launchAtLogin)
     m_destLanguageMenuItem->setText(destinationLanguage(flag));
     m_destLanguageMenuItem2 = m_statusItemMenuAppTrusted->addMenu(alternativeMenu);
     m_destLanguageMenuItem2->setText(alternativeDestinationLanguageAtCreation(flag));
+    auto *servicesMenu = new QMenu(m_statusItemMenuAppTrusted);
+    connect(servicesMenu, &QMenu::triggered, this,
+            [this](QAction *item) { emit translationServiceChosen(item->data().toString()); });
+    m_translationServiceMenuItem = m_statusItemMenuAppTrusted->addMenu(servicesMenu);
+    m_translationServiceMenuItem->setText(translationService());
     m_statusItemMenuAppTrusted->addSeparator();
     QAction *quitItem2 = m_statusItemMenuAppTrusted->addAction(quit());
     connect(quitItem2, &QAction::triggered, this,
@@ -243,4 +252,18 @@ void StatusMenu::popUpMenu()
 {
     if (QMenu *menu = attachedMenu())
         menu->popup(QCursor::pos());
+}
+
+void StatusMenu::showTranslationServices(const QStringList &order)
+{
+    if (!m_translationServiceMenuItem)
+        return;
+    QMenu *menu = m_translationServiceMenuItem->menu();
+    menu->clear();
+    for (const QString &name : order) {
+        QAction *item = menu->addAction(name);
+        item->setData(name);
+        item->setCheckable(true);
+    }
+    checkOnly(menu, 0);
 }

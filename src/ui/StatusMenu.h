@@ -31,6 +31,8 @@ public:
     // Title "<flag> Destination Language" and the one check mark on the entry's item.
     void showDestinationLanguage(const LanguageEntry &entry);
     void showAlternativeDestinationLanguage(const LanguageEntry &entry);
+    // The "Translation Service" submenu: the services in the order asked, the first checked.
+    void showTranslationServices(const QStringList &order);
     // What this session cannot do, as disabled lines atop the full menu (replacing any
     // shown before), so a missing feature is told rather than silently absent.
     void showSessionLimits(const QStringList &limits);
@@ -47,6 +49,7 @@ public:
     QAction *destLanguageMenuItem2() const { return m_destLanguageMenuItem2; }
     QAction *autostartMenuItem() const { return m_autostartMenuItem; }
     QAction *keyboardPreferencesMenuItem() const { return m_keyboardPreferencesMenuItem; }
+    QAction *translationServiceMenuItem() const { return m_translationServiceMenuItem; }
 
 signals:
     void checkForUpdatesTriggered(QAction *sender);
@@ -57,6 +60,8 @@ signals:
     // A language item was chosen; each item carries its language code.
     void languageItemTriggered(const QString &code);
     void language2ItemTriggered(const QString &code);
+    // A service chosen in the "Translation Service" submenu (its name).
+    void translationServiceChosen(const QString &name);
 
 private:
     QMenu *buildLanguageSubmenu();
@@ -73,6 +78,7 @@ private:
     QPointer<QAction> m_autostartMenuItem;
     QPointer<QAction> m_keyboardPreferencesMenuItem;
     QList<QAction *> m_sessionLimitLines;
+    QPointer<QAction> m_translationServiceMenuItem;
 };
 
 // The status menu's own texts.
@@ -89,4 +95,5 @@ QString alternativeDestinationLanguage(const QString &flag);
 // how it has always read.
 QString alternativeDestinationLanguageAtCreation(const QString &flag);
 QString languageItem(const LanguageEntry &entry);
+QString translationService();
 } // namespace StatusMenuTexts

@@ -206,7 +206,7 @@ private:
             return;
         }
         case Behaviour::Well:
-            send(head(200, json, answer.body.size(), answer) + answer.body);
+            send(head(answer.status, answer.contentType, answer.body.size(), answer) + answer.body);
             return;
         case Behaviour::Slowly: {
             const QByteArray bytes = head(200, json, answer.body.size(), answer) + answer.body;
@@ -364,6 +364,15 @@ int LoopbackTranslationServer::connectionCount() const
 {
     QMutexLocker locker(&m_state->mutex);
     return m_state->connections;
+}
+
+Answer LoopbackTranslationServer::Answer::htmlPage(int status)
+{
+    return withStatus(status,
+                      "<html><head><title>Sorry...</title></head><body><div>We're sorry... but "
+                      "your computer or network may be sending automated queries.</div></body>"
+                      "</html>",
+                      "text/html; charset=UTF-8");
 }
 
 QString LoopbackTranslationServer::echoTranslation(const QString &text)

@@ -25,7 +25,7 @@ public:
     enum class Behaviour
     {
         Echo,           // 200, [[["translation of <q>","<q>",null,null,10]],null,"en"]
-        Well,           // 200 with the given body
+        Well,           // the given status (200 unless set) and body
         Slowly,         // the given body after delayMs
         TrickleForever, // 200, then one byte of a never-ending body every 100 ms
         Garbage,        // 200 with a body that is no JSON
@@ -40,6 +40,8 @@ public:
     {
         Behaviour behaviour = Behaviour::Echo;
         QByteArray body;                                   // Well, Slowly
+        int status = 200;                                  // Well
+        QByteArray contentType = "application/json; charset=UTF-8"; // Well
         int delayMs = 0;                                   // Slowly
         QList<QPair<QByteArray, QByteArray>> extraHeaders; // added to the response
 
@@ -50,6 +52,17 @@ public:
             answer.body = body;
             return answer;
         }
+        // A service's error answer, or any answer with a status of its own.
+        static Answer withStatus(int status, const QByteArray &body,
+                                 const QByteArray &contentType = "application/json")
+        {
+            Answer answer = well(body);
+            answer.status = status;
+            answer.contentType = contentType;
+            return answer;
+        }
+        // An HTML page where JSON belongs, as a service that turns a client away sends it.
+        static Answer htmlPage(int status);
         static Answer slowly(const QByteArray &body, int delayMs)
         {
             Answer answer = of(Behaviour::Slowly);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "translation/GoogleTranslateByURL.h"
+#include "translation/Translator.h"
 
 #include <QString>
 

@@ -1,8 +1,14 @@
 #include "LoopbackTranslationServer.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
+#include <QScopeGuard>
+#include <QStandardPaths>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -35,9 +41,11 @@ private slots:
     void destinationDefaultsToTheStartUpLanguage();
     void informationAndMisuse_data();
     void informationAndMisuse();
+    void offlineServiceTranslatesIntoSpanish();
 
 private:
     Run runTolkaro(const QStringList &arguments);
+    void writeSettings(const QByteArray &settings);
 
     std::unique_ptr<LoopbackTranslationServer> m_server;
     std::unique_ptr<QTemporaryDir> m_configHome;
@@ -86,6 +94,14 @@ Run TestCommandLine::runTolkaro(const QStringList &arguments)
     run.out = process.readAllStandardOutput();
     run.err = process.readAllStandardError();
     return run;
+}
+
+void TestCommandLine::writeSettings(const QByteArray &settings)
+{
+    QVERIFY(QDir(m_configHome->path()).mkpath(QStringLiteral("Tolkaro")));
+    QFile file(m_configHome->filePath(QStringLiteral("Tolkaro/Tolkaro.conf")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(settings);
 }
 
 void TestCommandLine::translatesWithoutDisplay()
@@ -150,12 +166,8 @@ void TestCommandLine::destinationDefaultsToTheStartUpLanguage()
     QFETCH(QByteArray, storedSettings);
     QFETCH(QByteArray, target);
 
-    if (!storedSettings.isEmpty()) {
-        QVERIFY(QDir(m_configHome->path()).mkpath(QStringLiteral("Tolkaro")));
-        QFile settings(m_configHome->filePath(QStringLiteral("Tolkaro/Tolkaro.conf")));
-        QVERIFY(settings.open(QIODevice::WriteOnly));
-        settings.write(storedSettings);
-    }
+    if (!storedSettings.isEmpty())
+        writeSettings(storedSettings);
     const Run run = runTolkaro({QStringLiteral("--translate"), QStringLiteral("Hi")});
     QVERIFY2(run.exitCode == 0, run.err.constData());
     QCOMPARE(run.out, QByteArray("translation of Hi\n"));
@@ -166,20 +178,39 @@ void TestCommandLine::destinationDefaultsToTheStartUpLanguage()
 
 void TestCommandLine::informationAndMisuse_data()
 {
+    QTest::addColumn<QByteArray>("storedSettings");
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QByteArray>("outContains");
     QTest::addColumn<QByteArray>("errContains");
 
-    QTest::newRow("version") << QStringList{QStringLiteral("--version")} << 0
+    QTest::newRow("version") << QByteArray() << QStringList{QStringLiteral("--version")} << 0
                              << QByteArray("Tolkaro " TOLKARO_VERSION "\n") << QByteArray();
     QTest::newRow("typing mode with no Tolkaro running")
-        << QStringList{QStringLiteral("--typing-mode")} << 1 << QByteArray()
+        << QByteArray() << QStringList{QStringLiteral("--typing-mode")} << 1 << QByteArray()
         << QByteArray("Tolkaro is not running");
-    QTest::newRow("--to alone") << QStringList{QStringLiteral("--to"), QStringLiteral("de")} << 1
+    QTest::newRow("--to alone") << QByteArray()
+                                << QStringList{QStringLiteral("--to"), QStringLiteral("de")} << 1
                                 << QByteArray()
-                                << QByteArray("--to and --quiet only go with --translate.");
+                                << QByteArray(
+                                       "--to, --quiet and --service only go with --translate.");
+    QTest::newRow("unknown service")
+        << QByteArray()
+        << QStringList{QStringLiteral("--translate"), QStringLiteral("a"),
+                       QStringLiteral("--service"), QStringLiteral("Bing")}
+        << 1 << QByteArray() << QByteArray("Unknown service 'Bing'");
+    QTest::newRow("services by default")
+        << QByteArray() << QStringList{QStringLiteral("--list-services")} << 0
+        << QByteArray("Google: configured\nGoogle (alternative client): configured\n"
+                      "DeepL: not configured, not asked\nLibreTranslate: not configured, not "
+                      "asked\nApertium (offline): configured, not asked\n")
+        << QByteArray();
+    QTest::newRow("services as chosen, unknown names dropped")
+        << QByteArray("[General]\nTranslationServices=DeepL, Babel, Google\nDeepLAPIKey=k:fx\n")
+        << QStringList{QStringLiteral("--list-services")} << 0
+        << QByteArray("DeepL: configured\nGoogle: configured\n") << QByteArray();
     QTest::newRow("stray argument")
+        << QByteArray()
         << QStringList{QStringLiteral("--translate"), QStringLiteral("a"), QStringLiteral("b")} << 1
         << QByteArray() << QByteArray("Unexpected argument 'b'");
     QTest::newRow("tray without a desktop: what is missing and what works")
@@ -191,15 +222,68 @@ void TestCommandLine::informationAndMisuse_data()
 
 void TestCommandLine::informationAndMisuse()
 {
+    QFETCH(QByteArray, storedSettings);
     QFETCH(QStringList, arguments);
     QFETCH(int, exitCode);
     QFETCH(QByteArray, outContains);
     QFETCH(QByteArray, errContains);
 
+    if (!storedSettings.isEmpty())
+        writeSettings(storedSettings);
     const Run run = runTolkaro(arguments);
     QCOMPARE(run.exitCode, exitCode);
     QVERIFY2(run.out.contains(outContains), run.out.constData());
     QVERIFY2(run.err.contains(errContains), run.err.constData());
+    QCOMPARE(m_server->requestCount(), 0);
+}
+
+void TestCommandLine::offlineServiceTranslatesIntoSpanish()
+{
+    // The real offline server with its English-Spanish pair, on a free loopback port.
+    const QString apy = QStandardPaths::findExecutable(QStringLiteral("apertium-apy"));
+    if (apy.isEmpty() || !QFile::exists(QStringLiteral("/usr/share/apertium/modes/eng-spa.mode")))
+        QSKIP("apertium-apy and apertium-eng-spa are not installed (scripts/install-deps.sh)");
+    quint16 port = 0;
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost));
+        port = probe.serverPort();
+    }
+    QProcess server;
+    server.setStandardOutputFile(QProcess::nullDevice());
+    server.setStandardErrorFile(QProcess::nullDevice());
+    server.start(apy, {QStringLiteral("-p"), QString::number(port),
+                       QStringLiteral("/usr/share/apertium/modes")});
+    QVERIFY2(server.waitForStarted(), qPrintable(server.errorString()));
+    const auto stopServer = qScopeGuard([&server] {
+        server.terminate();
+        if (!server.waitForFinished(5000))
+            server.kill();
+        server.waitForFinished();
+    });
+    const QString url = QStringLiteral("http://127.0.0.1:%1").arg(port);
+    // It takes a few seconds to start: ready once it lists its pairs.
+    QNetworkAccessManager network;
+    bool ready = false;
+    QElapsedTimer waited;
+    waited.start();
+    while (!ready && waited.elapsed() < 60000 && server.state() == QProcess::Running) {
+        QNetworkReply *reply =
+            network.get(QNetworkRequest(QUrl(url + QStringLiteral("/listPairs"))));
+        QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 10000);
+        ready = reply->error() == QNetworkReply::NoError && reply->readAll().contains("spa");
+        reply->deleteLater();
+        if (!ready)
+            QTest::qWait(250);
+    }
+    QVERIFY2(ready, "apertium-apy did not start");
+
+    writeSettings("[General]\nApertiumURL=" + url.toUtf8() + "\n");
+    const Run run = runTolkaro({QStringLiteral("--translate"), QStringLiteral("The cat is black."),
+                                QStringLiteral("--to"), QStringLiteral("es"),
+                                QStringLiteral("--service"), QStringLiteral("Apertium (offline)")});
+    QVERIFY2(run.exitCode == 0, run.err.constData());
+    QVERIFY2(run.out.contains("gato") && run.out.contains("negro"), run.out.constData());
     QCOMPARE(m_server->requestCount(), 0);
 }
 

@@ -1,12 +1,25 @@
+// The translation services against real servers on loopback: Google's client byte for
+// byte, the other engines against answers shaped from each service's documentation, the
+// chain that falls back from one to the next, and endpoints that misbehave on purpose
+// (each request ends with its one failure, and the same client then translates).
+
+#include "LargeTranslationAnswer.h"
 #include "LoopbackTranslationServer.h"
+#include "TlsLoopbackServer.h"
 #include "TranslationOutcome.h"
 
 #include "common/Log.h"
 #include "translation/GoogleTranslateByURL.h"
+#include "translation/ServiceProtocols.h"
+#include "translation/TranslationChain.h"
+#include "translation/TranslationServices.h"
 
 #include <QMutex>
 #include <QMutexLocker>
 #include <QRegularExpression>
+#include <QScopeGuard>
+#include <QSslConfiguration>
+#include <QSslSocket>
 #include <QTest>
 
 #include <memory>
@@ -15,6 +28,9 @@ using Answer = LoopbackTranslationServer::Answer;
 using Behaviour = LoopbackTranslationServer::Behaviour;
 
 Q_DECLARE_METATYPE(LoopbackTranslationServer::Answer)
+Q_DECLARE_METATYPE(QList<LoopbackTranslationServer::Answer>)
+Q_DECLARE_METATYPE(TestCertificates::Kind)
+Q_DECLARE_METATYPE(TranslationEnd)
 
 namespace {
 
@@ -25,6 +41,36 @@ using TranslationFailure::kUnable;
 const QByteArray kUserAgent =
     "Mozilla/5.0 (iPhone; CPU iPhone OS 6_0 like Mac OS X) AppleWebKit/536.26 (KHTML, like "
     "Gecko) Version/6.0 Mobile/10A5376e Safari/8536.25";
+
+// An HTTP "deflate" body (a zlib stream): qCompress() without its four-byte length.
+Answer deflated(const QByteArray &body)
+{
+    Answer answer = Answer::well(qCompress(body, 9).mid(4));
+    answer.extraHeaders = {{"Content-Encoding", "deflate"}};
+    return answer;
+}
+
+QByteArray tenMegabytes(const QByteArray &unit)
+{
+    return unit.repeated(10 * 1024 * 1024 / unit.size() + 1);
+}
+
+const QString kAlternative = QString::fromLatin1(GoogleAlternativeProtocol::kServiceName);
+const QString kDeepL = QString::fromLatin1(DeepLProtocol::kServiceName);
+const QString kLibre = QString::fromLatin1(LibreTranslateProtocol::kServiceName);
+const QString kApertium = QString::fromLatin1(ApertiumProtocol::kServiceName);
+
+// Every service pointed at one loopback server, with a key and a URL each.
+ServiceSettings settingsFor(const QString &baseUrl, const QStringList &order)
+{
+    ServiceSettings settings;
+    settings.order = order;
+    settings.googleUrl = settings.alternativeUrl = settings.deepLUrl = baseUrl;
+    settings.libreTranslateURL = settings.apertiumURL = baseUrl;
+    settings.deepLAPIKey = QStringLiteral("secret-key:fx");
+    settings.libreTranslateAPIKey = QStringLiteral("libre-key");
+    return settings;
+}
 
 // Whether line matches pattern, in which each "*" stands for any run of characters.
 bool matchesPattern(const QString &line, const QString &pattern)
@@ -45,6 +91,7 @@ class TestGoogleTranslateByURL : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
+    void cleanupTestCase();
     void init();
     void cleanup();
 
@@ -59,9 +106,22 @@ private slots:
     void newRequestCancelsTheOneInFlight();
     void cancelAndDestructionEndTheRequest();
     void completionMayStartTheNextRequest();
+    void untrustedCertificateIsRefused_data();
+    void untrustedCertificateIsRefused();
+    void serviceReadsItsAnswers_data();
+    void serviceReadsItsAnswers();
+    void chainAsksTheNextServiceWhenOneRefuses_data();
+    void chainAsksTheNextServiceWhenOneRefuses();
+    void cancelDuringFallbackSendsNothingMore();
+    void prepareOpensTheConnectionAndSendsNothing();
 
 private:
     QStringList takeLog();
+    // A good request on the same client, after whatever came before.
+    void requireUsable(GoogleTranslateByURL &client, LoopbackTranslationServer *server);
+
+    std::unique_ptr<TestCertificates> m_certificates;
+    QSslConfiguration m_savedSslConfiguration;
 
     std::unique_ptr<LoopbackTranslationServer> m_server;
     QMutex m_logMutex;
@@ -77,6 +137,21 @@ void TestGoogleTranslateByURL::initTestCase()
         qunsetenv(proxy);
     // The client's log lines word for word, with the texts the user asks for.
     tolkaro::setVerbose(true);
+
+    QVERIFY2(QSslSocket::supportsSsl(), "Qt has no TLS backend");
+    m_certificates = std::make_unique<TestCertificates>();
+    QVERIFY2(m_certificates->isValid(), qPrintable(m_certificates->errorString()));
+    // The test's own authority is trusted, so a certificate it signed for 127.0.0.1 is the
+    // good case and every refusal below is about that one certificate.
+    m_savedSslConfiguration = QSslConfiguration::defaultConfiguration();
+    QSslConfiguration trusting = m_savedSslConfiguration;
+    trusting.addCaCertificate(m_certificates->authority());
+    QSslConfiguration::setDefaultConfiguration(trusting);
+}
+
+void TestGoogleTranslateByURL::cleanupTestCase()
+{
+    QSslConfiguration::setDefaultConfiguration(m_savedSslConfiguration);
 }
 
 void TestGoogleTranslateByURL::init()
@@ -89,7 +164,8 @@ void TestGoogleTranslateByURL::init()
     }
     tolkaro::setLogSink([this](const QString &line) {
         QMutexLocker locker(&m_logMutex);
-        m_log.append(line);
+        // Whole answers are logged, here up to 10 MB long.
+        m_log.append(line.left(300));
     });
 }
 
@@ -103,6 +179,22 @@ QStringList TestGoogleTranslateByURL::takeLog()
 {
     QMutexLocker locker(&m_logMutex);
     return std::exchange(m_log, {});
+}
+
+void TestGoogleTranslateByURL::requireUsable(GoogleTranslateByURL &client,
+                                             LoopbackTranslationServer *server)
+{
+    if (server)
+        server->setDefaultAnswer(Answer::echo());
+    TranslationOutcome good;
+    // A failed wait leaves the request in flight; it must end while good still exists.
+    const auto cancelLeftover =
+        qScopeGuard([&client] { client.cancelCurrentTranslationRequestIfAny(); });
+    client.translateText(QStringLiteral("good morning"), QStringLiteral("de"), good.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(good.calls, 1, kWaitMs);
+    QVERIFY2(good.success, qPrintable(good.error));
+    QCOMPARE(good.text, LoopbackTranslationServer::echoTranslation(QStringLiteral("good morning")));
+    QCOMPARE(good.guessed, QStringLiteral("en"));
 }
 
 void TestGoogleTranslateByURL::sendsExactRequestLine_data()
@@ -178,8 +270,7 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("guessed");
     QTest::addColumn<QString>("error");
-    // The last log line; "*" stands for any run of characters. A reset, a redirect loop and
-    // an endpoint that never answers are the hostile endpoints test's.
+    // The last log line, cut to 300 characters; "*" stands for any run of characters.
     QTest::addColumn<QString>("lastLog");
 
     const QString unableLog = QStringLiteral(
@@ -200,6 +291,43 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
         << QStringLiteral("data is nil :(. Response: { URL: http://127.0.0.1:*/translate_a/single?"
                           "client=gtx&sl=auto&tl=de&dt=t&q=Hello+%26+good%2Bbye } { Status Code: "
                           "200 }, error: The request timed out.");
+
+    const QString noAnswerLog = QStringLiteral("data is nil :(. Response: *");
+    const QString guessedLog = QStringLiteral("Guessed source language: en");
+    const QString hello = LoopbackTranslationServer::echoTranslation(QStringLiteral("Hello"));
+    const LargeTranslationAnswer large = makeLargeTranslationAnswer(10 * 1024 * 1024);
+    QTest::newRow("10 MB answer of sentence rows")
+        << Answer::well(large.body) << true << large.translation << QStringLiteral("en")
+        << QString() << guessedLog;
+    QTest::newRow("10 MB HTML page")
+        << Answer::well("<!DOCTYPE html><html><body>\n" +
+                        tenMegabytes("<p>Our systems have detected unusual traffic.</p>\n"))
+        << false << QString() << QString() << kUnable << unableLog;
+    QTest::newRow("10 MB of unclosed arrays") << Answer::well(tenMegabytes("[")) << false
+                                              << QString() << QString() << kUnable << unableLog;
+    QTest::newRow("10 MB answer whose last byte is not UTF-8")
+        << Answer::well(large.body + "\xFF") << false << QString() << QString() << kNotUtf8
+        << QStringLiteral("responseDataString is nil");
+    QTest::newRow("connection reset mid-body") << Answer::of(Behaviour::ResetMidBody) << false
+                                               << QString() << QString() << kNoData << noAnswerLog;
+    QTest::newRow("redirect loop")
+        << Answer::of(Behaviour::RedirectLoop) << false << QString() << QString() << kNoData
+        << QStringLiteral("data is nil :(. Response: *, error: *edirect*");
+    QTest::newRow("deflated answer")
+        << deflated(LoopbackTranslationServer::echoBody("Hello")) << true << hello
+        << QStringLiteral("en") << QString() << guessedLog;
+    // Qt stops inflating past 10 MB at this ratio, and reports a body it cannot inflate as
+    // UnknownContentError beside status 200: no answer arrived.
+    QTest::newRow("16 MB of spaces deflated into 16 KB")
+        << deflated(QByteArray(16 * 1024 * 1024, ' ')) << false << QString() << QString() << kNoData
+        << noAnswerLog;
+    Answer notGzip = Answer::well(LoopbackTranslationServer::echoBody("Hello"));
+    notGzip.extraHeaders = {{"Content-Encoding", "gzip"}};
+    QTest::newRow("gzip announced, plain answer sent")
+        << notGzip << false << QString() << QString() << kNoData << noAnswerLog;
+    QTest::newRow("request read, never answered")
+        << Answer::of(Behaviour::Silent) << false << QString() << QString() << kNoData
+        << QStringLiteral("data is nil :(. Response: (null), error: The request timed out.");
 }
 
 void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
@@ -219,7 +347,8 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
     QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
 
     QCOMPARE(outcome.success, success);
-    QCOMPARE(outcome.text, text);
+    QCOMPARE(outcome.text.size(), text.size());
+    QVERIFY(outcome.text == text); // QCOMPARE would print 10 MB on a mismatch
     QCOMPARE(outcome.guessed, guessed);
     QCOMPARE(outcome.guessed.isNull(), guessed.isNull());
     QCOMPARE(outcome.error, error);
@@ -228,8 +357,8 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
     QVERIFY(!log.isEmpty());
     QVERIFY2(matchesPattern(log.constLast(), lastLog), qPrintable(log.constLast()));
 
-    // Nothing else arrives for this request later.
-    QTest::qWait(200);
+    // The same client goes on working, and nothing else arrives for this request.
+    requireUsable(client, m_server.get());
     QCOMPARE(outcome.calls, 1);
 }
 
@@ -360,6 +489,302 @@ void TestGoogleTranslateByURL::completionMayStartTheNextRequest()
     QCOMPARE(firstCalls, 1);
     QVERIFY(retried.success);
     QCOMPARE(retried.text, LoopbackTranslationServer::echoTranslation(QStringLiteral("two")));
+}
+
+void TestGoogleTranslateByURL::untrustedCertificateIsRefused_data()
+{
+    QTest::addColumn<TestCertificates::Kind>("kind");
+
+    QTest::newRow("self-signed") << TestCertificates::Kind::SelfSigned;
+    QTest::newRow("for another host name") << TestCertificates::Kind::OtherHostName;
+    QTest::newRow("expired") << TestCertificates::Kind::Expired;
+}
+
+void TestGoogleTranslateByURL::untrustedCertificateIsRefused()
+{
+    QFETCH(TestCertificates::Kind, kind);
+    const TlsIdentity untrusted = m_certificates->make(kind);
+    QVERIFY2(!untrusted.isNull(), qPrintable(m_certificates->errorString()));
+    const TlsIdentity trusted = m_certificates->make(TestCertificates::Kind::Trusted);
+    QVERIFY2(!trusted.isNull(), qPrintable(m_certificates->errorString()));
+
+    TlsLoopbackServer server(untrusted);
+    QVERIFY(server.isListening());
+    TranslationOutcome refused; // outlives the client, which ends a request left in flight
+    GoogleTranslateByURL client(server.baseUrl());
+    client.translateText(QStringLiteral("secret text"), QStringLiteral("de"), refused.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(refused.calls, 1, kWaitMs);
+
+    QCOMPARE(refused.success, false);
+    QCOMPARE(refused.error, kNoData);
+    QVERIFY(refused.guessed.isNull());
+    QVERIFY2(takeLog().constLast().startsWith(
+                 QStringLiteral("data is nil :(. Response: (null), error: ")),
+             "no transport failure logged");
+    // The connection was made, and the text never went over it.
+    QCOMPARE(server.connectionCount(), 1);
+    QCOMPARE(server.requestCount(), 0);
+
+    // The same endpoint with a certificate the client trusts: the refusal was about the
+    // certificate alone, and the client goes on working.
+    server.setIdentity(trusted);
+    requireUsable(client, nullptr);
+    QCOMPARE(server.requestCount(), 1);
+    QCOMPARE(refused.calls, 1);
+}
+
+void TestGoogleTranslateByURL::serviceReadsItsAnswers_data()
+{
+    QTest::addColumn<QString>("service");
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QList<Answer>>("before"); // answers to the requests before the last
+    QTest::addColumn<Answer>("answer");
+    QTest::addColumn<TranslationEnd>("end");
+    QTest::addColumn<QString>("text");
+    // The last request's line and body as sent; empty: not checked.
+    QTest::addColumn<QByteArray>("requestLine");
+    QTest::addColumn<QByteArray>("body");
+
+    using End = TranslationEnd;
+    const QString de = QStringLiteral("de");
+    const QString hallo = QStringLiteral("Hallo Welt");
+    const Answer silent = Answer::of(Behaviour::Silent);
+    const Answer reset = Answer::of(Behaviour::ResetMidBody);
+
+    QTest::newRow("alternative client: translation and detected language")
+        << kAlternative << de << QList<Answer>() << Answer::well(R"([["Hallo Welt","en"]])")
+        << End::Answered << hallo
+        << QByteArray("GET /translate_a/t?client=dict-chrome-ex&sl=auto&tl=de&q=Hello+world "
+                      "HTTP/1.1")
+        << QByteArray();
+    QTest::newRow("alternative client: the older sentences shape")
+        << kAlternative << de << QList<Answer>()
+        << Answer::well(R"({"sentences":[{"trans":"Hallo ","orig":"Hello "},)"
+                        R"({"trans":"Welt","orig":"world"}],"src":"en"})")
+        << End::Answered << hallo << QByteArray() << QByteArray();
+    QTest::newRow("alternative client: 429 with an HTML page")
+        << kAlternative << de << QList<Answer>() << Answer::htmlPage(429) << End::Refused
+        << QString() << QByteArray() << QByteArray();
+    QTest::newRow("alternative client: stalls past the time limit")
+        << kAlternative << de << QList<Answer>() << silent << End::Unreachable << QString()
+        << QByteArray() << QByteArray();
+
+    QTest::newRow("DeepL: translation, target code its own")
+        << kDeepL << QStringLiteral("pt") << QList<Answer>()
+        << Answer::well(
+               R"({"translations":[{"detected_source_language":"EN","text":"Hallo Welt"}]})")
+        << End::Answered << hallo << QByteArray("POST /v2/translate HTTP/1.1")
+        << QByteArray(R"({"target_lang":"PT-BR","text":["Hello world"]})");
+    QTest::newRow("DeepL: 403, key refused")
+        << kDeepL << de << QList<Answer>()
+        << Answer::withStatus(403, R"({"message":"Authorization failure"})") << End::Refused
+        << QString() << QByteArray() << QByteArray();
+    QTest::newRow("DeepL: 456, quota used up")
+        << kDeepL << de << QList<Answer>() << Answer::withStatus(456, "") << End::Refused
+        << QString() << QByteArray() << QByteArray();
+    QTest::newRow("DeepL: 429, too many requests")
+        << kDeepL << de << QList<Answer>() << Answer::withStatus(429, "") << End::Refused
+        << QString() << QByteArray() << QByteArray();
+    QTest::newRow("DeepL: a language it lacks is not sent")
+        << kDeepL << QStringLiteral("ca") << QList<Answer>() << Answer::echo() << End::Unusable
+        << QString() << QByteArray() << QByteArray();
+
+    QTest::newRow("LibreTranslate: translation with key")
+        << kLibre << QStringLiteral("zh-TW") << QList<Answer>()
+        << Answer::well(R"({"translatedText":"Hallo Welt",)"
+                        R"("detectedLanguage":{"confidence":90,"language":"en"}})")
+        << End::Answered << hallo << QByteArray("POST /translate HTTP/1.1")
+        << QByteArray(R"({"api_key":"libre-key","format":"text","q":"Hello world",)"
+                      R"("source":"auto","target":"zt"})");
+    QTest::newRow("LibreTranslate: 400, bad request")
+        << kLibre << de << QList<Answer>()
+        << Answer::withStatus(400, R"({"error":"Invalid request: missing q parameter"})")
+        << End::Refused << QString() << QByteArray() << QByteArray();
+    QTest::newRow("LibreTranslate: 403, key refused")
+        << kLibre << de << QList<Answer>()
+        << Answer::withStatus(403, R"({"error":"Invalid API key"})") << End::Refused << QString()
+        << QByteArray() << QByteArray();
+    QTest::newRow("LibreTranslate: an HTML page with status 200")
+        << kLibre << de << QList<Answer>() << Answer::htmlPage(200) << End::Unreadable << QString()
+        << QByteArray() << QByteArray();
+    QTest::newRow("LibreTranslate: reset mid-answer")
+        << kLibre << de << QList<Answer>() << reset << End::Unreachable << QString() << QByteArray()
+        << QByteArray();
+
+    const QByteArray twoPairs =
+        R"({"responseData":[{"sourceLanguage":"eng","targetLanguage":"spa"},)"
+        R"({"sourceLanguage":"cat","targetLanguage":"spa"},)"
+        R"({"sourceLanguage":"spa","targetLanguage":"eng"}],"responseDetails":null,)"
+        R"("responseStatus":200})";
+    const Answer hola =
+        Answer::well(R"({"responseData":{"translatedText":"Hola mundo"},"responseDetails":null,)"
+                     R"("responseStatus":200})");
+    QTest::newRow("Apertium: one pair into English")
+        << kApertium << QStringLiteral("en") << QList<Answer>{Answer::well(twoPairs)} << hola
+        << End::Answered << QStringLiteral("Hola mundo")
+        << QByteArray("GET /translate?markUnknown=no&langpair=spa%7Ceng&q=Hello+world HTTP/1.1")
+        << QByteArray();
+    QTest::newRow("Apertium: two pairs into Spanish, the identification picks")
+        << kApertium << QStringLiteral("es")
+        << QList<Answer>{Answer::well(twoPairs), Answer::well(R"({"cat":0.2,"eng":0.7})")} << hola
+        << End::Answered << QStringLiteral("Hola mundo")
+        << QByteArray("GET /translate?markUnknown=no&langpair=eng%7Cspa&q=Hello+world HTTP/1.1")
+        << QByteArray();
+    QTest::newRow("Apertium: two pairs, no identification")
+        << kApertium << QStringLiteral("es") << QList<Answer>{Answer::well(twoPairs)}
+        << Answer::withStatus(400, R"({"status":"error","code":400})") << End::Unusable << QString()
+        << QByteArray() << QByteArray();
+    QTest::newRow("Apertium: no pair into German")
+        << kApertium << de << QList<Answer>() << Answer::well(twoPairs) << End::Unusable
+        << QString() << QByteArray("GET /listPairs HTTP/1.1") << QByteArray();
+    QTest::newRow("Apertium: no server there")
+        << kApertium << de << QList<Answer>() << reset << End::Unreachable << QString()
+        << QByteArray() << QByteArray();
+}
+
+void TestGoogleTranslateByURL::serviceReadsItsAnswers()
+{
+    QFETCH(QString, service);
+    QFETCH(QString, target);
+    QFETCH(QList<Answer>, before);
+    QFETCH(Answer, answer);
+    QFETCH(TranslationEnd, end);
+    QFETCH(QString, text);
+    QFETCH(QByteArray, requestLine);
+    QFETCH(QByteArray, body);
+
+    for (const Answer &scripted : std::as_const(before))
+        m_server->enqueueAnswer(scripted);
+    m_server->setDefaultAnswer(answer);
+    TranslationOutcome outcome; // outlives the client, which ends a request left in flight
+    const std::unique_ptr<Translator> client(
+        TranslationServices::create(service, settingsFor(m_server->baseUrl(), {service})));
+    QVERIFY(client->isConfigured());
+    client->translateText(QStringLiteral("Hello world"), target, outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
+
+    QCOMPARE(client->lastEnd(), end);
+    QCOMPARE(outcome.success, end == TranslationEnd::Answered);
+    QCOMPARE(outcome.text, text);
+    QCOMPARE(outcome.error.isEmpty(), outcome.success);
+    // What was sent never holds a key where a log could show it.
+    for (const QString &line : takeLog())
+        QVERIFY2(!line.contains(QLatin1String("secret-key")), qPrintable(line));
+    const QList<LoopbackTranslationServer::RecordedRequest> requests = m_server->requests();
+    if (!requestLine.isEmpty()) {
+        QCOMPARE(requests.constLast().requestLine, requestLine);
+        if (service == kDeepL)
+            QCOMPARE(requests.constLast().headerValue("Authorization"),
+                     QByteArray("DeepL-Auth-Key secret-key:fx"));
+    }
+    if (!body.isEmpty())
+        QCOMPARE(requests.constLast().body, body);
+}
+
+void TestGoogleTranslateByURL::chainAsksTheNextServiceWhenOneRefuses_data()
+{
+    QTest::addColumn<QStringList>("order");
+    QTest::addColumn<QList<Answer>>("answers"); // one per request, in order
+    QTest::addColumn<QString>("answeredBy");    // empty: every service failed
+    QTest::addColumn<QString>("result");        // the translation, or the error text
+    QTest::addColumn<int>("requests");
+
+    const QString google = QString::fromLatin1(GoogleTranslateByURL::kServiceName);
+    const QStringList three{google, kAlternative, kLibre};
+    const Answer alternativeAnswers = Answer::well(R"([["Hallo","en"]])");
+    const Answer libreAnswers =
+        Answer::well(R"({"translatedText":"Hallo","detectedLanguage":{"language":"en"}})");
+
+    QTest::newRow("default refuses with a 429 page, the alternative answers")
+        << TranslationServices::defaultOrder()
+        << QList<Answer>{Answer::htmlPage(429), alternativeAnswers} << kAlternative
+        << QStringLiteral("Hallo") << 2;
+    QTest::newRow("both refuse, LibreTranslate answers")
+        << three << QList<Answer>{Answer::htmlPage(429), Answer::htmlPage(503), libreAnswers}
+        << kLibre << QStringLiteral("Hallo") << 3;
+    QTest::newRow("default unreachable: the alternative client is not asked")
+        << three << QList<Answer>{Answer::of(Behaviour::ResetMidBody), libreAnswers} << kLibre
+        << QStringLiteral("Hallo") << 2;
+    QTest::newRow("all refuse: the first service's error text")
+        << three
+        << QList<Answer>{Answer::htmlPage(429), Answer::htmlPage(429),
+                         Answer::withStatus(429, R"({"error":"Slowdown"})")}
+        << QString() << kUnable << 3;
+    QTest::newRow("DeepL without a key is passed over")
+        << QStringList{kDeepL, google} << QList<Answer>{Answer::echo()} << google
+        << LoopbackTranslationServer::echoTranslation(QStringLiteral("Hello")) << 1;
+}
+
+void TestGoogleTranslateByURL::chainAsksTheNextServiceWhenOneRefuses()
+{
+    QFETCH(QStringList, order);
+    QFETCH(QList<Answer>, answers);
+    QFETCH(QString, answeredBy);
+    QFETCH(QString, result);
+    QFETCH(int, requests);
+
+    for (const Answer &answer : std::as_const(answers))
+        m_server->enqueueAnswer(answer);
+    ServiceSettings settings = settingsFor(m_server->baseUrl(), order);
+    settings.deepLAPIKey.clear();
+    const std::unique_ptr<TranslationChain> chain(TranslationServices::createChain(settings));
+    QStringList announced;
+    connect(chain.get(), &TranslationChain::answered, this,
+            [&announced](const QString &name, bool first) {
+                announced << name + (first ? QStringLiteral(" first") : QString());
+            });
+    TranslationOutcome outcome;
+    chain->translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, kWaitMs);
+
+    QCOMPARE(m_server->requestCount(), requests);
+    QCOMPARE(outcome.success, !answeredBy.isEmpty());
+    QCOMPARE(outcome.success ? outcome.text : outcome.error, result);
+    const bool byFirst = answeredBy == chain->services().constFirst()->serviceName();
+    QCOMPARE(announced, QStringList{answeredBy + (byFirst ? QStringLiteral(" first") : QString())});
+    // The log says what each service that failed answered.
+    const QStringList log = takeLog();
+    const qsizetype failures = std::count_if(log.cbegin(), log.cend(), [](const QString &line) {
+        return line.contains(QLatin1String(" answered: "));
+    });
+    QCOMPARE(failures, qsizetype(requests - (outcome.success ? 1 : 0)));
+}
+
+void TestGoogleTranslateByURL::cancelDuringFallbackSendsNothingMore()
+{
+    m_server->enqueueAnswer(Answer::htmlPage(429));
+    m_server->enqueueAnswer(Answer::of(Behaviour::Silent));
+    const std::unique_ptr<TranslationChain> chain(TranslationServices::createChain(settingsFor(
+        m_server->baseUrl(), TranslationServices::defaultOrder() + QStringList{kLibre})));
+    TranslationOutcome outcome;
+    chain->translateText(QStringLiteral("Hello"), QStringLiteral("de"), outcome.recorder());
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 2, kWaitMs);
+
+    chain->cancelCurrentTranslationRequestIfAny();
+    QCOMPARE(outcome.calls, 1);
+    QCOMPARE(outcome.success, false);
+    QCOMPARE(chain->lastEnd(), TranslationEnd::Cancelled);
+    QTest::qWait(500);
+    QCOMPARE(m_server->requestCount(), 2);
+    QCOMPARE(outcome.calls, 1);
+}
+
+void TestGoogleTranslateByURL::prepareOpensTheConnectionAndSendsNothing()
+{
+    TlsLoopbackServer server(m_certificates->make(TestCertificates::Kind::Trusted));
+    QVERIFY(server.isListening());
+    GoogleTranslateByURL client(server.baseUrl());
+    client.prepare();
+    client.prepare(); // one connection is enough
+    QTRY_COMPARE_WITH_TIMEOUT(server.handshakeCount(), 1, kWaitMs);
+    QTest::qWait(200);
+    QCOMPARE(server.connectionCount(), 1);
+    QCOMPARE(server.requestCount(), 0);
+
+    // The request goes out on that connection.
+    requireUsable(client, nullptr);
+    QCOMPARE(server.connectionCount(), 1);
+    QCOMPARE(server.requestCount(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestGoogleTranslateByURL)

@@ -185,6 +185,83 @@ QString Preferences::translationServiceURL() const
         .toString();
 }
 
+QStringList Preferences::translationServices() const
+{
+    return m_settings->value(kTranslationServices).toStringList();
+}
+
+void Preferences::setTranslationServices(const QStringList &names)
+{
+    write(kTranslationServices, names);
+}
+
+void Preferences::setOrRemove(const char *key, const QString &value)
+{
+    if (value.trimmed().isEmpty()) {
+        m_settings->remove(QLatin1String(key));
+        return;
+    }
+    write(key, value.trimmed());
+}
+
+QString Preferences::secret(const char *key) const
+{
+    if (m_secrets) {
+        if (const std::optional<QString> kept = m_secrets->readSecret(QLatin1String(key)))
+            return *kept;
+    }
+    return m_settings->value(QLatin1String(key)).toString();
+}
+
+void Preferences::setSecret(const char *key, const QString &value)
+{
+    if (m_secrets && m_secrets->writeSecret(QLatin1String(key), value)) {
+        m_settings->remove(QLatin1String(key));
+        return;
+    }
+    setOrRemove(key, value);
+}
+
+QString Preferences::deepLAPIKey() const
+{
+    return secret(kDeepLAPIKey);
+}
+
+void Preferences::setDeepLAPIKey(const QString &key)
+{
+    setSecret(kDeepLAPIKey, key);
+}
+
+QString Preferences::libreTranslateURL() const
+{
+    return m_settings->value(kLibreTranslateURL).toString();
+}
+
+void Preferences::setLibreTranslateURL(const QString &url)
+{
+    setOrRemove(kLibreTranslateURL, url);
+}
+
+QString Preferences::libreTranslateAPIKey() const
+{
+    return secret(kLibreTranslateAPIKey);
+}
+
+void Preferences::setLibreTranslateAPIKey(const QString &key)
+{
+    setSecret(kLibreTranslateAPIKey, key);
+}
+
+QString Preferences::apertiumURL() const
+{
+    return m_settings->value(kApertiumURL).toString();
+}
+
+void Preferences::setApertiumURL(const QString &url)
+{
+    setOrRemove(kApertiumURL, url);
+}
+
 QStringList Preferences::keystrokeCaptureApplications() const
 {
     return m_settings->value(kKeystrokeCaptureApplications).toStringList();

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "settings/SecretStore.h"
+
 #include <memory>
 #include <optional>
 
@@ -35,6 +37,12 @@ inline constexpr char kCheckForUpdatesAutomatically[] = "CheckForUpdatesAutomati
 inline constexpr char kSendSystemProfileWithUpdateChecks[] = "SendSystemProfileWithUpdateChecks";
 // The last note told about the typing-mode shortcut being owned by another program.
 inline constexpr char kTypingModeShortcutNoticeTold[] = "TypingModeShortcutNoticeTold";
+// The translation services, first asked first, and what each needs.
+inline constexpr char kTranslationServices[] = "TranslationServices";
+inline constexpr char kDeepLAPIKey[] = "DeepLAPIKey";
+inline constexpr char kLibreTranslateURL[] = "LibreTranslateURL";
+inline constexpr char kLibreTranslateAPIKey[] = "LibreTranslateAPIKey";
+inline constexpr char kApertiumURL[] = "ApertiumURL";
 } // namespace PreferenceKeys
 
 // The translation endpoint's scheme, host and port when nothing else is configured.
@@ -96,8 +104,26 @@ public:
     bool usageReportingEnabled() const;
     QString usageReportingURL() const;
 
+    // The services in the user's order; empty when never chosen (the default applies).
+    QStringList translationServices() const;
+    void setTranslationServices(const QStringList &names);
+    // Each service's key or address; empty when not set. Setting an empty value removes
+    // the key, so that nothing the user did not set is written. The API keys go to the
+    // secret store when there is one, else to this file.
+    QString deepLAPIKey() const;
+    void setDeepLAPIKey(const QString &key);
+    QString libreTranslateURL() const;
+    void setLibreTranslateURL(const QString &url);
+    QString libreTranslateAPIKey() const;
+    void setLibreTranslateAPIKey(const QString &key);
+    QString apertiumURL() const;
+    void setApertiumURL(const QString &url);
+
     // Writes pending changes to disk.
     void synchronize();
+
+    // Where API keys are kept from now on; null: in the settings file.
+    void setSecretStore(std::shared_ptr<SecretStore> store) { m_secrets = std::move(store); }
 
     // The store itself, for keys without an accessor.
     QSettings &settings();
@@ -111,7 +137,11 @@ private:
     // Makes an existing file 0600; with aboutToWrite, creates a missing one as 0600.
     void keepFilePrivate(bool aboutToWrite);
     void guardWrites();
+    void setOrRemove(const char *key, const QString &value);
+    QString secret(const char *key) const;
+    void setSecret(const char *key, const QString &value);
 
     std::unique_ptr<QSettings> m_settings;
     std::unique_ptr<QObject> m_writeGuard;
+    std::shared_ptr<SecretStore> m_secrets;
 };
