@@ -7,7 +7,6 @@
 #include "platform/atspi/AccessibilityBusWatcher.h"
 #include "platform/ModifierKeyMonitor.h"
 #include "platform/Platform.h"
-#include "platform/TextCaptureBackend.h"
 #include "system/AccessibilityTrust.h"
 #include "system/TrustAlerts.h"
 #include "system/TrustMonitor.h"
@@ -141,12 +140,12 @@ bool AppDelegate::applicationDidFinishLaunching()
 
 void AppDelegate::showSessionLimits()
 {
+    // Only what is known without waking anything up: reading other applications is found
+    // out at the first gesture, which says so in the popover.
     QStringList limits;
-    if (!m_keyMonitor->canInstall())
+    if (!m_keyMonitor->isInstalled() && !m_keyMonitor->canInstall())
         limits << QStringLiteral("This session does not let Tolkaro watch the Control key: the "
                                  "translation gesture is off");
-    else if (!m_platform.textCapture().isValid())
-        limits << QStringLiteral("This session does not let Tolkaro read other applications");
     m_statusMenu->showSessionLimits(limits);
     if (!m_preferencesWindowController->canBindShortcuts())
         StatusMenu::showUnavailable(

@@ -17,6 +17,7 @@
 #include <QWindow>
 #include <QtGui/qguiapplication_platform.h>
 
+#include <X11/Xlib.h>
 #include <X11/keysym.h>
 #include <unistd.h>
 
@@ -178,7 +179,14 @@ WindowActivation &X11Platform::windowActivation()
 
 bool X11Platform::compositorIsRunning()
 {
-    return windowQueries().compositorIsRunning();
+    // A compositing manager owns the _NET_WM_CM_S<screen> selection. Asked over Qt's own
+    // display: at start-up, before anything else needs a connection of its own.
+    auto *x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    Display *display = x11 ? x11->display() : nullptr;
+    if (!display)
+        return false;
+    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(DefaultScreen(display));
+    return XGetSelectionOwner(display, XInternAtom(display, name.constData(), False)) != None;
 }
 
 std::unique_ptr<ModifierKeyMonitor> X11Platform::createKeySource(const QString &alternativeKey,

@@ -43,7 +43,6 @@ X11WindowQueries::X11WindowQueries(const QString &displayName)
         return;
     }
     m_connection = connection;
-    m_screenNumber = screenNumber;
     m_root = screens.data->root;
     auto version =
         reply(xcb_res_query_version_reply(m_connection, xcb_res_query_version(m_connection, 1, 2),
@@ -241,10 +240,4 @@ std::optional<QPoint> X11WindowQueries::pointerPosition()
     if (!pointer)
         return std::nullopt;
     return QPoint(pointer->root_x, pointer->root_y);
-}
-
-bool X11WindowQueries::compositorIsRunning()
-{
-    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(m_screenNumber);
-    return selectionOwner(name.constData()) != 0;
 }

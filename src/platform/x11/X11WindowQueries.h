@@ -46,8 +46,6 @@ public:
     bool modifierKeysDown();
     // The pointer in screen pixels.
     std::optional<QPoint> pointerPosition();
-    // A compositing manager owns this screen's _NET_WM_CM_S<n> selection.
-    bool compositorIsRunning();
 
 private:
     unsigned long clientWindowOf(unsigned long frame);
@@ -56,6 +54,5 @@ private:
 
     xcb_connection_t *m_connection = nullptr;
     unsigned long m_root = 0;
-    int m_screenNumber = 0;
     bool m_hasXRes = false;
 };
