@@ -214,7 +214,7 @@ void TestCommandLine::informationAndMisuse_data()
         << QStringList{QStringLiteral("--translate"), QStringLiteral("a"), QStringLiteral("b")} << 1
         << QByteArray() << QByteArray("Unexpected argument 'b'");
     QTest::newRow("tray without a desktop: what is missing and what works")
-        << QStringList{} << 1 << QByteArray()
+        << QByteArray() << QStringList{} << 1 << QByteArray()
         << QByteArray("no graphical session found (DISPLAY and WAYLAND_DISPLAY are not set).\n"
                       "Tolkaro lives in the system tray of a desktop session; start it from "
                       "there.\nWithout a desktop, 'tolkaro --translate <text>' translates");
