@@ -61,7 +61,7 @@ void TranslationController::controlDoublePressed(bool alternativeLanguage)
     startTranslatingText(cut);
 }
 
-void TranslationController::warmUp()
+void TranslationController::controlPressedOnce()
 {
     m_translator.prepare();
 }

@@ -50,11 +50,11 @@ public:
     void alternativeLanguageSwitched(bool alternativeLanguage) override;
     void controlDoublePressReleased() override;
     void altPressedWhenControlIsDoublePressed() override;
-
-    bool isBooksAppActive();
     // The gesture's first Control tap: the translator opens its connection ahead of the
     // request that may follow.
-    void warmUp();
+    void controlPressedOnce() override;
+
+    bool isBooksAppActive();
     void startTranslatingText(const QString &text);
     void cancelTranslatingText();
 

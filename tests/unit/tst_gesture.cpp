@@ -24,6 +24,8 @@ public:
     }
     void controlDoublePressReleased() override { calls << QStringLiteral("hide"); }
     void altPressedWhenControlIsDoublePressed() override { calls << QStringLiteral("paste"); }
+    void controlPressedOnce() override { ++singlePresses; }
+    int singlePresses = 0;
 };
 
 const Clock::time_point kLaunchTime = Clock::time_point(std::chrono::hours(24));
@@ -69,6 +71,8 @@ class TestGesture : public QObject
 private slots:
     void actionsFollowTheKeys_data();
     void actionsFollowTheKeys();
+    void aFirstPressIsAnnounced_data();
+    void aFirstPressIsAnnounced();
 };
 
 void TestGesture::actionsFollowTheKeys_data()
@@ -152,6 +156,33 @@ void TestGesture::actionsFollowTheKeys()
     tolkaro::setLogSink({});
 
     QCOMPARE(actions.calls.join(QLatin1Char(' ')), expectedCalls);
+}
+
+
+// Each left Control press that does not complete a double press may begin one: the
+// controller opens the translator's connection then.
+void TestGesture::aFirstPressIsAnnounced_data()
+{
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<int>("singlePresses");
+    QTest::newRow("a double press: its first press") << "+LC@1000 -LC@1100 +LC@1200" << 1;
+    QTest::newRow("two presses 0.5 s apart") << "+LC@1000 -LC@1100 +LC@1500 -LC@1600" << 2;
+    QTest::newRow("completing the launch-time press") << "+LC@300" << 0;
+    QTest::newRow("right Control") << "+RC@1000 -RC@1100" << 0;
+}
+
+void TestGesture::aFirstPressIsAnnounced()
+{
+    QFETCH(QString, script);
+    QFETCH(int, singlePresses);
+    tolkaro::setLogSink([](const QString &) {});
+    RecordingActions actions;
+    ModifierGestureDetector detector(actions);
+    detector.setLastControlKeyPressedTime(kLaunchTime);
+    for (const GestureKeyEvent &event : eventsFromScript(script))
+        detector.keyboardTapEvent(event);
+    tolkaro::setLogSink({});
+    QCOMPARE(actions.singlePresses, singlePresses);
 }
 
 QTEST_APPLESS_MAIN(TestGesture)

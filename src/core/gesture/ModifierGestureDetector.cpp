@@ -46,6 +46,8 @@ void ModifierGestureDetector::keyboardTapEvent(const GestureKeyEvent &event)
             if (interval <= kDoublePressWindow) {
                 m_controlIsDoublePressed = true;
                 m_actions.controlDoublePressed(m_alternativeKeyIsPressed);
+            } else {
+                m_actions.controlPressedOnce();
             }
         } else if ((event.held & kAltKeys) && event.key == GestureKey::LeftAlt &&
                    m_controlIsDoublePressed) {

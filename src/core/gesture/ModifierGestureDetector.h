@@ -47,6 +47,9 @@ public:
     virtual void altPressedWhenControlIsDoublePressed() = 0;
     // Left Control released: the gesture is over.
     virtual void controlDoublePressReleased() = 0;
+    // Left Control pressed without completing a double press: a gesture may follow, so
+    // whatever its translation needs can be made ready now.
+    virtual void controlPressedOnce() {}
 };
 
 // Turns the stream of gesture-key changes into gesture actions: left Control pressed twice
