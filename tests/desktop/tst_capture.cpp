@@ -3,11 +3,12 @@
 // through the applications' Edit menus with the clipboard left byte for byte as it was, and
 // a stopped application that makes a capture fail instead of hanging.
 //
-// Every AT-SPI read of the test goes through UIElementUtilities, so it runs on the same
-// AT-SPI thread as the code under test (libatspi must stay on one thread).
+// Every AT-SPI read of the test runs on the same AT-SPI thread as the code under test
+// (libatspi must stay on one thread).
 
 #include "capture/AccessibilityManager.h"
 #include "capture/ClipboardSnapshot.h"
+#include "platform/atspi/UIElementText.h"
 #include "platform/atspi/UIElementUtilities.h"
 #include "CaptureTestHelpers.h"
 #include "UIElementSearch.h"
@@ -56,7 +57,7 @@ UIElement widget(const QString &which, const QString &title)
 
 void pointAt(const UIElement &element)
 {
-    QCursor::setPos(UIElementUtilities::frameOfUIElement(element).center().toPoint());
+    QCursor::setPos(UIElementSearch::frameOfUIElement(element).center().toPoint());
     QTest::qWait(20);
 }
 
@@ -64,7 +65,7 @@ const QString kNothing = QStringLiteral("(nothing captured)");
 
 QString captured()
 {
-    return AccessibilityManager::getStringForCurrentUIElement().value_or(kNothing);
+    return AccessibilityManager::getStringForCurrentUIElement().text.value_or(kNothing);
 }
 
 // Text, HTML, a PNG and a custom type with NUL bytes, as another application offers them.
@@ -152,8 +153,7 @@ void TestCapture::prepare(const QString &which, const UIElement &element, const 
     // the keyboard but no longer reports the focus until it is focused anew.)
     QVERIFY(clickToFocus(element));
     QVERIFY(QTest::qWaitFor([&] {
-        return !isNullValue(UIElementUtilities::valueOfAttribute(QStringLiteral("AXFocusedWindow"),
-                                                                 application(which)));
+        return !UIElementUtilities::focusedWindowOfApplication(application(which)).isNull();
     }));
     // Past the double-click time: the next click on the same spot must not select a word.
     QTest::qWait(kDoubleClickTime);
@@ -189,11 +189,10 @@ void TestCapture::textUnderThePointer()
     if (!contents.isEmpty())
         QVERIFY(setText(element, contents));
     pointAt(element);
-    QCOMPARE(captured(), expected);
+    const CapturedText capture = AccessibilityManager::getStringForCurrentUIElement();
+    QCOMPARE(capture.text.value_or(kNothing), expected);
     // The paste that may follow goes to the application the text came from.
-    QCOMPARE(UIElementUtilities::applicationOfUIElement(
-                 AccessibilityManager::currentlyProcessedElement()),
-             application(which));
+    QCOMPARE(UIElementUtilities::applicationOfUIElement(capture.target), application(which));
 }
 
 void TestCapture::longestAttributeWins_data()
@@ -317,9 +316,10 @@ void TestCapture::pasteReplacesTheSelection()
     const QString translation = QStringLiteral("Übersetzung");
     if (intoLastCapture) {
         pointAt(element);
-        QVERIFY(captured() != kNothing);
-        AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(UIElement(),
-                                                                                    translation);
+        const CapturedText capture = AccessibilityManager::getStringForCurrentUIElement();
+        QVERIFY(capture.text);
+        AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(
+            capture.target, translation);
     } else {
         AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(application(which),
                                                                            translation);
@@ -352,7 +352,7 @@ void TestCapture::editableTextReplacesTheSelection()
 
     const UIElement element = widget(which, widgetTitle);
     prepare(which, element, QStringLiteral("alpha beta gamma"), 6, 4);
-    const bool replaced = UIElementUtilities::replaceSelectedText(element, QStringLiteral("Grüße 🙂"));
+    const bool replaced = UIElementText::replaceSelectedText(element, QStringLiteral("Grüße 🙂"));
     QCOMPARE(valueText(element), QStringLiteral("alpha Grüße 🙂 gamma"));
     // And it says so, having read the text back.
     QVERIFY(replaced);

@@ -67,7 +67,7 @@ public:
         return QTest::qWaitFor(
             [this] {
                 // A call that timed out makes the next ones give up until new work begins.
-                UIElementUtilities::beginWork();
+                AtspiCall::beginWork();
                 return !labelElement().isNull();
             },
             timeoutMs);
@@ -86,7 +86,7 @@ private:
 
 void pointAt(const UIElement &element)
 {
-    QCursor::setPos(UIElementUtilities::frameOfUIElement(element).center().toPoint());
+    QCursor::setPos(UIElementSearch::frameOfUIElement(element).center().toPoint());
     QTest::qWait(20);
 }
 
@@ -97,7 +97,7 @@ std::optional<QString> captureWhileSignalling(pid_t pid, int signal, int delayMs
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
         ::kill(pid, signal);
     });
-    const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement();
+    const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement().text;
     fault.join();
     return text;
 }
@@ -233,7 +233,7 @@ void TestFaults::captureAnswersAfterTheTargetFails()
     OwnTarget target(label);
     QVERIFY(target.waitUntilReadable());
     pointAt(target.labelElement());
-    QCOMPARE(AccessibilityManager::getStringForCurrentUIElement(), std::optional<QString>(label));
+    QCOMPARE(AccessibilityManager::getStringForCurrentUIElement().text, std::optional<QString>(label));
 
     // It returns (a hang ends the test by its timeout): with nothing or the label from a
     // stopped application, and from a killed one possibly what its window uncovered.
@@ -244,14 +244,14 @@ void TestFaults::captureAnswersAfterTheTargetFails()
     if (signal == SIGSTOP) {
         QCOMPARE(::kill(target.pid(), SIGCONT), 0);
         QVERIFY(QTest::qWaitFor(
-            [&] { return AccessibilityManager::getStringForCurrentUIElement() == label; }));
+            [&] { return AccessibilityManager::getStringForCurrentUIElement().text == label; }));
     } else {
         const UIElement shared =
             findByTitle(UIElementUtilities::applicationElementForProcess(sharedGtkTargetPid()),
                         kLabelText);
         pointAt(shared);
         QVERIFY(QTest::qWaitFor(
-            [&] { return AccessibilityManager::getStringForCurrentUIElement() == kLabelText; }));
+            [&] { return AccessibilityManager::getStringForCurrentUIElement().text == kLabelText; }));
     }
 }
 
@@ -314,7 +314,7 @@ void TestFaults::gestureAnswersAfterTheAccessibilityBusRestarts()
     // Tolkaro reads through the bus that is about to go.
     const UIElement shared = findByTitle(UIElementUtilities::applicationElementForProcess(sharedGtkTargetPid()),
                                          kLabelText);
-    QVERIFY(gestureShows(UIElementUtilities::frameOfUIElement(shared).center().toPoint(), kLabelText));
+    QVERIFY(gestureShows(UIElementSearch::frameOfUIElement(shared).center().toPoint(), kLabelText));
 
     const QString before = tolkaroBusOwner();
     const QList<pid_t> tree = accessibilityBusProcesses();
