@@ -32,7 +32,6 @@
 #include <QTextStream>
 
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -53,14 +52,6 @@ void moveTo(const QPoint &point)
 
 int main(int argc, char **argv)
 {
-    if (argc >= 2 && std::strcmp(argv[1], "--own-clipboard") == 0) {
-        // A clipboard owner is no application to read: kept off the accessibility bus. Its
-        // arrival there, just before a capture test presses a GTK menu item, left the GTK
-        // target silent for over a second (the press then never happened) in about one
-        // run of ten.
-        qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/tolkaro-no-bus");
-        qunsetenv("AT_SPI_BUS_ADDRESS");
-    }
     QGuiApplication app(argc, argv);
     const QStringList args = app.arguments();
     QTextStream out(stdout);
