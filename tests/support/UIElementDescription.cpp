@@ -76,7 +76,8 @@ QList<QPair<QString, QString>> attributes(const UIElement &element)
                                                      .arg(extents->height())});
     if (const std::optional<qsizetype> count = UIElementText::characterCount(element)) {
         lines.append({QStringLiteral("characters"), QString::number(*count)});
-        lines.append({QStringLiteral("text"), UIElementText::contents(element).value_or(QString())});
+        lines.append(
+            {QStringLiteral("text"), UIElementText::contents(element).value_or(QString())});
         lines.append({QStringLiteral("selected text"),
                       UIElementText::selectedText(element).value_or(QString())});
     }
@@ -87,7 +88,8 @@ QList<QPair<QString, QString>> attributes(const UIElement &element)
     if (const auto binding = UIElementUtilities::menuKeyBindingOfUIElement(element))
         lines.append({QStringLiteral("menu key"),
                       QStringLiteral("%1 modifiers %2").arg(binding->key).arg(binding->modifiers)});
-    const QHash<QString, QString> objectAttributes = AtspiCall::objectAttributes(element.accessible());
+    const QHash<QString, QString> objectAttributes =
+        AtspiCall::objectAttributes(element.accessible());
     for (auto it = objectAttributes.cbegin(); it != objectAttributes.cend(); ++it)
         lines.append({it.key(), it.value()});
     return lines;
@@ -105,7 +107,8 @@ QString actionsDescription(const UIElement &element)
         const QString name = takeString(atspi_action_get_action_name(actions.get(), i, &error));
         failed(error);
         error = nullptr;
-        const QString about = takeString(atspi_action_get_action_description(actions.get(), i, &error));
+        const QString about =
+            takeString(atspi_action_get_action_description(actions.get(), i, &error));
         description += QStringLiteral("   %1 - %2\n").arg(name, about);
     }
     return description.isEmpty() ? description : QStringLiteral("\nActions:\n") + description;

@@ -25,8 +25,7 @@ bool gaveUpOnThisThread();
 // Runs work on the AT-SPI thread and returns its result, or the fallback when the work has
 // given up before it started or did not finish in time. Work started from the AT-SPI thread
 // runs at once, so operations built on run() compose inside one another.
-template <typename T>
-T run(std::function<T()> work, T fallback = T());
+template <typename T> T run(std::function<T()> work, T fallback = T());
 
 // Measures one call: a call that took most of the method-call timeout sets the give-up mark.
 class StallGuard
@@ -57,8 +56,7 @@ private:
 
 } // namespace AtspiCall
 
-template <typename T>
-T AtspiCall::run(std::function<T()> work, T fallback)
+template <typename T> T AtspiCall::run(std::function<T()> work, T fallback)
 {
     return AtspiThread::instance()
         .call<T>([work = std::move(work), fallback] {

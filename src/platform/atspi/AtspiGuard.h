@@ -14,21 +14,18 @@
 namespace AtspiCall {
 
 // One GObject reference (an element, an interface, a state set), released by its owner.
-template <typename T>
-struct GObjectUnref
+template <typename T> struct GObjectUnref
 {
     void operator()(T *object) const { g_object_unref(object); }
 };
-template <typename T>
-using GObjectRef = std::unique_ptr<T, GObjectUnref<T>>;
+template <typename T> using GObjectRef = std::unique_ptr<T, GObjectUnref<T>>;
 
 // Memory that g_free releases (extents, ranges).
 struct GFree
 {
     void operator()(void *memory) const { g_free(memory); }
 };
-template <typename T>
-using GMemory = std::unique_ptr<T, GFree>;
+template <typename T> using GMemory = std::unique_ptr<T, GFree>;
 
 // A text range with its text.
 struct TextRangeFree

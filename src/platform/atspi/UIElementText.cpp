@@ -37,7 +37,8 @@ UIElement embeddedObjectAt(AtspiHypertext *hypertext, gint offset)
 }
 
 // What a child element shown as an embedded-object character gives to its parent's text.
-enum class ChildPart {
+enum class ChildPart
+{
     Selection, // its selected part, block or inline
     Inline,    // all its text when it is inline (a link); nothing when it is a block
 };
@@ -105,9 +106,9 @@ std::optional<QString> selectionOf(AtspiAccessible *accessible, int depth, int &
             selected.clear();
     }
     if (selected.contains(QChar(kEmbeddedObject)))
-        selected = withEmbeddedObjects(accessible, selected, start, ChildPart::Selection, depth,
-                                       budget)
-                       .trimmed();
+        selected =
+            withEmbeddedObjects(accessible, selected, start, ChildPart::Selection, depth, budget)
+                .trimmed();
     return selected.isEmpty() ? std::nullopt : std::optional<QString>(selected);
 }
 
@@ -229,7 +230,8 @@ bool UIElementText::replaceSelectedText(const UIElement &element, const QString 
         const QByteArray utf8 = text.toUtf8();
         const gint length = qtToolkit ? gint(text.size()) : gint(utf8.size());
         if (!gaveUpOnThisThread()) {
-            atspi_editable_text_insert_text(editable.get(), start, utf8.constData(), length, &error);
+            atspi_editable_text_insert_text(editable.get(), start, utf8.constData(), length,
+                                            &error);
             failed(error);
         }
         // Read back: the calls' answers do not say whether the text changed.

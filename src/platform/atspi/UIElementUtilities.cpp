@@ -55,9 +55,10 @@ qint64 processOf(AtspiAccessible *accessible)
 {
     static QHash<QByteArray, qint64> processes;
     const AtspiApplication *connection = accessible->parent.app;
-    const QByteArray busName = connection && connection->bus_name ? QByteArray(connection->bus_name)
-                                                                  : QByteArray();
-    if (const auto found = processes.constFind(busName); !busName.isEmpty() && found != processes.cend())
+    const QByteArray busName =
+        connection && connection->bus_name ? QByteArray(connection->bus_name) : QByteArray();
+    if (const auto found = processes.constFind(busName);
+        !busName.isEmpty() && found != processes.cend())
         return *found;
     GError *error = nullptr;
     const guint pid = atspi_accessible_get_process_id(accessible, &error);
@@ -168,7 +169,8 @@ UIElement UIElementUtilities::parentOfUIElement(const UIElement &element)
         if (roleOf(element.accessible()) == ATSPI_ROLE_APPLICATION || gaveUpOnThisThread())
             return {};
         GError *error = nullptr;
-        UIElement parent = UIElement::adopt(atspi_accessible_get_parent(element.accessible(), &error));
+        UIElement parent =
+            UIElement::adopt(atspi_accessible_get_parent(element.accessible(), &error));
         return failed(error) ? UIElement() : parent;
     });
 }
@@ -184,8 +186,8 @@ QList<UIElement> UIElementUtilities::childrenOfUIElement(const UIElement &elemen
         if (failed(error))
             return children;
         for (gint i = 0; i < count && !gaveUpOnThisThread(); ++i) {
-            UIElement child =
-                UIElement::adopt(atspi_accessible_get_child_at_index(element.accessible(), i, &error));
+            UIElement child = UIElement::adopt(
+                atspi_accessible_get_child_at_index(element.accessible(), i, &error));
             if (!failed(error) && child)
                 children.append(std::move(child));
         }
@@ -205,7 +207,8 @@ std::optional<QRect> UIElementUtilities::extentsOfUIElement(const UIElement &ele
     if (!element)
         return std::nullopt;
     return run<std::optional<QRect>>([=]() -> std::optional<QRect> {
-        const auto component = interfaceOf(element.accessible(), atspi_accessible_get_component_iface);
+        const auto component =
+            interfaceOf(element.accessible(), atspi_accessible_get_component_iface);
         if (!component)
             return std::nullopt;
         GError *error = nullptr;
@@ -231,7 +234,8 @@ std::optional<double> UIElementUtilities::numericValueOfUIElement(const UIElemen
     });
 }
 
-std::optional<MenuKeyBinding> UIElementUtilities::menuKeyBindingOfUIElement(const UIElement &element)
+std::optional<MenuKeyBinding>
+UIElementUtilities::menuKeyBindingOfUIElement(const UIElement &element)
 {
     if (!element)
         return std::nullopt;
@@ -308,9 +312,10 @@ void UIElementUtilities::performAction(UIElementAction action, const UIElement &
         // answer is no sign of a hang, and must not make the next capture give up.
         const KeepGiveUpMark keep;
         atspi_set_timeout(int(AtspiThread::kActionTimeout.count()), 0);
-        const auto restore = qScopeGuard(
-            [] { atspi_set_timeout(int(AtspiThread::kMethodCallTimeout.count()), 0); });
-        const GObjectRef<AtspiAction> actions(atspi_accessible_get_action_iface(element.accessible()));
+        const auto restore =
+            qScopeGuard([] { atspi_set_timeout(int(AtspiThread::kMethodCallTimeout.count()), 0); });
+        const GObjectRef<AtspiAction> actions(
+            atspi_accessible_get_action_iface(element.accessible()));
         if (!actions)
             return;
         const int index = pressActionIndex(actions.get());

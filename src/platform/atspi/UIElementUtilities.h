@@ -13,7 +13,8 @@
 
 // What an element is, as far as Tolkaro tells elements apart; Unknown when the role could
 // not be read.
-enum class UIElementRole {
+enum class UIElementRole
+{
     Unknown,
     Other,
     Application,
@@ -24,7 +25,8 @@ enum class UIElementRole {
     Terminal,
 };
 
-enum class UIElementState {
+enum class UIElementState
+{
     Enabled = 1 << 0,
     Focused = 1 << 1,
     Showing = 1 << 2,
@@ -37,14 +39,16 @@ Q_DECLARE_FLAGS(UIElementStates, UIElementState)
 Q_DECLARE_OPERATORS_FOR_FLAGS(UIElementStates)
 
 // The texts of an element that a capture chooses from, in their order of preference.
-enum class UIElementTextAttribute {
+enum class UIElementTextAttribute
+{
     Value,       // the Text interface's contents, else the Value interface's number
     Title,       // the accessible name
     Help,        // none: this AT-SPI has no help text (toolkits give the tooltip as description)
     Description, // the accessible description
 };
 
-enum class UIElementAction {
+enum class UIElementAction
+{
     Press, // the element's press action: "click" in GTK, "Press" in Qt, "activate"...
 };
 
