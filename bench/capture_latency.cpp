@@ -30,7 +30,6 @@
 namespace {
 
 using UIElementSearch::findByTitle;
-using UIElementSearch::stringOf;
 
 const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
 
@@ -38,7 +37,7 @@ double captureMilliseconds(bool *gotText)
 {
     QElapsedTimer timer;
     timer.start();
-    const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement();
+    const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement().text;
     const double ms = double(timer.nsecsElapsed()) / 1e6;
     if (gotText)
         *gotText = text.has_value();
@@ -54,7 +53,7 @@ void pointAt(const QPoint &point)
 
 void pointAt(const UIElement &element)
 {
-    pointAt(UIElementUtilities::frameOfUIElement(element).center().toPoint());
+    pointAt(UIElementSearch::frameOfUIElement(element).center().toPoint());
 }
 
 // Captures at the pointer: a few unmeasured first, then one table row.
@@ -73,7 +72,7 @@ void measureRow(const QString &name, int rounds, bool showText)
     std::printf("%-22s %4d/%-3d %10.2f %10.2f", qPrintable(name), captured, rounds, result.median,
                 result.p95);
     if (showText) {
-        const QString text = AccessibilityManager::getStringForCurrentUIElement().value_or(
+        const QString text = AccessibilityManager::getStringForCurrentUIElement().text.value_or(
             QStringLiteral("(nothing)"));
         std::printf("   %s", qPrintable(text.left(50).simplified()));
     }
@@ -134,10 +133,11 @@ int main(int argc, char **argv)
             {"text view", QStringLiteral("Target text view")}};
         for (const auto &[kind, title] : widgets) {
             const UIElement element = findByTitle(application, title);
+            const QString words =
+                QStringLiteral("Some words to capture in the %1").arg(QLatin1String(kind));
             if (title != kLabelText)
-                UIElementUtilities::setStringValue(
-                    QStringLiteral("Some words to capture in the %1").arg(QLatin1String(kind)),
-                    QStringLiteral("AXValue"), element);
+                UIElementSearch::withProbe<bool>(
+                    element, [&](const AtspiElement &probe) { return probe.setText(words); });
             pointAt(element);
             measureRow(QStringLiteral("%1 %2").arg(QLatin1String(which), QLatin1String(kind)),
                        rounds, false);

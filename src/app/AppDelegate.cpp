@@ -193,14 +193,15 @@ void AppDelegate::addNotificationObservers()
                        [this](const QVariantMap &) { showSpotlightTranslationPopup(); });
     center.addObserver(
         QString::fromLatin1(NotificationNames::kSpotlightTranslationPerformedSuccessfully), this,
-        [](const QVariantMap &userInfo) {
+        [this](const QVariantMap &userInfo) {
             const QString result =
                 userInfo.value(QString::fromLatin1(NotificationUserInfoKeys::kTranslationResult))
                     .toString();
-            if (result.isEmpty())
+            if (result.isEmpty() || !m_translationController)
                 return;
+            // Into the application of the last capture, as the gesture's paste.
             AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(
-                UIElement(), result);
+                m_translationController->currentlyProcessedElement(), result);
         });
 }
 

@@ -3,7 +3,9 @@
 #include "capture/ClipboardSnapshot.h"
 #include "platform/TextCaptureBackend.h"
 #include "common/Log.h"
-#include "platform/atspi/AtspiThread.h"
+#include "platform/atspi/AtspiCall.h"
+#include "platform/atspi/UIElementHitTest.h"
+#include "platform/atspi/UIElementText.h"
 #include "platform/atspi/UIElementUtilities.h"
 #include "text/CandidateTexts.h"
 #include "text/CopiedPassage.h"
@@ -40,23 +42,10 @@ constexpr int kMenuBarSearchBudget = 200;
 constexpr int kMenuBarSearchDepth = 4;
 constexpr int kMenuDepth = 4;
 
-const QString kRole = QStringLiteral("AXRole");
-const QString kChildren = QStringLiteral("AXChildren");
-const QString kFocusedWindow = QStringLiteral("AXFocusedWindow");
-const QString kFocusedElement = QStringLiteral("AXFocusedUIElement");
-const QString kNumberOfCharacters = QStringLiteral("AXNumberOfCharacters");
-const QString kCmdChar = QStringLiteral("AXMenuItemCmdChar");
-const QString kCmdModifiers = QStringLiteral("AXMenuItemCmdModifiers");
-const QString kEnabled = QStringLiteral("AXEnabled");
-const QString kPress = QStringLiteral("AXPress");
-const QStringList kTextAttributes{QStringLiteral("AXValue"), QStringLiteral("AXTitle"),
-                                  QStringLiteral("AXHelp"), QStringLiteral("AXDescription")};
-
-UIElement &processedElement()
-{
-    static UIElement element;
-    return element;
-}
+// The texts a capture chooses from, in their order of preference.
+constexpr UIElementTextAttribute kTextAttributes[] = {
+    UIElementTextAttribute::Value, UIElementTextAttribute::Title, UIElementTextAttribute::Help,
+    UIElementTextAttribute::Description};
 
 // Serves events until the condition holds or the wait is over.
 void waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds maxWait)
@@ -76,45 +65,13 @@ bool clipboardHasData()
     return data && !data->formats().isEmpty();
 }
 
-QString stringOf(const UIElementValue &value)
-{
-    const auto *text = std::get_if<QString>(&value);
-    return text ? *text : QString();
-}
-
-UIElement elementOf(const UIElementValue &value)
-{
-    const auto *element = std::get_if<UIElement>(&value);
-    return element ? *element : UIElement();
-}
-
-QList<UIElement> childrenOf(const UIElement &element)
-{
-    const UIElementValue children = UIElementUtilities::valueOfAttribute(kChildren, element);
-    const auto *list = std::get_if<QList<UIElement>>(&children);
-    return list ? *list : QList<UIElement>();
-}
-
-// Runs a piece of AT-SPI work in one go on the AT-SPI thread; its fallback when the thread
-// does not finish in time.
-template <typename T>
-T onAtspiThread(std::function<T()> work)
-{
-    return AtspiThread::instance().call<T>(std::move(work)).value_or(T());
-}
-
 bool isMatchingMenuItem(const UIElement &item, const QString &key)
 {
-    // Command key first, then modifiers, then enabled: most items fail at the first test.
-    if (stringOf(UIElementUtilities::valueOfAttribute(kCmdChar, item)) != key)
+    // Command key and modifiers first, then enabled: most items fail at the first test.
+    const std::optional<MenuKeyBinding> binding = UIElementUtilities::menuKeyBindingOfUIElement(item);
+    if (!binding || binding->key != key || binding->modifiers != 0)
         return false;
-    const UIElementValue modifiers = UIElementUtilities::valueOfAttribute(kCmdModifiers, item);
-    const auto *modifierMask = std::get_if<double>(&modifiers);
-    if (!modifierMask || *modifierMask != 0)
-        return false;
-    const UIElementValue enabled = UIElementUtilities::valueOfAttribute(kEnabled, item);
-    const auto *enabledFlag = std::get_if<double>(&enabled);
-    return enabledFlag && *enabledFlag == 1;
+    return UIElementUtilities::statesOfUIElement(item).testFlag(UIElementState::Enabled);
 }
 
 void collectMenuItems(const UIElement &container, const QString &key, int depth,
@@ -122,11 +79,11 @@ void collectMenuItems(const UIElement &container, const QString &key, int depth,
 {
     if (depth > kMenuDepth)
         return;
-    for (const UIElement &child : childrenOf(container)) {
-        const QString role = stringOf(UIElementUtilities::roleOfUIElement(child));
-        if (role == u"AXMenu") {
+    for (const UIElement &child : UIElementUtilities::childrenOfUIElement(container)) {
+        const UIElementRole role = UIElementUtilities::roleOfUIElement(child);
+        if (role == UIElementRole::Menu) {
             collectMenuItems(child, key, depth + 1, found);
-        } else if (role == u"AXMenuItem") {
+        } else if (role == UIElementRole::MenuItem) {
             // Qt puts a submenu under its menu-bar item; GTK makes that item the menu.
             if (isMatchingMenuItem(child, key))
                 found.append(child);
@@ -140,23 +97,24 @@ void collectMenuItems(const UIElement &container, const QString &key, int depth,
 // Linux menu bars have no fixed order of menus, so items are found by accelerator.
 QList<UIElement> menuCommandsOf(const UIElement &application, const QString &key)
 {
-    return onAtspiThread<QList<UIElement>>([=] {
+    return AtspiCall::run<QList<UIElement>>([=] {
         QList<UIElement> found;
         if (!UIElementUtilities::isApplicationUIElement(application))
             return found;
         // Menu bars sit inside the windows, a few levels down.
         QList<QPair<UIElement, int>> queue{{application, 0}};
         int budget = kMenuBarSearchBudget;
-        while (!queue.isEmpty() && budget-- > 0 && !UIElementUtilities::gaveUp()) {
+        while (!queue.isEmpty() && budget-- > 0 && !AtspiCall::gaveUpOnThisThread()) {
             const auto [element, depth] = queue.takeFirst();
-            const QString role = stringOf(UIElementUtilities::roleOfUIElement(element));
-            if (role == u"AXMenuBar") {
+            const UIElementRole role = UIElementUtilities::roleOfUIElement(element);
+            if (role == UIElementRole::MenuBar) {
                 collectMenuItems(element, key, 0, found);
                 continue;
             }
-            if (depth >= kMenuBarSearchDepth || role == u"AXMenu" || role == u"AXMenuItem")
+            if (depth >= kMenuBarSearchDepth || role == UIElementRole::Menu ||
+                role == UIElementRole::MenuItem)
                 continue;
-            for (const UIElement &child : childrenOf(element))
+            for (const UIElement &child : UIElementUtilities::childrenOfUIElement(element))
                 queue.append({child, depth + 1});
         }
         return found;
@@ -186,20 +144,17 @@ struct SelectionAnswer
 
 SelectionAnswer accessibleSelection(const UIElement &application, const UIElement &element)
 {
-    return onAtspiThread<SelectionAnswer>([=] {
+    return AtspiCall::run<SelectionAnswer>([=] {
         SelectionAnswer answer;
-        answer.text = UIElementUtilities::selectedText(element);
-        if (answer.text || isNullValue(UIElementUtilities::valueOfAttribute(kFocusedWindow,
-                                                                           application)))
+        answer.text = UIElementText::selectedText(element);
+        if (answer.text)
             return answer;
-        const UIElement focused = elementOf(
-            UIElementUtilities::valueOfAttribute(kFocusedElement, application));
+        const UIElement focused = UIElementUtilities::focusedUIElementOfApplication(application);
         if (!focused)
             return answer;
         answer.focusReported = true;
-        answer.focusHasText =
-            !isNullValue(UIElementUtilities::valueOfAttribute(kNumberOfCharacters, focused));
-        answer.text = UIElementUtilities::selectedText(focused);
+        answer.focusHasText = UIElementText::characterCount(focused).has_value();
+        answer.text = UIElementText::selectedText(focused);
         return answer;
     });
 }
@@ -208,7 +163,7 @@ SelectionAnswer accessibleSelection(const UIElement &application, const UIElemen
 std::optional<QString> applicationSelection(const UIElement &application, const UIElement &element)
 {
     const SelectionAnswer answer = accessibleSelection(application, element);
-    if (answer.text || answer.focusHasText || UIElementUtilities::gaveUp())
+    if (answer.text || answer.focusHasText || AtspiCall::gaveUp())
         return answer.text;
     const qint64 pid = UIElementUtilities::processIdentifierOfUIElement(application);
     if (pid != 0 && TextCaptureBackend::instance().primarySelectionOwnerProcess() == pid) {
@@ -229,19 +184,19 @@ std::optional<QString> applicationSelection(const UIElement &application, const 
 QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPoint &screenPoint,
                                              const QPoint &windowOrigin)
 {
-    return onAtspiThread<QList<std::optional<QString>>>([=] {
+    return AtspiCall::run<QList<std::optional<QString>>>([=] {
         QList<std::optional<QString>> texts;
-        for (const QString &attribute : kTextAttributes) {
+        for (const UIElementTextAttribute attribute : kTextAttributes) {
             // Never fetch a whole long document: its paragraph is all that is wanted.
-            if (attribute == kTextAttributes.first() &&
-                UIElementUtilities::characterCount(element).value_or(0) > kGestureTextLimit) {
-                if (auto paragraph = UIElementUtilities::paragraphAtScreenPoint(element, screenPoint,
-                                                                          windowOrigin)) {
+            if (attribute == UIElementTextAttribute::Value &&
+                UIElementText::characterCount(element).value_or(0) > kGestureTextLimit) {
+                if (auto paragraph =
+                        UIElementText::paragraphAtScreenPoint(element, screenPoint, windowOrigin)) {
                     texts.append(paragraph);
                     continue;
                 }
             }
-            texts.append(UIElementUtilities::descriptionForUIElement(element, attribute, true));
+            texts.append(UIElementUtilities::descriptionForUIElement(element, attribute));
         }
         return texts;
     });
@@ -282,42 +237,36 @@ void pasteThroughClipboard(const QString &text, const std::function<void()> &pre
 
 } // namespace
 
-std::optional<QString> AccessibilityManager::getStringForCurrentUIElement()
+CapturedText AccessibilityManager::getStringForCurrentUIElement()
 {
     TextCaptureBackend &backend = TextCaptureBackend::instance();
     if (!backend.isValid()) {
         tolkaro::logLine(QStringLiteral("element is nil"));
-        return std::nullopt;
+        return {};
     }
-    UIElementUtilities::beginWork();
+    AtspiCall::beginWork();
     const QPoint screenPoint =
         UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(QCursor::pos()).toPoint();
     const TextCaptureBackend::WindowAtPoint window = backend.windowAtPoint(screenPoint);
     UIElement application = UIElementUtilities::applicationElementForProcess(window.pid);
     UIElement element =
-        UIElementUtilities::elementAtScreenPoint(application, screenPoint, window.origin);
-    if (element) {
-        processedElement() = element;
-    } else if (!UIElementUtilities::gaveUp()) {
+        UIElementHitTest::elementAtScreenPoint(application, screenPoint, window.origin);
+    if (!element && !AtspiCall::gaveUp()) {
         application = getActiveApplicationElement();
-        element = elementOf(UIElementUtilities::valueOfAttribute(kFocusedWindow, application));
-        if (element) {
+        element = UIElementUtilities::focusedWindowOfApplication(application);
+        if (element)
             tolkaro::logLine(QStringLiteral("At least we found a focused window "));
-            processedElement() = element;
-        }
     }
     if (!element) {
         tolkaro::logLine(QStringLiteral("element is nil"));
-        return std::nullopt;
+        return {};
     }
 
     std::optional<QString> selection = applicationSelection(application, element);
     if (selection && !StringHelpers::containsLetters(*selection))
         selection.reset();
     const QList<std::optional<QString>> texts = attributeTexts(element, screenPoint, window.origin);
-    if (selection)
-        return selection;
-    return longestTextWithLetters(texts);
+    return {selection ? selection : longestTextWithLetters(texts), element};
 }
 
 UIElement AccessibilityManager::getActiveApplicationElement()
@@ -334,7 +283,7 @@ AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(co
     for (const UIElement &item : menuCommandsOf(application, QStringLiteral("C"))) {
         const ClipboardSnapshot saved = ClipboardSnapshot::save();
         ClipboardSnapshot::clearContents();
-        UIElementUtilities::performAction(kPress, item);
+        UIElementUtilities::performAction(UIElementAction::Press, item);
         settle();
         // A busy application copies late; its taking the clipboard says it has.
         waitUntil(clipboardHasData, kLateCopyWait);
@@ -348,31 +297,31 @@ AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(co
 void AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(
     const UIElement &element, const QString &text)
 {
-    UIElementUtilities::beginWork();
-    const UIElement start = element ? element : processedElement();
-    clickPasteMenuCommandForApplicationAXElement(UIElementUtilities::applicationOfUIElement(start),
+    AtspiCall::beginWork();
+    clickPasteMenuCommandForApplicationAXElement(UIElementUtilities::applicationOfUIElement(element),
                                                  text);
 }
 
 void AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
     const UIElement &applicationElement, const QString &text)
 {
-    UIElementUtilities::beginWork();
+    AtspiCall::beginWork();
     if (!UIElementUtilities::isApplicationUIElement(applicationElement))
         return;
     const QList<UIElement> items = menuCommandsOf(applicationElement, QStringLiteral("V"));
     if (!items.isEmpty()) {
         for (const UIElement &item : items)
-            pasteThroughClipboard(text, [&] { UIElementUtilities::performAction(kPress, item); });
+            pasteThroughClipboard(text, [&] {
+                UIElementUtilities::performAction(UIElementAction::Press, item);
+            });
         return;
     }
-    const UIElement focused = elementOf(
-        UIElementUtilities::valueOfAttribute(kFocusedElement, applicationElement));
-    if (UIElementUtilities::replaceSelectedText(focused, text))
+    const UIElement focused = UIElementUtilities::focusedUIElementOfApplication(applicationElement);
+    if (UIElementText::replaceSelectedText(focused, text))
         return;
     // In a terminal Ctrl+V reaches the program as a control character, not as a paste.
-    if (UIElementUtilities::gaveUp() ||
-        stringOf(UIElementUtilities::roleOfUIElement(focused)) == u"AXTerminal")
+    if (AtspiCall::gaveUp() ||
+        UIElementUtilities::roleOfUIElement(focused) == UIElementRole::Terminal)
         return;
     // A synthetic Ctrl+V while the user still holds Ctrl+Alt would arrive as Ctrl+Alt+V.
     TextCaptureBackend &backend = TextCaptureBackend::instance();
@@ -401,11 +350,6 @@ std::optional<QString> AccessibilityManager::getStringForBooksApp()
     if (!copied)
         return std::nullopt;
     return cleanUpCopiedPassage(*copied);
-}
-
-UIElement AccessibilityManager::currentlyProcessedElement()
-{
-    return processedElement();
 }
 
 void AccessibilityManager::settle()

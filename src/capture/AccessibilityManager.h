@@ -1,5 +1,6 @@
 #pragma once
 
+#include "capture/CapturedText.h"
 #include "platform/atspi/UIElement.h"
 
 #include <QString>
@@ -9,8 +10,8 @@
 
 // Reads and writes text in other applications: the text under the pointer, the selection
 // through the application's own Copy command, and the paste of a text into it, with the
-// user's clipboard left as it was found. Class methods only; the one piece of state is the
-// element of the last capture, which tells a later paste where to go.
+// user's clipboard left as it was found. Class methods only, without state: a capture returns
+// the element its text came from, and the caller hands it to the paste that follows.
 //
 // Main thread. Capture and paste block it while they work, except for the 0.15 s settles
 // after a menu press or keystroke, which run the event loop re-entrantly (callers must
@@ -29,8 +30,9 @@ class AccessibilityManager
 {
 public:
     // The text under the pointer: the application's selection, else the longest of the
-    // element's attribute texts that has a letter; nullopt when nothing was found.
-    static std::optional<QString> getStringForCurrentUIElement();
+    // element's attribute texts that has a letter (none when nothing was found), with the
+    // element under the pointer (or the active window) where a paste of it goes.
+    static CapturedText getStringForCurrentUIElement();
     // The application of the active window, or null.
     static UIElement getActiveApplicationElement();
 
@@ -38,7 +40,7 @@ public:
     // what it put on the clipboard; the clipboard is restored afterwards.
     static std::optional<QString> clickCopyMenuCommandForApplicationThatContainsAXElement(
         const UIElement &element);
-    // Pastes into the application of the element, or of the last capture when it is null.
+    // Pastes into the application of the element (a capture's target); nothing for null.
     static void clickPasteMenuCommandForApplicationThatContainsAXElement(const UIElement &element,
                                                                         const QString &text);
     // Pastes into an application: its Paste command (Ctrl+V), else EditableText on its
@@ -53,8 +55,6 @@ public:
     // Their selection: Ctrl+C to the active window, read from the clipboard (restored
     // afterwards), cleaned up as a copied passage.
     static std::optional<QString> getStringForBooksApp();
-
-    static UIElement currentlyProcessedElement();
 
     // The wait after a menu press or keystroke, spent in a nested event loop.
     static void settle();

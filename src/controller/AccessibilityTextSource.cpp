@@ -19,15 +19,15 @@ std::optional<QString> AccessibilityTextSource::getStringForBooksApp()
     return AccessibilityManager::getStringForBooksApp();
 }
 
-std::optional<QString> AccessibilityTextSource::getStringForCurrentUIElement()
+CapturedText AccessibilityTextSource::getStringForCurrentUIElement()
 {
     return AccessibilityManager::getStringForCurrentUIElement();
 }
 
-void AccessibilityTextSource::pasteIntoCapturedApplication(const QString &text)
+void AccessibilityTextSource::pasteIntoApplicationThatContains(const UIElement &element,
+                                                               const QString &text)
 {
-    AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(UIElement(),
-                                                                                  text);
+    AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(element, text);
 }
 
 void AccessibilityTextSource::pasteIntoActiveApplication(const QString &text)

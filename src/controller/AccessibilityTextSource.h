@@ -5,8 +5,8 @@
 class Preferences;
 
 // The controller's view of other applications, read and written through accessibility:
-// the text under the pointer, the selection of keystroke-captured applications, and the
-// paste into the application the last capture came from.
+// the text under the pointer with the element it came from, the selection of
+// keystroke-captured applications, and the paste into the application of an element.
 class AccessibilityTextSource : public TextSource
 {
 public:
@@ -14,8 +14,8 @@ public:
 
     bool isBooksAppActive() override;
     std::optional<QString> getStringForBooksApp() override;
-    std::optional<QString> getStringForCurrentUIElement() override;
-    void pasteIntoCapturedApplication(const QString &text) override;
+    CapturedText getStringForCurrentUIElement() override;
+    void pasteIntoApplicationThatContains(const UIElement &element, const QString &text) override;
 
     // Pastes into the application that is active now (the typing mode's paste).
     static void pasteIntoActiveApplication(const QString &text);

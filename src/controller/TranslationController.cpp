@@ -42,7 +42,11 @@ void TranslationController::controlDoublePressed(bool alternativeLanguage)
         tolkaro::logLine(QStringLiteral("Books is active"));
         text = m_textSource.getStringForBooksApp();
     } else {
-        text = m_textSource.getStringForCurrentUIElement();
+        CapturedText captured = m_textSource.getStringForCurrentUIElement();
+        // A capture that found no element leaves the paste where the last one found it.
+        if (captured.target)
+            m_currentlyProcessedElement = std::move(captured.target);
+        text = std::move(captured.text);
     }
 
     if (!text) {
@@ -145,7 +149,8 @@ void TranslationController::altPressedWhenControlIsDoublePressed()
 {
     if (!m_lastTranslatedText)
         return;
-    m_textSource.pasteIntoCapturedApplication(*m_lastTranslatedText);
+    m_textSource.pasteIntoApplicationThatContains(m_currentlyProcessedElement,
+                                                  *m_lastTranslatedText);
 }
 
 qint64 TranslationController::getTranslationsCounter() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "capture/CapturedText.h"
 #include "gesture/ModifierGestureDetector.h"
 #include "presentation/TranslationPresenter.h"
 
@@ -23,9 +24,10 @@ public:
     // The active application is one whose selection is read by keystrokes.
     virtual bool isBooksAppActive() = 0;
     virtual std::optional<QString> getStringForBooksApp() = 0;
-    virtual std::optional<QString> getStringForCurrentUIElement() = 0;
-    // Replaces the selection of the application the last capture came from.
-    virtual void pasteIntoCapturedApplication(const QString &text) = 0;
+    virtual CapturedText getStringForCurrentUIElement() = 0;
+    // Replaces the selection of the application that holds the element (a capture's target).
+    virtual void pasteIntoApplicationThatContains(const UIElement &element,
+                                                  const QString &text) = 0;
 };
 
 // Carries out the gesture: captures the text under the pointer, shows it at the pointer,
@@ -62,6 +64,8 @@ public:
     void incrementTranslationsCounter();
 
     std::optional<QString> lastTranslatedText() const { return m_lastTranslatedText; }
+    // The element of the last capture that found one: where the translation is pasted.
+    UIElement currentlyProcessedElement() const { return m_currentlyProcessedElement; }
 
 signals:
     // Emitted after each answer has been shown (tests and benchmarks watch it).
@@ -81,4 +85,5 @@ private:
     // was held at the last action.
     bool m_alternativeLanguage = false;
     std::optional<QString> m_lastTranslatedText;
+    UIElement m_currentlyProcessedElement;
 };

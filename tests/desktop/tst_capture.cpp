@@ -9,14 +9,16 @@
 // the paste (default 8 each); TOLKARO_CLIPBOARD_STRESS_SEED replays a run (the seed is in the
 // rows' names). Give QTEST_FUNCTION_TIMEOUT=1800000 for hundreds.
 //
-// Every AT-SPI read of the test goes through UIElementUtilities, so it runs on the same
-// AT-SPI thread as the code under test (libatspi must stay on one thread).
+// Every AT-SPI read of the test runs on the same AT-SPI thread as the code under test
+// (libatspi must stay on one thread).
 
 #include "CaptureTestHelpers.h"
 #include "OwnGtkTarget.h"
 #include "UIElementSearch.h"
 #include "capture/AccessibilityManager.h"
 #include "capture/ClipboardSnapshot.h"
+#include "platform/atspi/AtspiCall.h"
+#include "platform/atspi/UIElementText.h"
 #include "platform/atspi/UIElementUtilities.h"
 #include "platform/x11/X11WindowQueries.h"
 
@@ -65,7 +67,7 @@ UIElement widget(const QString &which, const QString &title)
 
 void pointAt(const UIElement &element)
 {
-    QCursor::setPos(UIElementUtilities::frameOfUIElement(element).center().toPoint());
+    QCursor::setPos(UIElementSearch::frameOfUIElement(element).center().toPoint());
     QTest::qWait(20);
 }
 
@@ -73,7 +75,7 @@ const QString kNothing = QStringLiteral("(nothing captured)");
 
 QString captured()
 {
-    return AccessibilityManager::getStringForCurrentUIElement().value_or(kNothing);
+    return AccessibilityManager::getStringForCurrentUIElement().text.value_or(kNothing);
 }
 
 QByteArray png(const QImage &image)
@@ -229,8 +231,7 @@ void TestCapture::prepare(const QString &which, const UIElement &element, const 
     // the keyboard but no longer reports the focus until it is focused anew.)
     QVERIFY(clickToFocus(element));
     QVERIFY(QTest::qWaitFor([&] {
-        return !isNullValue(UIElementUtilities::valueOfAttribute(QStringLiteral("AXFocusedWindow"),
-                                                                 application(which)));
+        return !UIElementUtilities::focusedWindowOfApplication(application(which)).isNull();
     }));
     // Past the double-click time: the next click on the same spot must not select a word.
     QTest::qWait(kDoubleClickTime);
@@ -269,11 +270,10 @@ void TestCapture::textUnderThePointer()
     if (!contents.isEmpty())
         QVERIFY(setText(element, contents));
     pointAt(element);
-    QCOMPARE(captured(), expected);
+    const CapturedText capture = AccessibilityManager::getStringForCurrentUIElement();
+    QCOMPARE(capture.text.value_or(kNothing), expected);
     // The paste that may follow goes to the application the text came from.
-    QCOMPARE(UIElementUtilities::applicationOfUIElement(
-                 AccessibilityManager::currentlyProcessedElement()),
-             application(which));
+    QCOMPARE(UIElementUtilities::applicationOfUIElement(capture.target), application(which));
 }
 
 void TestCapture::selectionWinsOverTheElementText_data()
@@ -383,9 +383,10 @@ void TestCapture::pasteReplacesTheSelection()
     const QString translation = QStringLiteral("Übersetzung");
     if (intoLastCapture) {
         pointAt(element);
-        QVERIFY(captured() != kNothing);
-        AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(UIElement(),
-                                                                                    translation);
+        const CapturedText capture = AccessibilityManager::getStringForCurrentUIElement();
+        QVERIFY(capture.text);
+        AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(
+            capture.target, translation);
     } else {
         AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(application(which),
                                                                            translation);
@@ -423,7 +424,7 @@ void TestCapture::editableTextReplacesTheSelection()
 
     const UIElement element = widget(which, widgetTitle);
     prepare(which, element, QStringLiteral("alpha beta gamma"), 6, 4);
-    const bool replaced = UIElementUtilities::replaceSelectedText(element, QStringLiteral("Grüße 🙂"));
+    const bool replaced = UIElementText::replaceSelectedText(element, QStringLiteral("Grüße 🙂"));
     QCOMPARE(valueText(element), QStringLiteral("alpha Grüße 🙂 gamma"));
     // And it says so, having read the text back.
     QVERIFY(replaced);
@@ -471,7 +472,7 @@ void TestCapture::captureAnswersAfterTheTargetFails()
     QVERIFY(QTest::qWaitFor(
         [&] {
             // A call that timed out makes the next ones give up until new work begins.
-            UIElementUtilities::beginWork();
+            AtspiCall::beginWork();
             return !UIElementSearch::findByTitle(
                         UIElementUtilities::applicationElementForProcess(target.pid()), label)
                         .isNull();

@@ -14,36 +14,35 @@ namespace CaptureTestHelpers {
 
 QString valueText(const UIElement &element)
 {
-    return UIElementSearch::stringOf(
-        UIElementUtilities::valueOfAttribute(QStringLiteral("AXValue"), element));
+    return UIElementSearch::withProbe<QString>(element,
+                                               [](const AtspiElement &probe) { return probe.text(); });
 }
 
 bool setText(const UIElement &element, const QString &text)
 {
-    UIElementUtilities::setStringValue(text, QStringLiteral("AXValue"), element);
+    UIElementSearch::withProbe<bool>(element,
+                                     [&](const AtspiElement &probe) { return probe.setText(text); });
     return QTest::qWaitFor([&] { return valueText(element) == text; });
 }
 
 bool select(const UIElement &element, int start, int length)
 {
-    UIElementUtilities::setStringValue(QStringLiteral("pos=%1 len=%2").arg(start).arg(length),
-                                       QStringLiteral("AXSelectedTextRange"), element);
+    UIElementSearch::withProbe<bool>(element, [&](const AtspiElement &probe) {
+        return probe.selectText(start, start + length);
+    });
     return QTest::qWaitFor([&] {
-        const UIElementValue range = UIElementUtilities::valueOfAttribute(
-            QStringLiteral("AXSelectedTextRange"), element);
-        const auto *selected = std::get_if<AXRange>(&range);
-        return selected && (length == 0 ? selected->length == 0
-                                        : selected->location == start && selected->length == length);
+        return UIElementSearch::withProbe<bool>(element, [&](const AtspiElement &probe) {
+            return probe.selectedText() == probe.text().mid(start, length);
+        });
     });
 }
 
 bool clickToFocus(const UIElement &element)
 {
-    return DesktopInput::click(UIElementUtilities::frameOfUIElement(element).center().toPoint()) &&
+    return DesktopInput::click(UIElementSearch::frameOfUIElement(element).center().toPoint()) &&
            QTest::qWaitFor([&] {
-               const UIElementValue focused =
-                   UIElementUtilities::valueOfAttribute(QStringLiteral("AXFocused"), element);
-               return std::get_if<double>(&focused) && std::get<double>(focused) == 1;
+               return UIElementUtilities::statesOfUIElement(element).testFlag(
+                   UIElementState::Focused);
            });
 }
 

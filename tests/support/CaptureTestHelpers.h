@@ -14,7 +14,7 @@
 // code under test.
 namespace CaptureTestHelpers {
 
-// The element's AXValue as text.
+// The element's text.
 QString valueText(const UIElement &element);
 
 // Sets a text element's whole text and waits until it reports it.

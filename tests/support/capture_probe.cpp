@@ -18,7 +18,9 @@
 
 #include "capture/AccessibilityManager.h"
 #include "platform/TextCaptureBackend.h"
+#include "platform/atspi/UIElementHitTest.h"
 #include "platform/atspi/UIElementUtilities.h"
+#include "UIElementDescription.h"
 
 #include <QClipboard>
 #include <QCursor>
@@ -57,7 +59,7 @@ int main(int argc, char **argv)
         moveTo(parsePoint(args[2]));
         QElapsedTimer timer;
         timer.start();
-        const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement();
+        const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement().text;
         const double ms = timer.nsecsElapsed() / 1e6;
         out << (text ? QStringLiteral("TEXT %1").arg(*text) : QStringLiteral("NONE")) << "\n"
             << QStringLiteral("MS %1").arg(ms, 0, 'f', 2) << "\n";
@@ -69,8 +71,8 @@ int main(int argc, char **argv)
         const TextCaptureBackend::WindowAtPoint window = backend.windowAtPoint(point);
         const UIElement application = UIElementUtilities::applicationElementForProcess(window.pid);
         const UIElement element =
-            UIElementUtilities::elementAtScreenPoint(application, point, window.origin);
-        out << UIElementUtilities::stringDescriptionOfUIElement(element);
+            UIElementHitTest::elementAtScreenPoint(application, point, window.origin);
+        out << stringDescriptionOfUIElement(element);
         return element ? 0 : 1;
     }
     if (args.size() >= 4 && args[1] == u"--paste-into") {
@@ -81,11 +83,13 @@ int main(int argc, char **argv)
     }
     if (args.size() >= 4 && args[1] == u"--paste-at") {
         moveTo(parsePoint(args[2]));
-        const std::optional<QString> text = AccessibilityManager::getStringForCurrentUIElement();
+        const CapturedText captured = AccessibilityManager::getStringForCurrentUIElement();
+        const std::optional<QString> &text = captured.text;
         out << (text ? QStringLiteral("TEXT %1").arg(*text) : QStringLiteral("NONE")) << "\n";
         QElapsedTimer timer;
         timer.start();
-        AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement({}, args[3]);
+        AccessibilityManager::clickPasteMenuCommandForApplicationThatContainsAXElement(
+            captured.target, args[3]);
         out << QStringLiteral("PASTE MS %1").arg(timer.nsecsElapsed() / 1e6, 0, 'f', 2) << "\n"
             << QStringLiteral("CLIPBOARD %1").arg(QGuiApplication::clipboard()->text()) << "\n";
         return text ? 0 : 1;

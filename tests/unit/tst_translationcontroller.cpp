@@ -53,8 +53,11 @@ struct ScriptedTextSource : TextSource
     QStringList pasted;
     bool isBooksAppActive() override { return false; }
     std::optional<QString> getStringForBooksApp() override { return std::nullopt; }
-    std::optional<QString> getStringForCurrentUIElement() override { return text; }
-    void pasteIntoCapturedApplication(const QString &t) override { pasted << t; }
+    CapturedText getStringForCurrentUIElement() override { return {text, UIElement()}; }
+    void pasteIntoApplicationThatContains(const UIElement &, const QString &t) override
+    {
+        pasted << t;
+    }
 };
 
 // A key source that replays a script: "+LC" left Control down, "-LC" up; LA left Alt, AL

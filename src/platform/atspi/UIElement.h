@@ -1,10 +1,6 @@
 #pragma once
 
-#include <QList>
-#include <QString>
-
 #include <memory>
-#include <variant>
 
 typedef struct _AtspiAccessible AtspiAccessible;
 
@@ -32,37 +28,3 @@ public:
 private:
     std::shared_ptr<AtspiAccessible> m_accessible;
 };
-
-// The geometric values an attribute can hold, in screen pixels.
-struct AXPoint
-{
-    double x = 0;
-    double y = 0;
-};
-struct AXSize
-{
-    double width = 0;
-    double height = 0;
-};
-struct AXRect
-{
-    double x = 0;
-    double y = 0;
-    double width = 0;
-    double height = 0;
-};
-struct AXRange
-{
-    long location = 0;
-    long length = 0;
-};
-
-// The value of one attribute: nothing, a text, a number (booleans are 0 and 1), a list of
-// elements, an element, or one of the geometric values.
-using UIElementValue = std::variant<std::monostate, QString, double, QList<UIElement>, UIElement,
-                                    AXPoint, AXSize, AXRect, AXRange>;
-
-inline bool isNullValue(const UIElementValue &value)
-{
-    return std::holds_alternative<std::monostate>(value);
-}

@@ -1,111 +1,111 @@
 #pragma once
 
+#include "MenuKeyBinding.h"
 #include "UIElement.h"
 
-#include <QPoint>
+#include <QFlags>
+#include <QList>
 #include <QPointF>
-#include <QRectF>
-#include <QStringList>
+#include <QRect>
+#include <QString>
 
 #include <optional>
 
-// Reading, testing and pressing what other applications expose over AT-SPI, under the
-// attribute and action names that the rest of Tolkaro speaks ("AXValue", "AXPress"...).
+// What an element is, as far as Tolkaro tells elements apart; Unknown when the role could
+// not be read.
+enum class UIElementRole
+{
+    Unknown,
+    Other,
+    Application,
+    Window, // frames, dialogs, alerts
+    MenuBar,
+    Menu,
+    MenuItem, // check, radio and tear-off items too
+    Terminal,
+};
+
+enum class UIElementState
+{
+    Enabled = 1 << 0,
+    Focused = 1 << 1,
+    Showing = 1 << 2,
+    Visible = 1 << 3,
+    Active = 1 << 4,
+    Editable = 1 << 5,
+    MultiLine = 1 << 6,
+};
+Q_DECLARE_FLAGS(UIElementStates, UIElementState)
+Q_DECLARE_OPERATORS_FOR_FLAGS(UIElementStates)
+
+// The texts of an element that a capture chooses from, in their order of preference.
+enum class UIElementTextAttribute
+{
+    Value,       // the Text interface's contents, else the Value interface's number
+    Title,       // the accessible name
+    Help,        // none: this AT-SPI has no help text (toolkits give the tooltip as description)
+    Description, // the accessible description
+};
+
+enum class UIElementAction
+{
+    Press, // the element's press action: "click" in GTK, "Press" in Qt, "activate"...
+};
+
+// The toolkit an application reports ("gtk", "Qt"...) and its version.
+struct UIElementToolkit
+{
+    QString name;
+    QString version;
+};
+
+// Typed reads of what other applications expose over AT-SPI, and the press of an element.
 //
-// AT-SPI has no attribute dictionary, so the names map onto its properties and interfaces:
-//   AXRole            the role, as an AX role name ("AXApplication", "AXMenuBar", "AXMenu",
-//                     "AXMenuItem", "AXButton", "AXWindow", "AXTextField"...)
-//   AXRoleDescription the localized role name      AXTitle        the accessible name
-//   AXDescription     the accessible description (toolkits put the tooltip there)
-//   AXValue           the Text interface's contents, else the Value interface's number
-//   AXSelectedText, AXSelectedTextRange, AXNumberOfCharacters   the Text interface
-//   AXParent          the parent; an application has none (its AT-SPI parent, the desktop,
-//                     is not part of the application)
-//   AXChildren, AXWindows, AXWindow, AXTopLevelUIElement, AXFocusedWindow, AXFocusedUIElement
-//   AXPosition, AXSize   the Component extents in screen pixels
-//   AXEnabled, AXFocused the ENABLED and FOCUSED states, as 1 or 0
-//   AXMenuItemCmdChar, AXMenuItemCmdModifiers   a menu item's accelerator (MenuKeyBinding)
-//   any other name    the object attribute of that name ("toolkit", "tag"...)
-// AXHelp has no counterpart in this AT-SPI (2.46 has no help text): it is never listed, and
-// the tooltip it stands for arrives as the description. "AXPress" names the element's press
-// action ("click" in GTK, "Press" in Qt, "activate"...).
-//
-// Every call may be made from any thread: it runs on the AT-SPI thread (AtspiThread) and
-// waits for it, or runs at once when already there. Failures give the empty answer (null
-// value, nullopt, 0, false, the zero rectangle) and are not logged. Once a call into an
-// application times out, the calls that follow give up at once until the next beginWork()
-// or for one second, so a capture from a stopped application costs one timeout.
+// Every operation may be called from any thread: it runs as one guarded piece of work on
+// the AT-SPI thread (AtspiCall) and waits for it, or runs at once when already there, so
+// operations compose inside one another's work. Failures give the empty answer (Unknown,
+// null, empty, nullopt, 0) and are not logged.
 class UIElementUtilities
 {
 public:
-    // The value, or null unless the element lists the attribute (two queries, on purpose:
-    // never ask an element for what it lacks).
-    static UIElementValue valueOfAttribute(const QString &attribute, const UIElement &element);
+    static UIElementRole roleOfUIElement(const UIElement &element);
+    static bool isApplicationUIElement(const UIElement &element);
+    // The accessible name, and the accessible description; empty when there is none.
+    static QString titleOfUIElement(const UIElement &element);
+    static QString descriptionOfUIElement(const UIElement &element);
+    static UIElementStates statesOfUIElement(const UIElement &element);
+    // The parent; an application has none (its AT-SPI parent, the desktop, is no part of it).
+    static UIElement parentOfUIElement(const UIElement &element);
+    static QList<UIElement> childrenOfUIElement(const UIElement &element);
+    // The process of the element's application, 0 when unknown.
+    static qint64 processIdentifierOfUIElement(const UIElement &element);
+    // Where the element is on the screen, in screen pixels (Component extents).
+    static std::optional<QRect> extentsOfUIElement(const UIElement &element);
+    // The Value interface's current number.
+    static std::optional<double> numericValueOfUIElement(const UIElement &element);
+    // A menu item's accelerator.
+    static std::optional<MenuKeyBinding> menuKeyBindingOfUIElement(const UIElement &element);
+    static UIElementToolkit toolkitOfUIElement(const UIElement &element);
+
+    // One of the texts a capture chooses from, or nullopt when the element has none. A
+    // number (a slider's value) is given as its decimal text.
+    static std::optional<QString> descriptionForUIElement(const UIElement &element,
+                                                          UIElementTextAttribute attribute);
+
     // Starts the action and returns at once: the application may act before it answers
     // (Qt does), and a Paste there reads the clipboard from the caller's thread.
-    static void performAction(const QString &action, const UIElement &element);
-    static bool isApplicationUIElement(const UIElement &element);
-    static UIElementValue roleOfUIElement(const UIElement &element);
-    static UIElementValue titleOfUIElement(const UIElement &element);
-    static UIElementValue parentOfUIElement(const UIElement &element);
-    static UIElementValue windowElementOfUIElement(const UIElement &element);
-    static UIElementValue topLevelElementOfUIElement(const UIElement &element);
+    static void performAction(UIElementAction action, const UIElement &element);
+
+    // The AT-SPI application of a process, or null (never asked of Tolkaro's own process).
+    static UIElement applicationElementForProcess(qint64 pid);
+    // The application an element belongs to, or null.
+    static UIElement applicationOfUIElement(const UIElement &element);
+    // An application's active window, and the element that has the keyboard focus in it.
+    static UIElement focusedWindowOfApplication(const UIElement &application);
+    static UIElement focusedUIElementOfApplication(const UIElement &application);
 
     // Toolkit (Qt logical) coordinates to screen pixels, as AT-SPI and X11 count them: the
     // last screen containing the point converts it with its device pixel ratio; a point on
     // no screen becomes (0, 0). Both have their origin at the top left, so nothing flips.
     static QPointF carbonScreenPointFromCocoaScreenPoint(const QPointF &point);
-    // Screen pixels back to toolkit coordinates, against the first screen.
-    static QRectF flippedScreenBounds(const QRectF &bounds);
-
-    // Readable text of one attribute's value, or nullopt.
-    static std::optional<QString> descriptionForUIElement(const UIElement &element,
-                                                          const QString &attribute, bool verbose);
-
-    // The inspection toolkit.
-    static std::optional<QStringList> attributeNamesOfUIElement(const UIElement &element);
-    static std::optional<QStringList> actionNamesOfUIElement(const UIElement &element);
-    static std::optional<QString> descriptionOfAction(const QString &action,
-                                                      const UIElement &element);
-    static qint64 processIdentifierOfUIElement(const UIElement &element);
-    static bool canSetAttribute(const QString &attribute, const UIElement &element);
-    static void setStringValue(const QString &text, const QString &attribute,
-                               const UIElement &element);
-    static QRectF frameOfUIElement(const UIElement &element);
-    static QString stringDescriptionOfAXValue(const UIElementValue &value, bool verbose);
-    static std::optional<QString> descriptionOfValue(const UIElementValue &value, bool verbose);
-    static QStringList lineageOfUIElement(const UIElement &element);
-    static QString lineageDescriptionOfUIElement(const UIElement &element);
-    static QString stringDescriptionOfUIElement(const UIElement &element);
-    static QString descriptionOfAXDescriptionOfUIElement(const UIElement &element);
-
-    // What capture and paste need beyond attributes.
-    // The AT-SPI application of a process, or null (never asked of Tolkaro's own process).
-    static UIElement applicationElementForProcess(qint64 pid);
-    // The deepest element of the application at a point in screen pixels, or null. GTK 4
-    // places its elements relative to their window, whose top-left corner on the screen is
-    // windowOrigin.
-    static UIElement elementAtScreenPoint(const UIElement &application, const QPoint &point,
-                                          const QPoint &windowOrigin = QPoint());
-    // The application an element belongs to (parent walk), or null.
-    static UIElement applicationOfUIElement(const UIElement &element);
-    // The selected text of the element, when it has a non-empty selection; the children a
-    // browser's hypertext shows as embedded-object characters give their selected parts.
-    static std::optional<QString> selectedText(const UIElement &element);
-    // The paragraph of the element's text at a point in screen pixels.
-    static std::optional<QString> paragraphAtScreenPoint(const UIElement &element,
-                                                         const QPoint &point,
-                                                         const QPoint &windowOrigin = QPoint());
-    // The number of characters of the element's text.
-    static std::optional<qsizetype> characterCount(const UIElement &element);
-    // Replaces the selection (or inserts at the caret) through EditableText and reads the
-    // text back; true when the text is there afterwards.
-    static bool replaceSelectedText(const UIElement &element, const QString &text);
-    // "gtk", "Qt"... as the application reports it.
-    static QString toolkitName(const UIElement &element);
-
-    // Marks the start of one piece of work on the AT-SPI thread: forgets an earlier timeout.
-    static void beginWork();
-    // A call of the current piece of work timed out: its application is not answering.
-    static bool gaveUp();
 };

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "UIElement.h"
+
+#include <QPoint>
+
+// Finding the element of an application under a screen point (get_accessible_at_point from
+// the window under the point down to the deepest element), and how an application wants a
+// screen point given. Threads and failures as in UIElementUtilities.
+class UIElementHitTest
+{
+public:
+    // The deepest element of the application at a point in screen pixels, or null. GTK 4
+    // places its elements relative to their window, whose top-left corner on the screen is
+    // windowOrigin.
+    static UIElement elementAtScreenPoint(const UIElement &application, const QPoint &point,
+                                          const QPoint &windowOrigin = QPoint());
+
+    // Where to ask the element's application about a screen point: GTK 4 knows only
+    // positions within its windows (it has no global coordinates), every other toolkit
+    // screen positions.
+    struct ApplicationPoint
+    {
+        QPoint point;
+        bool windowRelative = false;
+    };
+    static ApplicationPoint applicationPoint(const UIElement &element, const QPoint &screenPoint,
+                                             const QPoint &windowOrigin);
+};

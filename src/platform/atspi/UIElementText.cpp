@@ -1,0 +1,247 @@
+#include "UIElementText.h"
+
+#include "AtspiGuard.h"
+#include "UIElementHitTest.h"
+#include "UIElementUtilities.h"
+
+using namespace AtspiCall;
+
+namespace {
+
+// How many child elements, and how deep, a text's children are gathered from.
+constexpr int kChildBudget = 64;
+constexpr int kMaxChildDepth = 8;
+// The character that stands for a child element in its parent's text (hypertext).
+constexpr char32_t kEmbeddedObject = U'\uFFFC';
+
+GObjectRef<AtspiText> textOf(AtspiAccessible *accessible)
+{
+    return interfaceOf(accessible, atspi_accessible_get_text_iface);
+}
+
+std::optional<QString> selectionOf(AtspiAccessible *accessible, int depth, int &budget);
+std::optional<QString> contentsOf(AtspiAccessible *accessible, int depth, int &budget);
+
+// The element a hypertext shows as the embedded-object character at an offset, or null.
+UIElement embeddedObjectAt(AtspiHypertext *hypertext, gint offset)
+{
+    GError *error = nullptr;
+    const gint index = atspi_hypertext_get_link_index(hypertext, offset, &error);
+    if (failed(error) || index < 0)
+        return {};
+    const GObjectRef<AtspiHyperlink> link(atspi_hypertext_get_link(hypertext, index, &error));
+    if (failed(error) || !link)
+        return {};
+    UIElement object = UIElement::adopt(atspi_hyperlink_get_object(link.get(), 0, &error));
+    return failed(error) ? UIElement() : object;
+}
+
+// What a child element shown as an embedded-object character gives to its parent's text.
+enum class ChildPart
+{
+    Selection, // its selected part, block or inline
+    Inline,    // all its text when it is inline (a link); nothing when it is a block
+};
+
+// Puts the children's text in place of their embedded-object characters. `text` starts at
+// offset `start` of the element's text. Block children are kept on lines of their own; a
+// child that does not say it is inline (the browser's own buttons and bars say nothing)
+// counts as a block.
+QString withEmbeddedObjects(AtspiAccessible *accessible, const QString &text, gint start,
+                            ChildPart part, int depth, int &budget)
+{
+    if (!text.contains(QChar(kEmbeddedObject)) || depth >= kMaxChildDepth || gaveUpOnThisThread())
+        return text;
+    const auto hypertext = interfaceOf(accessible, atspi_accessible_get_hypertext_iface);
+    if (!hypertext)
+        return text;
+    QString gathered;
+    const QList<uint> characters = text.toUcs4();
+    for (qsizetype i = 0; i < characters.size(); ++i) {
+        const char32_t character = characters[i];
+        if (character != kEmbeddedObject) {
+            gathered += QString::fromUcs4(&character, 1);
+            continue;
+        }
+        if (budget-- <= 0 || gaveUpOnThisThread())
+            break;
+        const UIElement child = embeddedObjectAt(hypertext.get(), start + gint(i));
+        if (!child)
+            continue;
+        const bool block = !objectAttributes(child.accessible())
+                                .value(QStringLiteral("display"))
+                                .startsWith(QLatin1String("inline"));
+        if (block && part == ChildPart::Inline)
+            continue;
+        const std::optional<QString> childText =
+            part == ChildPart::Selection ? selectionOf(child.accessible(), depth + 1, budget)
+                                         : contentsOf(child.accessible(), depth + 1, budget);
+        if (!childText)
+            continue;
+        if (block && !gathered.isEmpty() && !gathered.endsWith(u'\n'))
+            gathered += u'\n';
+        gathered += *childText;
+        if (block)
+            gathered += u'\n';
+    }
+    return gathered;
+}
+
+// The selected text of an element. A page's document holds the focus in a browser, and its
+// selection is made of embedded-object characters: each stands for its child's selected part.
+std::optional<QString> selectionOf(AtspiAccessible *accessible, int depth, int &budget)
+{
+    const auto text = textOf(accessible);
+    if (!text)
+        return std::nullopt;
+    GError *error = nullptr;
+    QString selected;
+    gint start = 0;
+    const GMemory<AtspiRange> range(atspi_text_get_selection(text.get(), 0, &error));
+    if (!failed(error) && range && range->end_offset > range->start_offset) {
+        start = range->start_offset;
+        selected = takeString(
+            atspi_text_get_text(text.get(), range->start_offset, range->end_offset, &error));
+        if (failed(error))
+            selected.clear();
+    }
+    if (selected.contains(QChar(kEmbeddedObject)))
+        selected =
+            withEmbeddedObjects(accessible, selected, start, ChildPart::Selection, depth, budget)
+                .trimmed();
+    return selected.isEmpty() ? std::nullopt : std::optional<QString>(selected);
+}
+
+// All the text of an element, its inline children's (links) included.
+std::optional<QString> contentsOf(AtspiAccessible *accessible, int depth, int &budget)
+{
+    const auto text = textOf(accessible);
+    if (!text)
+        return std::nullopt;
+    GError *error = nullptr;
+    const gint count = atspi_text_get_character_count(text.get(), &error);
+    if (failed(error))
+        return std::nullopt;
+    if (count <= 0)
+        return QString();
+    const QString contents = takeString(atspi_text_get_text(text.get(), 0, count, &error));
+    if (failed(error))
+        return std::nullopt;
+    return withEmbeddedObjects(accessible, contents, 0, ChildPart::Inline, depth, budget);
+}
+
+} // namespace
+
+std::optional<QString> UIElementText::contents(const UIElement &element)
+{
+    if (!element)
+        return std::nullopt;
+    return run<std::optional<QString>>([=] {
+        int budget = kChildBudget;
+        return contentsOf(element.accessible(), 0, budget);
+    });
+}
+
+std::optional<qsizetype> UIElementText::characterCount(const UIElement &element)
+{
+    if (!element)
+        return std::nullopt;
+    return run<std::optional<qsizetype>>([=]() -> std::optional<qsizetype> {
+        const auto text = textOf(element.accessible());
+        if (!text)
+            return std::nullopt;
+        GError *error = nullptr;
+        const gint count = atspi_text_get_character_count(text.get(), &error);
+        return failed(error) ? std::nullopt : std::optional<qsizetype>(count);
+    });
+}
+
+std::optional<QString> UIElementText::selectedText(const UIElement &element)
+{
+    if (!element)
+        return std::nullopt;
+    return run<std::optional<QString>>([=] {
+        int budget = kChildBudget;
+        return selectionOf(element.accessible(), 0, budget);
+    });
+}
+
+std::optional<QString> UIElementText::paragraphAtScreenPoint(const UIElement &element,
+                                                             const QPoint &screenPoint,
+                                                             const QPoint &windowOrigin)
+{
+    if (!element)
+        return std::nullopt;
+    return run<std::optional<QString>>([=]() -> std::optional<QString> {
+        const UIElementHitTest::ApplicationPoint at =
+            UIElementHitTest::applicationPoint(element, screenPoint, windowOrigin);
+        const auto text = textOf(element.accessible());
+        if (!text)
+            return std::nullopt;
+        GError *error = nullptr;
+        const gint offset = atspi_text_get_offset_at_point(
+            text.get(), at.point.x(), at.point.y(),
+            at.windowRelative ? ATSPI_COORD_TYPE_WINDOW : ATSPI_COORD_TYPE_SCREEN, &error);
+        if (failed(error) || offset < 0)
+            return std::nullopt;
+        const TextRange range(atspi_text_get_string_at_offset(
+            text.get(), offset, ATSPI_TEXT_GRANULARITY_PARAGRAPH, &error));
+        if (failed(error) || !range)
+            return std::nullopt;
+        int budget = kChildBudget;
+        const QString paragraph =
+            withEmbeddedObjects(element.accessible(), QString::fromUtf8(range->content),
+                                range->start_offset, ChildPart::Inline, 0, budget)
+                .trimmed();
+        return paragraph.isEmpty() ? std::nullopt : std::optional<QString>(paragraph);
+    });
+}
+
+bool UIElementText::replaceSelectedText(const UIElement &element, const QString &text)
+{
+    if (!element)
+        return false;
+    return run<bool>([=] {
+        // Qt counts lengths and offsets in UTF-16 code units; GTK lengths in bytes, and
+        // everyone else's offsets in characters.
+        const bool qtToolkit = UIElementUtilities::toolkitOfUIElement(element).name.compare(
+                                   QLatin1String("qt"), Qt::CaseInsensitive) == 0;
+        AtspiAccessible *accessible = element.accessible();
+        if (!UIElementUtilities::statesOfUIElement(element).testFlag(UIElementState::Editable))
+            return false;
+        const auto editable = interfaceOf(accessible, atspi_accessible_get_editable_text_iface);
+        const auto textIface = textOf(accessible);
+        if (!editable || !textIface)
+            return false;
+        GError *error = nullptr;
+        gint start = atspi_text_get_caret_offset(textIface.get(), &error);
+        if (failed(error))
+            return false;
+        gint end = start;
+        const GMemory<AtspiRange> range(atspi_text_get_selection(textIface.get(), 0, &error));
+        if (!failed(error) && range && range->end_offset > range->start_offset) {
+            start = range->start_offset;
+            end = range->end_offset;
+        }
+        if (end > start) {
+            atspi_editable_text_delete_text(editable.get(), start, end, &error);
+            failed(error);
+        }
+        const QByteArray utf8 = text.toUtf8();
+        const gint length = qtToolkit ? gint(text.size()) : gint(utf8.size());
+        if (!gaveUpOnThisThread()) {
+            atspi_editable_text_insert_text(editable.get(), start, utf8.constData(), length,
+                                            &error);
+            failed(error);
+        }
+        // Read back: the calls' answers do not say whether the text changed.
+        const gint characters = qtToolkit ? gint(text.size()) : gint(text.toUcs4().size());
+        const QString readBack =
+            takeString(atspi_text_get_text(textIface.get(), start, start + characters, &error));
+        if (failed(error) || readBack != text)
+            return false;
+        atspi_text_set_caret_offset(textIface.get(), start + characters, &error);
+        failed(error);
+        return true;
+    });
+}
