@@ -34,10 +34,6 @@ const QByteArray kHtmlForbiddenPage = QByteArrayLiteral(
 
 const QByteArray kGarbageBody = QByteArrayLiteral("<<< this is no translation >>> ]]}{,,\"");
 
-// Shaped like a real answer, so that only the decoding can fail on it.
-const QByteArray kNonUtf8Body =
-    QByteArrayLiteral("[[[\"\xFF\xFE caf\xE9\",\"x\",null,null,10]],null,\"en\"]");
-
 } // namespace
 
 // Server state shared between the test's thread and the server's thread.
@@ -63,10 +59,10 @@ class LoopbackServerWorker : public QObject
 public:
     explicit LoopbackServerWorker(LoopbackServerState &state) : m_state(state) {}
 
-    quint16 listen(quint16 port)
+    quint16 listen()
     {
         m_server = new QTcpServer(this);
-        if (!m_server->listen(QHostAddress::LocalHost, port))
+        if (!m_server->listen(QHostAddress::LocalHost))
             return 0;
         connect(m_server, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket *socket = m_server->nextPendingConnection())
@@ -148,25 +144,11 @@ private:
         return request;
     }
 
-    static QByteArray reasonPhrase(int status)
-    {
-        switch (status) {
-        case 200:
-            return "OK";
-        case 302:
-            return "Found";
-        case 403:
-            return "Forbidden";
-        default:
-            return "Status";
-        }
-    }
-
     static QByteArray head(int status, const QByteArray &contentType, qint64 contentLength,
                            const Answer &answer, const QByteArray &location = {})
     {
-        QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + reasonPhrase(status) +
-                          "\r\nContent-Type: " + contentType +
+        QByteArray head = "HTTP/1.1 " + QByteArray::number(status) +
+                          (status == 200 ? " OK" : " Status") + "\r\nContent-Type: " + contentType +
                           "\r\nContent-Length: " + QByteArray::number(contentLength) + "\r\n";
         if (!location.isEmpty())
             head += "Location: " + location + "\r\n";
@@ -192,16 +174,7 @@ private:
 
         switch (answer.behaviour) {
         case Behaviour::Echo: {
-            const QByteArray target = request.target();
-            QByteArray query;
-            const qsizetype questionMark = target.indexOf('?');
-            if (questionMark >= 0) {
-                for (const QByteArray &pair : target.mid(questionMark + 1).split('&')) {
-                    if (pair.startsWith("q="))
-                        query = pair.mid(2);
-                }
-            }
-            const QByteArray body = LoopbackTranslationServer::echoBody(query);
+            const QByteArray body = LoopbackTranslationServer::echoBodyFor(request.target());
             send(head(200, json, body.size(), answer) + body);
             return;
         }
@@ -227,9 +200,6 @@ private:
             send(head(403, "text/html; charset=UTF-8", kHtmlForbiddenPage.size(), answer) +
                  kHtmlForbiddenPage);
             return;
-        case Behaviour::NonUtf8:
-            send(head(200, json, kNonUtf8Body.size(), answer) + kNonUtf8Body);
-            return;
         case Behaviour::ResetMidBody: {
             const QByteArray body = LoopbackTranslationServer::echoBody("reset");
             socket->write(head(200, json, body.size(), answer) + body.left(body.size() / 2));
@@ -254,11 +224,6 @@ private:
     QTcpServer *m_server = nullptr;
     quint16 m_port = 0;
 };
-
-QByteArray RecordedRequest::method() const
-{
-    return requestLine.left(requestLine.indexOf(' '));
-}
 
 QByteArray RecordedRequest::target() const
 {
@@ -289,7 +254,7 @@ QList<QByteArray> RecordedRequest::headerNames() const
     return names;
 }
 
-LoopbackTranslationServer::LoopbackTranslationServer(quint16 port)
+LoopbackTranslationServer::LoopbackTranslationServer()
     : m_state(std::make_unique<LoopbackServerState>()), m_thread(std::make_unique<QThread>())
 {
     m_thread->setObjectName(QStringLiteral("LoopbackTranslationServer"));
@@ -297,7 +262,7 @@ LoopbackTranslationServer::LoopbackTranslationServer(quint16 port)
     m_worker = new LoopbackServerWorker(*m_state);
     m_worker->moveToThread(m_thread.get());
     QMetaObject::invokeMethod(
-        m_worker, [this, port] { m_port = m_worker->listen(port); }, Qt::BlockingQueuedConnection);
+        m_worker, [this] { m_port = m_worker->listen(); }, Qt::BlockingQueuedConnection);
 }
 
 LoopbackTranslationServer::~LoopbackTranslationServer()
@@ -311,11 +276,6 @@ LoopbackTranslationServer::~LoopbackTranslationServer()
 bool LoopbackTranslationServer::isListening() const
 {
     return m_port != 0;
-}
-
-quint16 LoopbackTranslationServer::port() const
-{
-    return m_port;
 }
 
 QString LoopbackTranslationServer::baseUrl() const
@@ -388,4 +348,14 @@ QByteArray LoopbackTranslationServer::echoBody(const QByteArray &encodedQueryVal
     const QJsonArray row{echoTranslation(text), text, QJsonValue::Null, QJsonValue::Null, 10};
     const QJsonArray top{QJsonArray{row}, QJsonValue::Null, QStringLiteral("en")};
     return QJsonDocument(top).toJson(QJsonDocument::Compact);
+}
+
+QByteArray LoopbackTranslationServer::echoBodyFor(const QByteArray &target)
+{
+    QByteArray query;
+    for (const QByteArray &pair : target.mid(target.indexOf('?') + 1).split('&')) {
+        if (pair.startsWith("q="))
+            query = pair.mid(2);
+    }
+    return echoBody(query);
 }

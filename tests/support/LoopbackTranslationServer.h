@@ -30,7 +30,6 @@ public:
         TrickleForever, // 200, then one byte of a never-ending body every 100 ms
         Garbage,        // 200 with a body that is no JSON
         HtmlForbidden,  // 403 with an HTML error page
-        NonUtf8,        // 200 with bytes that are not UTF-8
         ResetMidBody,   // half the announced body, then a connection reset
         RedirectLoop,   // 302 to the requested target itself, every time
         Silent,         // reads the request and never answers
@@ -39,11 +38,11 @@ public:
     struct Answer
     {
         Behaviour behaviour = Behaviour::Echo;
-        QByteArray body;                                   // Well, Slowly
-        int status = 200;                                  // Well
+        QByteArray body;                                            // Well, Slowly
+        int status = 200;                                           // Well
         QByteArray contentType = "application/json; charset=UTF-8"; // Well
-        int delayMs = 0;                                   // Slowly
-        QList<QPair<QByteArray, QByteArray>> extraHeaders; // added to the response
+        int delayMs = 0;                                            // Slowly
+        QList<QPair<QByteArray, QByteArray>> extraHeaders;          // added to the response
 
         static Answer echo() { return {}; }
         static Answer well(const QByteArray &body)
@@ -83,21 +82,18 @@ public:
         QByteArray requestLine;                       // "GET /path?query HTTP/1.1"
         QList<QPair<QByteArray, QByteArray>> headers; // in the order sent, as sent
         QByteArray body;                              // as sent (Content-Length bytes)
-        QByteArray method() const;
         QByteArray target() const; // "/path?query"
         QString queryText() const; // the q parameter, decoded ('+' a space, as form-encoded)
         QByteArray headerValue(const QByteArray &name) const; // case-insensitive; null if absent
         QList<QByteArray> headerNames() const;
     };
 
-    // port 0: any free port.
-    explicit LoopbackTranslationServer(quint16 port = 0);
+    LoopbackTranslationServer();
     ~LoopbackTranslationServer();
     LoopbackTranslationServer(const LoopbackTranslationServer &) = delete;
     LoopbackTranslationServer &operator=(const LoopbackTranslationServer &) = delete;
 
     bool isListening() const;
-    quint16 port() const;
     // "http://127.0.0.1:<port>", the client's base URL.
     QString baseUrl() const;
 
@@ -115,6 +111,8 @@ public:
 
     // The echo answer for a query value as it appears in the URL (form-encoded).
     static QByteArray echoBody(const QByteArray &encodedQueryValue);
+    // The echo answer for a request target ("/path?...&q=<text>").
+    static QByteArray echoBodyFor(const QByteArray &target);
     // The text echo answers translate "text" into.
     static QString echoTranslation(const QString &text);
 

@@ -144,14 +144,8 @@ void TlsLoopbackServer::incomingConnection(qintptr socketDescriptor)
             return;
         ++m_requests;
         // "GET /translate_a/single?...&q=<text> HTTP/1.1"
-        const QByteArray requestLine = buffer.left(buffer.indexOf("\r\n"));
-        QByteArray query;
-        const QByteArray target = requestLine.split(' ').value(1);
-        for (const QByteArray &pair : target.mid(target.indexOf('?') + 1).split('&')) {
-            if (pair.startsWith("q="))
-                query = pair.mid(2);
-        }
-        const QByteArray body = LoopbackTranslationServer::echoBody(query);
+        const QByteArray body = LoopbackTranslationServer::echoBodyFor(
+            buffer.left(buffer.indexOf("\r\n")).split(' ').value(1));
         socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json; charset=UTF-8\r\n"
                       "Content-Length: " +
                       QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);

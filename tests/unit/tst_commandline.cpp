@@ -68,18 +68,18 @@ void TestCommandLine::cleanup()
 Run TestCommandLine::runTolkaro(const QStringList &arguments)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("TOLKARO_TRANSLATE_URL"), m_server->baseUrl());
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_configHome->path());
+    environment.insert("TOLKARO_TRANSLATE_URL", m_server->baseUrl());
+    environment.insert("XDG_CONFIG_HOME", m_configHome->path());
     // No display at all: a GUI application object would abort on the xcb platform.
-    environment.remove(QStringLiteral("DISPLAY"));
-    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+    environment.remove("DISPLAY");
+    environment.remove("WAYLAND_DISPLAY");
+    environment.insert("QT_QPA_PLATFORM", "xcb");
+    environment.insert("LC_ALL", "C.UTF-8");
     // A proxy from the surroundings must not stand between tolkaro and the loopback server.
     for (const char *proxy :
          {"http_proxy", "https_proxy", "all_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY"})
-        environment.remove(QString::fromLatin1(proxy));
-    environment.remove(QStringLiteral("LANGUAGE"));
+        environment.remove(proxy);
+    environment.remove("LANGUAGE");
 
     QProcess process;
     process.setProcessEnvironment(environment);
@@ -98,16 +98,15 @@ Run TestCommandLine::runTolkaro(const QStringList &arguments)
 
 void TestCommandLine::writeSettings(const QByteArray &settings)
 {
-    QVERIFY(QDir(m_configHome->path()).mkpath(QStringLiteral("Tolkaro")));
-    QFile file(m_configHome->filePath(QStringLiteral("Tolkaro/Tolkaro.conf")));
+    QVERIFY(QDir(m_configHome->path()).mkpath("Tolkaro"));
+    QFile file(m_configHome->filePath("Tolkaro/Tolkaro.conf"));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(settings);
 }
 
 void TestCommandLine::translatesWithoutDisplay()
 {
-    const Run run = runTolkaro({QStringLiteral("--translate"), QStringLiteral("Hello & good+bye"),
-                                QStringLiteral("--to"), QStringLiteral("de")});
+    const Run run = runTolkaro({"--translate", "Hello & good+bye", "--to", "de"});
     QVERIFY2(run.exitCode == 0, run.err.constData());
     QCOMPARE(run.out, QByteArray("translation of Hello & good+bye\n"));
 
@@ -116,17 +115,14 @@ void TestCommandLine::translatesWithoutDisplay()
     // The user's text stays out of the log unless asked for.
     QVERIFY2(run.err.contains("Translating 16 characters into de\n"), run.err.constData());
     QVERIFY2(!run.err.contains("good+bye"), run.err.constData());
-    const Run verbose =
-        runTolkaro({QStringLiteral("--verbose"), QStringLiteral("--translate"),
-                    QStringLiteral("Hello"), QStringLiteral("--to"), QStringLiteral("de")});
+    const Run verbose = runTolkaro({"--verbose", "--translate", "Hello", "--to", "de"});
     QVERIFY2(verbose.err.contains("Translating \"Hello\" into de\n"), verbose.err.constData());
     QVERIFY2(verbose.err.contains("translation of Hello"), verbose.err.constData());
     // Nor does a failure's line carry it (Qt names the URL, text included, in some errors).
     for (const Behaviour failure : {Behaviour::HtmlForbidden, Behaviour::ResetMidBody,
                                     Behaviour::RedirectLoop, Behaviour::Garbage}) {
         m_server->setDefaultAnswer(Answer::of(failure));
-        const Run failed = runTolkaro({QStringLiteral("--translate"), QStringLiteral("Hello"),
-                                       QStringLiteral("--to"), QStringLiteral("de")});
+        const Run failed = runTolkaro({"--translate", "Hello", "--to", "de"});
         QCOMPARE(failed.exitCode, 1);
         QVERIFY2(!failed.err.contains("Hello"), failed.err.constData());
     }
@@ -136,16 +132,12 @@ void TestCommandLine::translatesWithoutDisplay()
 
     // Without log lines stderr stays empty on success, and holds only the client's error text
     // otherwise (which text for which failure is the client test's).
-    const Run quiet =
-        runTolkaro({QStringLiteral("--quiet"), QStringLiteral("--translate"), QStringLiteral("x"),
-                    QStringLiteral("--to"), QStringLiteral("de")});
+    const Run quiet = runTolkaro({"--quiet", "--translate", "x", "--to", "de"});
     QCOMPARE(quiet.exitCode, 0);
     QCOMPARE(quiet.out, QByteArray("translation of x\n"));
     QCOMPARE(quiet.err, QByteArray());
     m_server->setDefaultAnswer(Answer::of(Behaviour::Garbage));
-    const Run quietFailure =
-        runTolkaro({QStringLiteral("-q"), QStringLiteral("--translate"), QStringLiteral("x"),
-                    QStringLiteral("--to"), QStringLiteral("de")});
+    const Run quietFailure = runTolkaro({"-q", "--translate", "x", "--to", "de"});
     QCOMPARE(quietFailure.exitCode, 1);
     QCOMPARE(quietFailure.out, QByteArray());
     QCOMPARE(quietFailure.err, QByteArray("Unable to translate text.\n"));
@@ -168,7 +160,7 @@ void TestCommandLine::destinationDefaultsToTheStartUpLanguage()
 
     if (!storedSettings.isEmpty())
         writeSettings(storedSettings);
-    const Run run = runTolkaro({QStringLiteral("--translate"), QStringLiteral("Hi")});
+    const Run run = runTolkaro({"--translate", "Hi"});
     QVERIFY2(run.exitCode == 0, run.err.constData());
     QCOMPARE(run.out, QByteArray("translation of Hi\n"));
     QCOMPARE(m_server->requestCount(), 1);
@@ -184,35 +176,29 @@ void TestCommandLine::informationAndMisuse_data()
     QTest::addColumn<QByteArray>("outContains");
     QTest::addColumn<QByteArray>("errContains");
 
-    QTest::newRow("version") << QByteArray() << QStringList{QStringLiteral("--version")} << 0
+    QTest::newRow("version") << QByteArray() << QStringList{"--version"} << 0
                              << QByteArray("Tolkaro " TOLKARO_VERSION "\n") << QByteArray();
     QTest::newRow("typing mode with no Tolkaro running")
-        << QByteArray() << QStringList{QStringLiteral("--typing-mode")} << 1 << QByteArray()
+        << QByteArray() << QStringList{"--typing-mode"} << 1 << QByteArray()
         << QByteArray("Tolkaro is not running");
-    QTest::newRow("--to alone") << QByteArray()
-                                << QStringList{QStringLiteral("--to"), QStringLiteral("de")} << 1
-                                << QByteArray()
+    QTest::newRow("--to alone") << QByteArray() << QStringList{"--to", "de"} << 1 << QByteArray()
                                 << QByteArray(
                                        "--to, --quiet and --service only go with --translate.");
     QTest::newRow("unknown service")
-        << QByteArray()
-        << QStringList{QStringLiteral("--translate"), QStringLiteral("a"),
-                       QStringLiteral("--service"), QStringLiteral("Bing")}
-        << 1 << QByteArray() << QByteArray("Unknown service 'Bing'");
+        << QByteArray() << QStringList{"--translate", "a", "--service", "Bing"} << 1 << QByteArray()
+        << QByteArray("Unknown service 'Bing'");
     QTest::newRow("services by default")
-        << QByteArray() << QStringList{QStringLiteral("--list-services")} << 0
+        << QByteArray() << QStringList{"--list-services"} << 0
         << QByteArray("Google: configured\nGoogle (alternative client): configured\n"
                       "DeepL: not configured, not asked\nLibreTranslate: not configured, not "
                       "asked\nApertium (offline): configured, not asked\n")
         << QByteArray();
     QTest::newRow("services as chosen, unknown names dropped")
         << QByteArray("[General]\nTranslationServices=DeepL, Babel, Google\nDeepLAPIKey=k:fx\n")
-        << QStringList{QStringLiteral("--list-services")} << 0
+        << QStringList{"--list-services"} << 0
         << QByteArray("DeepL: configured\nGoogle: configured\n") << QByteArray();
-    QTest::newRow("stray argument")
-        << QByteArray()
-        << QStringList{QStringLiteral("--translate"), QStringLiteral("a"), QStringLiteral("b")} << 1
-        << QByteArray() << QByteArray("Unexpected argument 'b'");
+    QTest::newRow("stray argument") << QByteArray() << QStringList{"--translate", "a", "b"} << 1
+                                    << QByteArray() << QByteArray("Unexpected argument 'b'");
     QTest::newRow("tray without a desktop: what is missing and what works")
         << QByteArray() << QStringList{} << 1 << QByteArray()
         << QByteArray("no graphical session found (DISPLAY and WAYLAND_DISPLAY are not set).\n"
@@ -240,8 +226,8 @@ void TestCommandLine::informationAndMisuse()
 void TestCommandLine::offlineServiceTranslatesIntoSpanish()
 {
     // The real offline server with its English-Spanish pair, on a free loopback port.
-    const QString apy = QStandardPaths::findExecutable(QStringLiteral("apertium-apy"));
-    if (apy.isEmpty() || !QFile::exists(QStringLiteral("/usr/share/apertium/modes/eng-spa.mode")))
+    const QString apy = QStandardPaths::findExecutable("apertium-apy");
+    if (apy.isEmpty() || !QFile::exists("/usr/share/apertium/modes/eng-spa.mode"))
         QSKIP("apertium-apy and apertium-eng-spa are not installed (scripts/install-deps.sh)");
     quint16 port = 0;
     {
@@ -252,8 +238,7 @@ void TestCommandLine::offlineServiceTranslatesIntoSpanish()
     QProcess server;
     server.setStandardOutputFile(QProcess::nullDevice());
     server.setStandardErrorFile(QProcess::nullDevice());
-    server.start(apy, {QStringLiteral("-p"), QString::number(port),
-                       QStringLiteral("/usr/share/apertium/modes")});
+    server.start(apy, {"-p", QString::number(port), "/usr/share/apertium/modes"});
     QVERIFY2(server.waitForStarted(), qPrintable(server.errorString()));
     const auto stopServer = qScopeGuard([&server] {
         server.terminate();
@@ -268,8 +253,7 @@ void TestCommandLine::offlineServiceTranslatesIntoSpanish()
     QElapsedTimer waited;
     waited.start();
     while (!ready && waited.elapsed() < 60000 && server.state() == QProcess::Running) {
-        QNetworkReply *reply =
-            network.get(QNetworkRequest(QUrl(url + QStringLiteral("/listPairs"))));
+        QNetworkReply *reply = network.get(QNetworkRequest(QUrl(url + "/listPairs")));
         QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 10000);
         ready = reply->error() == QNetworkReply::NoError && reply->readAll().contains("spa");
         reply->deleteLater();
@@ -279,9 +263,8 @@ void TestCommandLine::offlineServiceTranslatesIntoSpanish()
     QVERIFY2(ready, "apertium-apy did not start");
 
     writeSettings("[General]\nApertiumURL=" + url.toUtf8() + "\n");
-    const Run run = runTolkaro({QStringLiteral("--translate"), QStringLiteral("The cat is black."),
-                                QStringLiteral("--to"), QStringLiteral("es"),
-                                QStringLiteral("--service"), QStringLiteral("Apertium (offline)")});
+    const Run run = runTolkaro(
+        {"--translate", "The cat is black.", "--to", "es", "--service", "Apertium (offline)"});
     QVERIFY2(run.exitCode == 0, run.err.constData());
     QVERIFY2(run.out.contains("gato") && run.out.contains("negro"), run.out.constData());
     QCOMPARE(m_server->requestCount(), 0);

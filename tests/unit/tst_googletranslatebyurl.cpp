@@ -14,8 +14,6 @@
 #include "translation/TranslationChain.h"
 #include "translation/TranslationServices.h"
 
-#include <QMutex>
-#include <QMutexLocker>
 #include <QRegularExpression>
 #include <QScopeGuard>
 #include <QSslConfiguration>
@@ -84,6 +82,14 @@ bool matchesPattern(const QString &line, const QString &pattern)
         .hasMatch();
 }
 
+// What ends a request before its answer arrives.
+enum class EndedBy
+{
+    NewRequest,
+    Cancel,
+    Destruction,
+};
+
 } // namespace
 
 class TestGoogleTranslateByURL : public QObject
@@ -91,7 +97,6 @@ class TestGoogleTranslateByURL : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void cleanupTestCase();
     void init();
     void cleanup();
 
@@ -103,8 +108,8 @@ private slots:
     void refusedConnectionGivesNoData();
     void failsAtOnceWhenNoUrlCanBeFormed_data();
     void failsAtOnceWhenNoUrlCanBeFormed();
-    void newRequestCancelsTheOneInFlight();
-    void cancelAndDestructionEndTheRequest();
+    void requestInFlightEndsOnce_data();
+    void requestInFlightEndsOnce();
     void completionMayStartTheNextRequest();
     void untrustedCertificateIsRefused_data();
     void untrustedCertificateIsRefused();
@@ -118,13 +123,10 @@ private slots:
 private:
     QStringList takeLog();
     // A good request on the same client, after whatever came before.
-    void requireUsable(GoogleTranslateByURL &client, LoopbackTranslationServer *server);
+    void requireUsable(GoogleTranslateByURL &client);
 
     std::unique_ptr<TestCertificates> m_certificates;
-    QSslConfiguration m_savedSslConfiguration;
-
     std::unique_ptr<LoopbackTranslationServer> m_server;
-    QMutex m_logMutex;
     QStringList m_log;
 };
 
@@ -143,30 +145,18 @@ void TestGoogleTranslateByURL::initTestCase()
     QVERIFY2(m_certificates->isValid(), qPrintable(m_certificates->errorString()));
     // The test's own authority is trusted, so a certificate it signed for 127.0.0.1 is the
     // good case and every refusal below is about that one certificate.
-    m_savedSslConfiguration = QSslConfiguration::defaultConfiguration();
-    QSslConfiguration trusting = m_savedSslConfiguration;
+    QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
     trusting.addCaCertificate(m_certificates->authority());
     QSslConfiguration::setDefaultConfiguration(trusting);
-}
-
-void TestGoogleTranslateByURL::cleanupTestCase()
-{
-    QSslConfiguration::setDefaultConfiguration(m_savedSslConfiguration);
 }
 
 void TestGoogleTranslateByURL::init()
 {
     m_server = std::make_unique<LoopbackTranslationServer>();
     QVERIFY(m_server->isListening());
-    {
-        QMutexLocker locker(&m_logMutex);
-        m_log.clear();
-    }
-    tolkaro::setLogSink([this](const QString &line) {
-        QMutexLocker locker(&m_logMutex);
-        // Whole answers are logged, here up to 10 MB long.
-        m_log.append(line.left(300));
-    });
+    m_log.clear();
+    // Whole answers are logged, here up to 10 MB long.
+    tolkaro::setLogSink([this](const QString &line) { m_log.append(line.left(300)); });
 }
 
 void TestGoogleTranslateByURL::cleanup()
@@ -177,15 +167,11 @@ void TestGoogleTranslateByURL::cleanup()
 
 QStringList TestGoogleTranslateByURL::takeLog()
 {
-    QMutexLocker locker(&m_logMutex);
     return std::exchange(m_log, {});
 }
 
-void TestGoogleTranslateByURL::requireUsable(GoogleTranslateByURL &client,
-                                             LoopbackTranslationServer *server)
+void TestGoogleTranslateByURL::requireUsable(GoogleTranslateByURL &client)
 {
-    if (server)
-        server->setDefaultAnswer(Answer::echo());
     TranslationOutcome good;
     // A failed wait leaves the request in flight; it must end while good still exists.
     const auto cancelLeftover =
@@ -278,56 +264,47 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
         "JSON or not JSON at all? Here's the printout of the responseDataString that we tried to "
         "parse: *");
 
-    QTest::newRow("well, without a detected language")
-        << Answer::well(R"([[["Hallo","Hello",null,null,10]]])") << true << QStringLiteral("Hallo")
-        << QString() << QString() << QStringLiteral("[[[\"Hallo\",\"Hello\",null,null,10]]]");
-    QTest::newRow("HTML page with status 403") << Answer::of(Behaviour::HtmlForbidden) << false
-                                               << QString() << QString() << kUnable << unableLog;
-    QTest::newRow("bytes that are not UTF-8")
-        << Answer::of(Behaviour::NonUtf8) << false << QString() << QString() << kNotUtf8
-        << QStringLiteral("responseDataString is nil");
-    QTest::newRow("answer trickling forever ends at the 4 s bound")
-        << Answer::of(Behaviour::TrickleForever) << false << QString() << QString() << kNoData
-        << QStringLiteral("data is nil :(. Response: { URL: http://127.0.0.1:*/translate_a/single?"
-                          "client=gtx&sl=auto&tl=de&dt=t&q=Hello+%26+good%2Bbye } { Status Code: "
-                          "200 }, error: The request timed out.");
-
+    const auto answered = [](const char *name, const Answer &answer, const QString &text,
+                             const QString &guessed, const QString &lastLog) {
+        QTest::newRow(name) << answer << true << text << guessed << QString() << lastLog;
+    };
+    const auto failed = [](const char *name, const Answer &answer, const QString &error,
+                           const QString &lastLog) {
+        QTest::newRow(name) << answer << false << QString() << QString() << error << lastLog;
+    };
     const QString noAnswerLog = QStringLiteral("data is nil :(. Response: *");
     const QString guessedLog = QStringLiteral("Guessed source language: en");
-    const QString hello = LoopbackTranslationServer::echoTranslation(QStringLiteral("Hello"));
     const LargeTranslationAnswer large = makeLargeTranslationAnswer(10 * 1024 * 1024);
-    QTest::newRow("10 MB answer of sentence rows")
-        << Answer::well(large.body) << true << large.translation << QStringLiteral("en")
-        << QString() << guessedLog;
-    QTest::newRow("10 MB HTML page")
-        << Answer::well("<!DOCTYPE html><html><body>\n" +
-                        tenMegabytes("<p>Our systems have detected unusual traffic.</p>\n"))
-        << false << QString() << QString() << kUnable << unableLog;
-    QTest::newRow("10 MB of unclosed arrays") << Answer::well(tenMegabytes("[")) << false
-                                              << QString() << QString() << kUnable << unableLog;
-    QTest::newRow("10 MB answer whose last byte is not UTF-8")
-        << Answer::well(large.body + "\xFF") << false << QString() << QString() << kNotUtf8
-        << QStringLiteral("responseDataString is nil");
-    QTest::newRow("connection reset mid-body") << Answer::of(Behaviour::ResetMidBody) << false
-                                               << QString() << QString() << kNoData << noAnswerLog;
-    QTest::newRow("redirect loop")
-        << Answer::of(Behaviour::RedirectLoop) << false << QString() << QString() << kNoData
-        << QStringLiteral("data is nil :(. Response: *, error: *edirect*");
-    QTest::newRow("deflated answer")
-        << deflated(LoopbackTranslationServer::echoBody("Hello")) << true << hello
-        << QStringLiteral("en") << QString() << guessedLog;
+
+    answered("well, without a detected language",
+             Answer::well(R"([[["Hallo","Hello",null,null,10]]])"), QStringLiteral("Hallo"),
+             QString(), QStringLiteral("[[[\"Hallo\",\"Hello\",null,null,10]]]"));
+    answered("10 MB answer of sentence rows", Answer::well(large.body), large.translation,
+             QStringLiteral("en"), guessedLog);
+    answered("deflated answer", deflated(LoopbackTranslationServer::echoBody("Hello")),
+             LoopbackTranslationServer::echoTranslation(QStringLiteral("Hello")),
+             QStringLiteral("en"), guessedLog);
+    failed("HTML page with status 403", Answer::of(Behaviour::HtmlForbidden), kUnable, unableLog);
+    failed("10 MB of unclosed arrays", Answer::well(tenMegabytes("[")), kUnable, unableLog);
+    failed("10 MB answer whose last byte is not UTF-8", Answer::well(large.body + "\xFF"), kNotUtf8,
+           QStringLiteral("responseDataString is nil"));
+    failed("answer trickling forever ends at the 4 s bound", Answer::of(Behaviour::TrickleForever),
+           kNoData,
+           QStringLiteral("data is nil :(. Response: { URL: http://127.0.0.1:*/translate_a/single?"
+                          "client=gtx&sl=auto&tl=de&dt=t&q=Hello+%26+good%2Bbye } { Status Code: "
+                          "200 }, error: The request timed out."));
+    failed("connection reset mid-body", Answer::of(Behaviour::ResetMidBody), kNoData, noAnswerLog);
+    failed("redirect loop", Answer::of(Behaviour::RedirectLoop), kNoData,
+           QStringLiteral("data is nil :(. Response: *, error: *edirect*"));
     // Qt stops inflating past 10 MB at this ratio, and reports a body it cannot inflate as
     // UnknownContentError beside status 200: no answer arrived.
-    QTest::newRow("16 MB of spaces deflated into 16 KB")
-        << deflated(QByteArray(16 * 1024 * 1024, ' ')) << false << QString() << QString() << kNoData
-        << noAnswerLog;
+    failed("16 MB of spaces deflated into 16 KB", deflated(QByteArray(16 * 1024 * 1024, ' ')),
+           kNoData, noAnswerLog);
     Answer notGzip = Answer::well(LoopbackTranslationServer::echoBody("Hello"));
     notGzip.extraHeaders = {{"Content-Encoding", "gzip"}};
-    QTest::newRow("gzip announced, plain answer sent")
-        << notGzip << false << QString() << QString() << kNoData << noAnswerLog;
-    QTest::newRow("request read, never answered")
-        << Answer::of(Behaviour::Silent) << false << QString() << QString() << kNoData
-        << QStringLiteral("data is nil :(. Response: (null), error: The request timed out.");
+    failed("gzip announced, plain answer sent", notGzip, kNoData, noAnswerLog);
+    failed("request read, never answered", Answer::of(Behaviour::Silent), kNoData,
+           QStringLiteral("data is nil :(. Response: (null), error: The request timed out."));
 }
 
 void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
@@ -358,7 +335,8 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome()
     QVERIFY2(matchesPattern(log.constLast(), lastLog), qPrintable(log.constLast()));
 
     // The same client goes on working, and nothing else arrives for this request.
-    requireUsable(client, m_server.get());
+    m_server->setDefaultAnswer(Answer::echo());
+    requireUsable(client);
     QCOMPARE(outcome.calls, 1);
 }
 
@@ -423,54 +401,56 @@ void TestGoogleTranslateByURL::failsAtOnceWhenNoUrlCanBeFormed()
     QCOMPARE(m_server->requestCount(), 0);
 }
 
-void TestGoogleTranslateByURL::newRequestCancelsTheOneInFlight()
+void TestGoogleTranslateByURL::requestInFlightEndsOnce_data()
 {
-    m_server->enqueueAnswer(Answer::of(Behaviour::Silent));
-    GoogleTranslateByURL client(m_server->baseUrl());
-    TranslationOutcome first;
-    TranslationOutcome second;
-    client.translateText(QStringLiteral("first"), QStringLiteral("de"), first.recorder());
-    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
-
-    client.translateText(QStringLiteral("second"), QStringLiteral("de"), second.recorder());
-    QCOMPARE(first.calls, 1);
-    QCOMPARE(first.success, false);
-    QCOMPARE(first.error, kNoData);
-    QVERIFY(first.guessed.isNull());
-
-    QTRY_COMPARE_WITH_TIMEOUT(second.calls, 1, kWaitMs);
-    QVERIFY(second.success);
-    QCOMPARE(second.text, LoopbackTranslationServer::echoTranslation(QStringLiteral("second")));
-    QCOMPARE(first.calls, 1);
+    QTest::addColumn<int>("how");
+    QTest::newRow("a new request") << int(EndedBy::NewRequest);
+    QTest::newRow("cancel") << int(EndedBy::Cancel);
+    QTest::newRow("the client's destruction") << int(EndedBy::Destruction);
 }
 
-void TestGoogleTranslateByURL::cancelAndDestructionEndTheRequest()
+void TestGoogleTranslateByURL::requestInFlightEndsOnce()
 {
-    m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
+    QFETCH(int, how);
+    m_server->enqueueAnswer(Answer::of(Behaviour::Silent));
     auto client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
-    TranslationOutcome cancelled;
-    client->translateText(QStringLiteral("Hello"), QStringLiteral("de"), cancelled.recorder());
+    TranslationOutcome ended;
+    TranslationOutcome next;
+    client->translateText(QStringLiteral("first"), QStringLiteral("de"), ended.recorder());
     QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
     takeLog();
 
-    client->cancelCurrentTranslationRequestIfAny();
-    QCOMPARE(cancelled.calls, 1);
-    QCOMPARE(cancelled.error, kNoData);
-    QCOMPARE(takeLog(),
-             QStringList{QStringLiteral("data is nil :(. Response: (null), error: cancelled")});
-    // A second cancel, and the 4 s deadline of the cancelled request, change nothing.
-    client->cancelCurrentTranslationRequestIfAny();
-    QTest::qWait(4500);
-    QCOMPARE(cancelled.calls, 1);
+    switch (EndedBy(how)) {
+    case EndedBy::NewRequest:
+        client->translateText(QStringLiteral("second"), QStringLiteral("de"), next.recorder());
+        break;
+    case EndedBy::Cancel:
+        client->cancelCurrentTranslationRequestIfAny();
+        break;
+    case EndedBy::Destruction:
+        client.reset();
+        break;
+    }
+    // Ended before the call returned.
+    QCOMPARE(ended.calls, 1);
+    QCOMPARE(ended.success, false);
+    QCOMPARE(ended.error, kNoData);
+    QVERIFY(ended.guessed.isNull());
 
-    TranslationOutcome destroyed;
-    client->translateText(QStringLiteral("Hello"), QStringLiteral("de"), destroyed.recorder());
-    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 2, kWaitMs);
-    client.reset();
-    QCOMPARE(destroyed.calls, 1);
-    QCOMPARE(destroyed.error, kNoData);
-    QTest::qWait(200);
-    QCOMPARE(destroyed.calls, 1);
+    if (EndedBy(how) == EndedBy::NewRequest) {
+        QTRY_COMPARE_WITH_TIMEOUT(next.calls, 1, kWaitMs);
+        QVERIFY(next.success);
+        QCOMPARE(next.text, LoopbackTranslationServer::echoTranslation(QStringLiteral("second")));
+    } else if (EndedBy(how) == EndedBy::Cancel) {
+        QCOMPARE(takeLog(),
+                 QStringList{QStringLiteral("data is nil :(. Response: (null), error: cancelled")});
+        // A second cancel, and the 4 s deadline of the cancelled request, change nothing.
+        client->cancelCurrentTranslationRequestIfAny();
+        QTest::qWait(4500);
+    } else {
+        QTest::qWait(200);
+    }
+    QCOMPARE(ended.calls, 1);
 }
 
 void TestGoogleTranslateByURL::completionMayStartTheNextRequest()
@@ -528,7 +508,7 @@ void TestGoogleTranslateByURL::untrustedCertificateIsRefused()
     // The same endpoint with a certificate the client trusts: the refusal was about the
     // certificate alone, and the client goes on working.
     server.setIdentity(trusted);
-    requireUsable(client, nullptr);
+    requireUsable(client);
     QCOMPARE(server.requestCount(), 1);
     QCOMPARE(refused.calls, 1);
 }
@@ -546,100 +526,71 @@ void TestGoogleTranslateByURL::serviceReadsItsAnswers_data()
     QTest::addColumn<QByteArray>("body");
 
     using End = TranslationEnd;
+    const auto row = [](const char *name, const QString &service, const QString &target,
+                        const Answer &answer, End end, const QString &text = QString(),
+                        const QByteArray &requestLine = {}, const QByteArray &body = {},
+                        const QList<Answer> &before = {}) {
+        QTest::newRow(name) << service << target << before << answer << end << text << requestLine
+                            << body;
+    };
     const QString de = QStringLiteral("de");
     const QString hallo = QStringLiteral("Hallo Welt");
-    const Answer silent = Answer::of(Behaviour::Silent);
     const Answer reset = Answer::of(Behaviour::ResetMidBody);
 
-    QTest::newRow("alternative client: translation and detected language")
-        << kAlternative << de << QList<Answer>() << Answer::well(R"([["Hallo Welt","en"]])")
-        << End::Answered << hallo
-        << QByteArray("GET /translate_a/t?client=dict-chrome-ex&sl=auto&tl=de&q=Hello+world "
-                      "HTTP/1.1")
-        << QByteArray();
-    QTest::newRow("alternative client: the older sentences shape")
-        << kAlternative << de << QList<Answer>()
-        << Answer::well(R"({"sentences":[{"trans":"Hallo ","orig":"Hello "},)"
-                        R"({"trans":"Welt","orig":"world"}],"src":"en"})")
-        << End::Answered << hallo << QByteArray() << QByteArray();
-    QTest::newRow("alternative client: 429 with an HTML page")
-        << kAlternative << de << QList<Answer>() << Answer::htmlPage(429) << End::Refused
-        << QString() << QByteArray() << QByteArray();
-    QTest::newRow("alternative client: stalls past the time limit")
-        << kAlternative << de << QList<Answer>() << silent << End::Unreachable << QString()
-        << QByteArray() << QByteArray();
+    row("alternative client: translation and detected language", kAlternative, de,
+        Answer::well(R"([["Hallo Welt","en"]])"), End::Answered, hallo,
+        "GET /translate_a/t?client=dict-chrome-ex&sl=auto&tl=de&q=Hello+world HTTP/1.1");
+    row("alternative client: the older sentences shape", kAlternative, de,
+        Answer::well(R"({"sentences":[{"trans":"Hallo ","orig":"Hello "},)"
+                     R"({"trans":"Welt","orig":"world"}],"src":"en"})"),
+        End::Answered, hallo);
+    row("alternative client: 429 with an HTML page", kAlternative, de, Answer::htmlPage(429),
+        End::Refused);
+    row("alternative client: stalls past the time limit", kAlternative, de,
+        Answer::of(Behaviour::Silent), End::Unreachable);
 
-    QTest::newRow("DeepL: translation, target code its own")
-        << kDeepL << QStringLiteral("pt") << QList<Answer>()
-        << Answer::well(
-               R"({"translations":[{"detected_source_language":"EN","text":"Hallo Welt"}]})")
-        << End::Answered << hallo << QByteArray("POST /v2/translate HTTP/1.1")
-        << QByteArray(R"({"target_lang":"PT-BR","text":["Hello world"]})");
-    QTest::newRow("DeepL: 403, key refused")
-        << kDeepL << de << QList<Answer>()
-        << Answer::withStatus(403, R"({"message":"Authorization failure"})") << End::Refused
-        << QString() << QByteArray() << QByteArray();
-    QTest::newRow("DeepL: 456, quota used up")
-        << kDeepL << de << QList<Answer>() << Answer::withStatus(456, "") << End::Refused
-        << QString() << QByteArray() << QByteArray();
-    QTest::newRow("DeepL: 429, too many requests")
-        << kDeepL << de << QList<Answer>() << Answer::withStatus(429, "") << End::Refused
-        << QString() << QByteArray() << QByteArray();
-    QTest::newRow("DeepL: a language it lacks is not sent")
-        << kDeepL << QStringLiteral("ca") << QList<Answer>() << Answer::echo() << End::Unusable
-        << QString() << QByteArray() << QByteArray();
+    row("DeepL: translation, target code its own", kDeepL, QStringLiteral("pt"),
+        Answer::well(R"({"translations":[{"detected_source_language":"EN","text":"Hallo Welt"}]})"),
+        End::Answered, hallo, "POST /v2/translate HTTP/1.1",
+        R"({"target_lang":"PT-BR","text":["Hello world"]})");
+    row("DeepL: 456, quota used up", kDeepL, de, Answer::withStatus(456, ""), End::Refused);
+    row("DeepL: a language it lacks is not sent", kDeepL, QStringLiteral("ca"), Answer::echo(),
+        End::Unusable);
 
-    QTest::newRow("LibreTranslate: translation with key")
-        << kLibre << QStringLiteral("zh-TW") << QList<Answer>()
-        << Answer::well(R"({"translatedText":"Hallo Welt",)"
-                        R"("detectedLanguage":{"confidence":90,"language":"en"}})")
-        << End::Answered << hallo << QByteArray("POST /translate HTTP/1.1")
-        << QByteArray(R"({"api_key":"libre-key","format":"text","q":"Hello world",)"
-                      R"("source":"auto","target":"zt"})");
-    QTest::newRow("LibreTranslate: 400, bad request")
-        << kLibre << de << QList<Answer>()
-        << Answer::withStatus(400, R"({"error":"Invalid request: missing q parameter"})")
-        << End::Refused << QString() << QByteArray() << QByteArray();
-    QTest::newRow("LibreTranslate: 403, key refused")
-        << kLibre << de << QList<Answer>()
-        << Answer::withStatus(403, R"({"error":"Invalid API key"})") << End::Refused << QString()
-        << QByteArray() << QByteArray();
-    QTest::newRow("LibreTranslate: an HTML page with status 200")
-        << kLibre << de << QList<Answer>() << Answer::htmlPage(200) << End::Unreadable << QString()
-        << QByteArray() << QByteArray();
-    QTest::newRow("LibreTranslate: reset mid-answer")
-        << kLibre << de << QList<Answer>() << reset << End::Unreachable << QString() << QByteArray()
-        << QByteArray();
+    row("LibreTranslate: translation with key", kLibre, QStringLiteral("zh-TW"),
+        Answer::well(R"({"translatedText":"Hallo Welt",)"
+                     R"("detectedLanguage":{"confidence":90,"language":"en"}})"),
+        End::Answered, hallo, "POST /translate HTTP/1.1",
+        R"({"api_key":"libre-key","format":"text","q":"Hello world",)"
+        R"("source":"auto","target":"zt"})");
+    row("LibreTranslate: 403, key refused", kLibre, de,
+        Answer::withStatus(403, R"({"error":"Invalid API key"})"), End::Refused);
+    row("LibreTranslate: an HTML page with status 200", kLibre, de, Answer::htmlPage(200),
+        End::Unreadable);
+    row("LibreTranslate: reset mid-answer", kLibre, de, reset, End::Unreachable);
 
-    const QByteArray twoPairs =
-        R"({"responseData":[{"sourceLanguage":"eng","targetLanguage":"spa"},)"
-        R"({"sourceLanguage":"cat","targetLanguage":"spa"},)"
-        R"({"sourceLanguage":"spa","targetLanguage":"eng"}],"responseDetails":null,)"
-        R"("responseStatus":200})";
+    const Answer twoPairs =
+        Answer::well(R"({"responseData":[{"sourceLanguage":"eng","targetLanguage":"spa"},)"
+                     R"({"sourceLanguage":"cat","targetLanguage":"spa"},)"
+                     R"({"sourceLanguage":"spa","targetLanguage":"eng"}],"responseDetails":null,)"
+                     R"("responseStatus":200})");
     const Answer hola =
         Answer::well(R"({"responseData":{"translatedText":"Hola mundo"},"responseDetails":null,)"
                      R"("responseStatus":200})");
-    QTest::newRow("Apertium: one pair into English")
-        << kApertium << QStringLiteral("en") << QList<Answer>{Answer::well(twoPairs)} << hola
-        << End::Answered << QStringLiteral("Hola mundo")
-        << QByteArray("GET /translate?markUnknown=no&langpair=spa%7Ceng&q=Hello+world HTTP/1.1")
-        << QByteArray();
-    QTest::newRow("Apertium: two pairs into Spanish, the identification picks")
-        << kApertium << QStringLiteral("es")
-        << QList<Answer>{Answer::well(twoPairs), Answer::well(R"({"cat":0.2,"eng":0.7})")} << hola
-        << End::Answered << QStringLiteral("Hola mundo")
-        << QByteArray("GET /translate?markUnknown=no&langpair=eng%7Cspa&q=Hello+world HTTP/1.1")
-        << QByteArray();
-    QTest::newRow("Apertium: two pairs, no identification")
-        << kApertium << QStringLiteral("es") << QList<Answer>{Answer::well(twoPairs)}
-        << Answer::withStatus(400, R"({"status":"error","code":400})") << End::Unusable << QString()
-        << QByteArray() << QByteArray();
-    QTest::newRow("Apertium: no pair into German")
-        << kApertium << de << QList<Answer>() << Answer::well(twoPairs) << End::Unusable
-        << QString() << QByteArray("GET /listPairs HTTP/1.1") << QByteArray();
-    QTest::newRow("Apertium: no server there")
-        << kApertium << de << QList<Answer>() << reset << End::Unreachable << QString()
-        << QByteArray() << QByteArray();
+    const QString es = QStringLiteral("es");
+    row("Apertium: one pair into English", kApertium, QStringLiteral("en"), hola, End::Answered,
+        QStringLiteral("Hola mundo"),
+        "GET /translate?markUnknown=no&langpair=spa%7Ceng&q=Hello+world HTTP/1.1", {}, {twoPairs});
+    row("Apertium: two pairs into Spanish, the identification picks", kApertium, es, hola,
+        End::Answered, QStringLiteral("Hola mundo"),
+        "GET /translate?markUnknown=no&langpair=eng%7Cspa&q=Hello+world HTTP/1.1", {},
+        {twoPairs, Answer::well(R"({"cat":0.2,"eng":0.7})")});
+    row("Apertium: two pairs, no identification", kApertium, es,
+        Answer::withStatus(400, R"({"status":"error","code":400})"), End::Unusable, {}, {}, {},
+        {twoPairs});
+    row("Apertium: no pair into German", kApertium, de, twoPairs, End::Unusable, {},
+        "GET /listPairs HTTP/1.1");
+    row("Apertium: no server there", kApertium, de, reset, End::Unreachable);
 }
 
 void TestGoogleTranslateByURL::serviceReadsItsAnswers()
@@ -782,7 +733,7 @@ void TestGoogleTranslateByURL::prepareOpensTheConnectionAndSendsNothing()
     QCOMPARE(server.requestCount(), 0);
 
     // The request goes out on that connection.
-    requireUsable(client, nullptr);
+    requireUsable(client);
     QCOMPARE(server.connectionCount(), 1);
     QCOMPARE(server.requestCount(), 1);
 }

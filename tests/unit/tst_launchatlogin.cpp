@@ -28,8 +28,6 @@ private slots:
     void execArgumentRoundTrip_data();
     void execArgumentRoundTrip();
     void parseDesktopEntryGroup();
-    void isDisabled_data();
-    void isDisabled();
 
 private:
     QString makeExecutable(const QString &name);
@@ -93,7 +91,7 @@ QStringList TestLaunchAtLogin::entryFiles() const
 
 void TestLaunchAtLogin::setLaunchAtLogin_data()
 {
-    // How an Exec line is split and which keys disable an entry is checked below.
+    // How an Exec line is split is checked below.
     // Entries on disk before, as "file name|Exec value|extra lines"; $SELF, $OTHER, $ROOT
     // stand for our executable, another one, and the test's root.
     QTest::addColumn<QStringList>("before");
@@ -121,9 +119,10 @@ void TestLaunchAtLogin::setLaunchAtLogin_data()
     QTest::newRow("another program's entry stays, off")
         << QStringList{"other.desktop|$OTHER|"} << false << false << false
         << QStringList{"other.desktop"};
-    QTest::newRow("hidden own entry is off; on switches it on in place")
-        << QStringList{"tolkaro.desktop|$SELF|Hidden=true"} << true << false << true
-        << QStringList{"tolkaro.desktop"};
+    // Hidden=true is the change notification's case below.
+    QTest::newRow("own entry switched off by GNOME is off; on switches it on in place")
+        << QStringList{"tolkaro.desktop|$SELF|X-GNOME-Autostart-enabled=false"} << true << false
+        << true << QStringList{"tolkaro.desktop"};
 }
 
 void TestLaunchAtLogin::setLaunchAtLogin()
@@ -308,25 +307,6 @@ void TestLaunchAtLogin::parseDesktopEntryGroup()
     QCOMPARE(group.value("Exec"), QString("\"/x y/z\" %u"));
     QVERIFY(!group.contains("Stray"));
     QCOMPARE(group.size(), 4);
-}
-
-void TestLaunchAtLogin::isDisabled_data()
-{
-    QTest::addColumn<QString>("lines");
-    QTest::addColumn<bool>("disabled");
-
-    QTest::newRow("plain entry") << "" << false;
-    QTest::newRow("Hidden=true") << "Hidden=true\n" << true;
-    QTest::newRow("GNOME switch off") << "X-GNOME-Autostart-enabled=false\n" << true;
-}
-
-void TestLaunchAtLogin::isDisabled()
-{
-    QFETCH(QString, lines);
-    QFETCH(bool, disabled);
-
-    const QString text = "[Desktop Entry]\nType=Application\nExec=tolkaro\n" + lines;
-    QCOMPARE(DesktopEntry::isDisabled(DesktopEntry::parseDesktopEntryGroup(text)), disabled);
 }
 
 QTEST_GUILESS_MAIN(TestLaunchAtLogin)

@@ -169,20 +169,18 @@ void TestMoveToApplications::move()
     alerts.answer = {true, true};
     MoveEnvironment moving = environment(&alerts);
 
-    const auto placeExistingCopy = [&] {
+    if (obstacle == Obstacle::ExistingCopy || obstacle == Obstacle::ApplicationsReadOnly)
         QVERIFY(QDir().mkpath(m_applications));
-        QFile old(destination);
-        QVERIFY(old.open(QIODevice::WriteOnly));
-        old.write("old copy");
-    };
+    QFile old(destination);
     switch (obstacle) {
     case Obstacle::None:
         break;
     case Obstacle::ExistingCopy:
-        placeExistingCopy();
+        QVERIFY(old.open(QIODevice::WriteOnly));
+        old.write("old copy");
+        old.close();
         break;
     case Obstacle::ApplicationsReadOnly:
-        QVERIFY(QDir().mkpath(m_applications));
         if (!makeUnwritable(m_applications))
             QSKIP("cannot make a directory unwritable here");
         break;
