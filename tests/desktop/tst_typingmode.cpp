@@ -54,7 +54,6 @@ private slots:
     void init();
     void cleanup();
     void typingTranslatesOnceAndReturnPastes();
-    void returnBeforeAnyTranslationAsksAtOnce();
     void recordedShortcutTakesOverAtOnce();
     void shortcutOwnedByAnotherProgramFallsBack();
     void refusedGrabTakesTheFocusAndGivesItBack();
@@ -69,7 +68,10 @@ private:
     bool activateGtkTarget();
     bool tap(quint32 keySym, const QList<quint32> &modifiers = {});
     bool typeText(const QString &text, int gapMs = 0);
-    bool panelShown() const { return m_coordinator->spotlight() && m_coordinator->spotlight()->isVisible(); }
+    bool panelShown() const
+    {
+        return m_coordinator->spotlight() && m_coordinator->spotlight()->isVisible();
+    }
     // The shortcut opens the panel, which takes the keyboard.
     bool openPanel(quint32 keySym = XK_space, const QList<quint32> &modifiers = {XK_Alt_L});
     // The GTK entry's text as soon as it equals `expected`, else the last text read. One
@@ -100,8 +102,8 @@ void TestTypingMode::initTestCase()
     QVERIFY(m_windows.isValid() && m_keys.isValid() && m_server.isListening());
     AtspiElement entry;
     QVERIFY(QTest::qWaitFor([&] { return !(entry = gtkEntry()).isNull(); }, 10000));
-    const std::optional<X11WindowQueries::Window> window = m_windows.topLevelWindowAt(
-        entry.screenRect().center(), QCoreApplication::applicationPid());
+    const std::optional<X11WindowQueries::Window> window =
+        m_windows.topLevelWindowAt(entry.screenRect().center(), QCoreApplication::applicationPid());
     QVERIFY(window && window->pid == entry.processId());
     m_gtkWindow = xcb_window_t(window->id);
 
@@ -219,25 +221,6 @@ void TestTypingMode::typingTranslatesOnceAndReturnPastes()
     QVERIFY(log().contains(QStringLiteral("Pasted ") + tolkaro::privateText(translation)));
 }
 
-void TestTypingMode::returnBeforeAnyTranslationAsksAtOnce()
-{
-    // The answer comes late, so Return finds no translation shown.
-    m_server.setDefaultAnswer(
-        LoopbackTranslationServer::Answer::slowly(LoopbackTranslationServer::echoBody("xy"), 1500));
-    QVERIFY(openPanel());
-    QVERIFY(typeText(QStringLiteral("xy")));
-    QVERIFY(tap(XK_Return));
-    QTRY_COMPARE(m_server.requestCount(), 1);
-    // The pending countdown still fires and asks again; nothing was pasted.
-    QTRY_COMPARE(m_server.requestCount(), 2);
-    QCOMPARE(m_server.requests().constLast().queryText(), QStringLiteral("xy"));
-    QVERIFY(panelShown());
-    QCOMPARE(gtkEntry().text(), QString());
-    QTRY_COMPARE(m_coordinator->spotlight()->detailsTextField()->text(),
-                 LoopbackTranslationServer::echoTranslation(QStringLiteral("xy")));
-    m_server.setDefaultAnswer(LoopbackTranslationServer::Answer::echo());
-}
-
 void TestTypingMode::recordedShortcutTakesOverAtOnce()
 {
     m_preferencesWindow->showWindow();
@@ -246,12 +229,11 @@ void TestTypingMode::recordedShortcutTakesOverAtOnce()
     ShortcutRecorder *recorder = m_preferencesWindow->typingModeShortcutView();
     auto *button = recorder->findChild<QPushButton *>(QStringLiteral("recordButton"));
     QVERIFY(button);
-    QCOMPARE(button->text(), QStringLiteral("Alt+Space"));
     const QPoint center = button->mapToGlobal(button->rect().center());
     auto record = [&](quint32 keySym, const QList<quint32> &modifiers) {
         return DesktopInput::click(center) &&
-               QTest::qWaitFor([&] { return recorder->isRecording(); }) &&
-               tap(keySym, modifiers) && QTest::qWaitFor([&] { return !recorder->isRecording(); });
+               QTest::qWaitFor([&] { return recorder->isRecording(); }) && tap(keySym, modifiers) &&
+               QTest::qWaitFor([&] { return !recorder->isRecording(); });
     };
 
     // While recording, the recorder holds the keyboard and the binding is paused: the
@@ -265,10 +247,7 @@ void TestTypingMode::recordedShortcutTakesOverAtOnce()
     QVERIFY(record(XK_t, {XK_Control_L, XK_Shift_L}));
     const StoredShortcut recorded{XK_t, quint32(Qt::ControlModifier | Qt::ShiftModifier)};
     QCOMPARE(m_preferencesWindow->activeShortcut(), recorded);
-    QCOMPARE(button->text(), QStringLiteral("Ctrl+Shift+T"));
-    // Read back by a fresh store.
-    QCOMPARE(Preferences(m_preferences->settings().fileName()).typingModeKeyboardShortcut(),
-             std::optional(recorded));
+    QCOMPARE(m_preferences->typingModeKeyboardShortcut(), std::optional(recorded));
     window->hide();
     QVERIFY(activateGtkTarget());
 
@@ -303,8 +282,10 @@ void TestTypingMode::shortcutOwnedByAnotherProgramFallsBack()
     const QList<xcb_keycode_t> keyCodes = X11Input::keyCodesForKeySym(desktop, XK_space);
     QVERIFY(!keyCodes.isEmpty());
     for (xcb_keycode_t keyCode : keyCodes) {
-        for (quint16 variant : TypingShortcut::grabModifierVariants(TypingShortcut::X11Mask::kMod1, numLock))
-            xcb_grab_key(desktop, 1, root, variant, keyCode, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+        for (quint16 variant :
+             TypingShortcut::grabModifierVariants(TypingShortcut::X11Mask::kMod1, numLock))
+            xcb_grab_key(desktop, 1, root, variant, keyCode, XCB_GRAB_MODE_ASYNC,
+                         XCB_GRAB_MODE_ASYNC);
     }
     std::free(xcb_get_input_focus_reply(desktop, xcb_get_input_focus(desktop), nullptr));
     m_preferencesWindow = std::make_unique<PreferencesWindowController>(*m_preferences);
@@ -330,10 +311,10 @@ void TestTypingMode::refusedGrabTakesTheFocusAndGivesItBack()
     // while running the command bound to a key).
     xcb_connection_t *other = xcb_connect(nullptr, nullptr);
     const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(other)).data->root;
-    std::free(xcb_grab_keyboard_reply(
-        other, xcb_grab_keyboard(other, 1, root, XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC,
-                                 XCB_GRAB_MODE_ASYNC),
-        nullptr));
+    std::free(xcb_grab_keyboard_reply(other,
+                                      xcb_grab_keyboard(other, 1, root, XCB_CURRENT_TIME,
+                                                        XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
+                                      nullptr));
 
     m_coordinator->showSpotlightTranslationPopup();
     SpotlightWindowController *spotlight = m_coordinator->spotlight();
@@ -355,7 +336,6 @@ void TestTypingMode::refusedGrabTakesTheFocusAndGivesItBack()
     QCOMPARE(entryTextOnceItIs(translation), translation);
 }
 
-QTEST_MAIN(TestTypingMode)
 // No pointer grab: a click on another application closes the panel and still lands there
 // (here it moves the focus from the entry to the text view under the pointer).
 void TestTypingMode::clickOutsideClosesAndReachesTheApplication()
@@ -372,4 +352,5 @@ void TestTypingMode::clickOutsideClosesAndReachesTheApplication()
     QTRY_VERIFY(textView().isFocused());
 }
 
+QTEST_MAIN(TestTypingMode)
 #include "tst_typingmode.moc"

@@ -37,11 +37,10 @@ bool click(const QPoint &screenPoint)
         QStringLiteral("mousemove %1 %2 click 1").arg(screenPoint.x()).arg(screenPoint.y()));
 }
 
-bool doublePressAndHold(int keyCode, int secondPressMs)
+bool doublePressAndHold(int keyCode)
 {
-    return xdotool(QStringLiteral("keydown %1 sleep 0.06 keyup %1 sleep %2 keydown %1")
-                       .arg(keyCode)
-                       .arg((secondPressMs - 60) / 1000.0));
+    return xdotool(
+        QStringLiteral("keydown %1 sleep 0.06 keyup %1 sleep 0.1 keydown %1").arg(keyCode));
 }
 
 } // namespace DesktopInput

@@ -17,8 +17,8 @@ bool xdotool(const QStringList &commands);
 bool xdotool(const QString &commands);
 bool click(const QPoint &screenPoint);
 bool moveTo(const QPoint &screenPoint);
-// A key pressed, released and pressed again `secondPressMs` after the first press, then
-// held: the gesture's double press.
-bool doublePressAndHold(int keyCode, int secondPressMs = 160);
+// A key pressed, released and pressed again 0.16 s after the first press, then held: the
+// gesture's double press.
+bool doublePressAndHold(int keyCode);
 
 } // namespace DesktopInput

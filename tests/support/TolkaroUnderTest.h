@@ -36,6 +36,14 @@ inline QVariantMap popOverState()
 {
     return call<QVariantMap>(QStringLiteral("PopOverState"));
 }
+inline bool popoverShown()
+{
+    return popOverState().value(QStringLiteral("windowVisible")).toBool();
+}
+inline QString popoverText()
+{
+    return popOverState().value(QStringLiteral("text")).toString();
+}
 
 // The x, y, width and height of a state (the popover's body, the tray icon) as a rectangle.
 inline QRect rectOf(const QVariantMap &state)
@@ -52,11 +60,10 @@ inline QJsonArray menuLayout()
 }
 
 // Items of the attached status menu: 2 for the short menu of an untrusted process, more for
-// the full one; -1 when tolkaro does not answer.
+// the full one; 0 when tolkaro does not answer.
 inline int statusMenuItemCount()
 {
-    const QString layout = call<QString>(QStringLiteral("MenuLayout"));
-    return layout.isEmpty() ? -1 : QJsonDocument::fromJson(layout.toUtf8()).array().size();
+    return int(menuLayout().size());
 }
 
 // Starts `binary` on the settings in `configHome` with the test object on, as they are.

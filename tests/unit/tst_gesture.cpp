@@ -63,6 +63,17 @@ QList<GestureKeyEvent> eventsFromScript(const QString &script)
     return events;
 }
 
+// Plays a script to a detector launched at kLaunchTime, its log lines dropped.
+void play(RecordingActions &actions, const QString &script)
+{
+    tolkaro::setLogSink([](const QString &) {});
+    ModifierGestureDetector detector(actions);
+    detector.setLastControlKeyPressedTime(kLaunchTime);
+    for (const GestureKeyEvent &event : eventsFromScript(script))
+        detector.keyboardTapEvent(event);
+    tolkaro::setLogSink({});
+}
+
 } // namespace
 
 class TestGesture : public QObject
@@ -145,19 +156,10 @@ void TestGesture::actionsFollowTheKeys()
 {
     QFETCH(QString, script);
     QFETCH(QString, expectedCalls);
-
-    tolkaro::setLogSink([](const QString &) {});
     RecordingActions actions;
-    ModifierGestureDetector detector(actions);
-    detector.setLastControlKeyPressedTime(kLaunchTime);
-
-    for (const GestureKeyEvent &event : eventsFromScript(script))
-        detector.keyboardTapEvent(event);
-    tolkaro::setLogSink({});
-
+    play(actions, script);
     QCOMPARE(actions.calls.join(QLatin1Char(' ')), expectedCalls);
 }
-
 
 // Each left Control press that does not complete a double press may begin one: the
 // controller opens the translator's connection then.
@@ -175,13 +177,8 @@ void TestGesture::aFirstPressIsAnnounced()
 {
     QFETCH(QString, script);
     QFETCH(int, singlePresses);
-    tolkaro::setLogSink([](const QString &) {});
     RecordingActions actions;
-    ModifierGestureDetector detector(actions);
-    detector.setLastControlKeyPressedTime(kLaunchTime);
-    for (const GestureKeyEvent &event : eventsFromScript(script))
-        detector.keyboardTapEvent(event);
-    tolkaro::setLogSink({});
+    play(actions, script);
     QCOMPARE(actions.singlePresses, singlePresses);
 }
 

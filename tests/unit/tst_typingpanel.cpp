@@ -28,6 +28,7 @@ private slots:
     void typedTextSent();
     void emptyTextShrinksAndSendsNothing();
     void failedTranslationShowsAndPastesTheErrorText();
+    void returnBeforeAnyTranslationAsksAtOnce();
     void shortcutClosesThroughTheOpeningPath();
 
 private:
@@ -124,6 +125,21 @@ void TestTypingPanel::failedTranslationShowsAndPastesTheErrorText()
     QCOMPARE(m_enterNotifications, QStringList{error});
     QCOMPARE(m_pasted, QStringList{error});
     QVERIFY(!spotlight()->isVisible());
+}
+
+// Return with no translation shown pastes nothing and asks at once; the countdown of the
+// typing still runs and asks again.
+void TestTypingPanel::returnBeforeAnyTranslationAsksAtOnce()
+{
+    m_server->setDefaultAnswer(
+        LoopbackTranslationServer::Answer::slowly(LoopbackTranslationServer::echoBody("xy"), 1000));
+    QTest::keyClicks(spotlight()->inputTextField(), QStringLiteral("xy"));
+    spotlight()->searchTextFieldEnterPressed();
+    QTRY_COMPARE(m_server->requestCount(), 1);
+    QTRY_COMPARE(m_server->requestCount(), 2);
+    QCOMPARE(m_server->requests().constLast().queryText(), QStringLiteral("xy"));
+    QVERIFY(m_pasted.isEmpty() && spotlight()->isVisible());
+    spotlight()->inputTextField()->clear();
 }
 
 // The shortcut pressed while the panel holds the keyboard closes it the way the desktop-wide
