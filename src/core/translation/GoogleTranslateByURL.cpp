@@ -69,6 +69,12 @@ void GoogleTranslateByURL::translateText(const QString &textToTranslate,
     send(request, [this](const WebReply &reply) { readReply(reply); });
 }
 
+GoogleTranslateByURL::~GoogleTranslateByURL()
+{
+    // A request still in flight ends as cancelled, so that its caller hears of it.
+    cancelCurrentTranslationRequestIfAny();
+}
+
 void GoogleTranslateByURL::readReply(const WebReply &reply)
 {
     if (!reply.carriesAnswer) {

@@ -37,6 +37,7 @@ public:
 
     // baseUrl: scheme, host and optional port, e.g. "http://127.0.0.1:8765".
     explicit GoogleTranslateByURL(const QString &baseUrl, QObject *parent = nullptr);
+    ~GoogleTranslateByURL() override;
 
     QString serviceName() const override { return QString::fromLatin1(kServiceName); }
     void translateText(const QString &textToTranslate, const QString &targetLanguage,

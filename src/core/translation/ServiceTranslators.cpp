@@ -29,6 +29,11 @@ ServiceTranslator::ServiceTranslator(Service service, QObject *parent)
 {
 }
 
+ServiceTranslator::~ServiceTranslator()
+{
+    cancelCurrentTranslationRequestIfAny();
+}
+
 void ServiceTranslator::translateText(const QString &textToTranslate, const QString &targetLanguage,
                                       TranslationCompletion completion)
 {
@@ -66,6 +71,11 @@ using ApertiumProtocol::Pair;
 ApertiumTranslator::ApertiumTranslator(const QString &baseUrl, QObject *parent)
     : WebTranslator(baseUrl, parent)
 {
+}
+
+ApertiumTranslator::~ApertiumTranslator()
+{
+    cancelCurrentTranslationRequestIfAny();
 }
 
 QString ApertiumTranslator::serviceName() const

@@ -26,6 +26,7 @@ public:
     };
 
     explicit ServiceTranslator(Service service, QObject *parent = nullptr);
+    ~ServiceTranslator() override;
 
     QString serviceName() const override { return m_service.name; }
     bool isConfigured() const override { return m_service.configured; }
@@ -45,6 +46,7 @@ class ApertiumTranslator : public WebTranslator
     Q_OBJECT
 public:
     explicit ApertiumTranslator(const QString &baseUrl, QObject *parent = nullptr);
+    ~ApertiumTranslator() override;
 
     QString serviceName() const override;
     void translateText(const QString &textToTranslate, const QString &targetLanguage,

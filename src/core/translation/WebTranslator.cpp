@@ -79,7 +79,10 @@ WebTranslator::WebTranslator(const QString &baseUrl, QObject *parent)
 
 WebTranslator::~WebTranslator()
 {
-    // A request still in flight ends as cancelled, so that its caller hears of it.
+    // Subclasses cancel in their own destructors, where their reply handlers may still run;
+    // by now those handlers would call into a destroyed subclass, so a request still in
+    // flight ends here without them.
+    m_handler = nullptr;
     cancelCurrentTranslationRequestIfAny();
 }
 
