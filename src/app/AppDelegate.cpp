@@ -68,7 +68,7 @@ AppDelegate::~AppDelegate()
 bool AppDelegate::applicationDidFinishLaunching()
 {
     // 1. The one translation client, for the gesture and the typing mode alike.
-    m_preferences.setSecretStore(SecretServiceStore::createIfRunning());
+    m_preferences.setSecretStore(std::make_shared<SecretServiceStore>());
     TranslationChain *chain =
         TranslationServices::createChain(TranslationServices::readSettings(m_preferences), this);
     m_translator = chain;

@@ -165,7 +165,7 @@ int CommandLine::translate(QCoreApplication &application)
         tolkaro::setLogSink([](const QString &) {});
 
     Preferences preferences;
-    preferences.setSecretStore(SecretServiceStore::createIfRunning());
+    preferences.setSecretStore(std::make_shared<SecretServiceStore>());
     QString targetLanguage = m_parser.value(m_toOption);
     if (!m_parser.isSet(m_toOption)) {
         const LanguageSelection selection(preferences);
@@ -202,7 +202,7 @@ int CommandLine::translate(QCoreApplication &application)
 int CommandLine::listServices()
 {
     Preferences preferences;
-    preferences.setSecretStore(SecretServiceStore::createIfRunning());
+    preferences.setSecretStore(std::make_shared<SecretServiceStore>());
     const ServiceSettings settings = TranslationServices::readSettings(preferences, true);
     for (const QString &name : TranslationServices::allInOrder(settings.order)) {
         const std::unique_ptr<Translator> service(TranslationServices::create(name, settings));

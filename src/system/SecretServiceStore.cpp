@@ -30,11 +30,14 @@ bool runToEnd(QKeychain::Job &job, const QString &key)
 
 } // namespace
 
-std::unique_ptr<SecretStore> SecretServiceStore::createIfRunning()
+bool SecretServiceStore::isRunning()
 {
+    if (m_running)
+        return *m_running;
+    m_running = false;
     const QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected() || !bus.interface())
-        return nullptr;
+        return false;
     const QString name = QString::fromLatin1(kSecretServiceName);
     bool available = bus.interface()->isServiceRegistered(name);
     if (!available) {
@@ -42,13 +45,14 @@ std::unique_ptr<SecretStore> SecretServiceStore::createIfRunning()
             bus.interface()->call(QStringLiteral("ListActivatableNames"));
         available = activatable.isValid() && activatable.value().contains(name);
     }
-    if (!available)
-        return nullptr;
-    return std::make_unique<SecretServiceStore>();
+    m_running = available;
+    return available;
 }
 
 std::optional<QString> SecretServiceStore::readSecret(const QString &key)
 {
+    if (!isRunning())
+        return std::nullopt;
     QKeychain::ReadPasswordJob job(kKeychainService);
     if (!runToEnd(job, key))
         return std::nullopt;
@@ -57,6 +61,8 @@ std::optional<QString> SecretServiceStore::readSecret(const QString &key)
 
 bool SecretServiceStore::writeSecret(const QString &key, const QString &value)
 {
+    if (!isRunning())
+        return false;
     if (value.trimmed().isEmpty()) {
         QKeychain::DeletePasswordJob job(kKeychainService);
         // Nothing to delete is as good as deleted.
