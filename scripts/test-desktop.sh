@@ -11,6 +11,8 @@
 #   --qt-target PATH    the tolkaro-qt-target executable (default: from $BUILD_DIR, ./build,
 #                       the newest build*/ tree, or $PATH)
 #   -v, --verbose       say how long each step took
+#   --session NAME      x11 (default), or kde-wayland (scripts/desktop-kde-wayland.sh:
+#                       KWin with XWayland, the targets native on Wayland)
 # Environment: TOLKARO_DESKTOP_SCREENSHOT=PATH is the same as --screenshot;
 #   TOLKARO_DESKTOP_LOGS=DIR as --logs;
 #   TOLKARO_QT_TARGET=PATH as --qt-target; TOLKARO_DESKTOP_STEP_TIMEOUT (seconds, default 15)
@@ -53,6 +55,20 @@ stop_pids() {
 }
 
 if [ "${1:-}" != "--inner" ]; then
+    # Another session runs from its own script, with the other options passed on.
+    session=x11 passed=()
+    while [ $# -gt 0 ] && [ "$1" != "--" ]; do
+        case "$1" in
+            --session) session="${2:?--session needs a name}"; shift ;;
+            *) passed+=("$1") ;;
+        esac
+        shift
+    done
+    set -- "${passed[@]}" "$@"
+    if [ "$session" != x11 ]; then
+        [ -x "$root/scripts/desktop-$session.sh" ] || { log "unknown session: $session"; exit 2; }
+        exec "$root/scripts/desktop-$session.sh" "$@"
+    fi
     # ---- Outer stage: options, private directories, the X server. ----
     targets=1 command_timeout=0 verbose=0
     screenshot="${TOLKARO_DESKTOP_SCREENSHOT:-}"

@@ -1,6 +1,8 @@
 #include "capture/AccessibilityManager.h"
 
 #include "capture/ClipboardSnapshot.h"
+#include "platform/Platform.h"
+#include "platform/PointerLocator.h"
 #include "platform/TextCaptureBackend.h"
 #include "common/Log.h"
 #include "platform/atspi/AtspiCall.h"
@@ -182,7 +184,7 @@ std::optional<QString> applicationSelection(const UIElement &application, const 
 // The four attribute texts, in order. A text longer than the gesture's cut is replaced by
 // the paragraph under the pointer, which is what the user points at.
 QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPoint &screenPoint,
-                                             const QPoint &windowOrigin)
+                                             const TextCaptureBackend::WindowAtPoint &window)
 {
     return AtspiCall::run<QList<std::optional<QString>>>([=] {
         QList<std::optional<QString>> texts;
@@ -191,7 +193,8 @@ QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPo
             if (attribute == UIElementTextAttribute::Value &&
                 UIElementText::characterCount(element).value_or(0) > kGestureTextLimit) {
                 if (auto paragraph =
-                        UIElementText::paragraphAtScreenPoint(element, screenPoint, windowOrigin)) {
+                        UIElementText::paragraphAtScreenPoint(element, screenPoint, window.origin,
+                                                              window.windowRelative)) {
                     texts.append(paragraph);
                     continue;
                 }
@@ -245,12 +248,16 @@ CapturedText AccessibilityManager::getStringForCurrentUIElement()
         return {};
     }
     AtspiCall::beginWork();
-    const QPoint screenPoint =
-        UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(QCursor::pos()).toPoint();
+    // Qt's pointer goes stale over native Wayland windows; the platform knows better there.
+    const QPoint screenPoint = UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(
+                                   Platform::instance().pointerLocator().pointerPosition().value_or(
+                                       QCursor::pos()))
+                                   .toPoint();
     const TextCaptureBackend::WindowAtPoint window = backend.windowAtPoint(screenPoint);
     UIElement application = UIElementUtilities::applicationElementForProcess(window.pid);
     UIElement element =
-        UIElementHitTest::elementAtScreenPoint(application, screenPoint, window.origin);
+        UIElementHitTest::elementAtScreenPoint(application, screenPoint, window.origin,
+                                               window.windowRelative);
     if (!element && !AtspiCall::gaveUp()) {
         application = getActiveApplicationElement();
         element = UIElementUtilities::focusedWindowOfApplication(application);
@@ -265,7 +272,7 @@ CapturedText AccessibilityManager::getStringForCurrentUIElement()
     std::optional<QString> selection = applicationSelection(application, element);
     if (selection && !StringHelpers::containsLetters(*selection))
         selection.reset();
-    const QList<std::optional<QString>> texts = attributeTexts(element, screenPoint, window.origin);
+    const QList<std::optional<QString>> texts = attributeTexts(element, screenPoint, window);
     return {selection ? selection : longestTextWithLetters(texts), element};
 }
 

@@ -26,6 +26,7 @@ public:
     {
         None,
         X11,
+        KdeWayland, // KDE Plasma on Wayland, Tolkaro's own windows on XWayland
     };
 
     virtual ~Platform() = default;
@@ -37,7 +38,7 @@ public:
     // A set for the given kind of session (tests use None).
     static std::unique_ptr<Platform> create(Session session);
 
-    // "x11", or "none".
+    // "x11", "kde-wayland", or "none".
     virtual QString name() const = 0;
 
     // Seams held by the platform for the life of the process.

@@ -21,6 +21,8 @@ public:
     {
         qint64 pid = 0;
         QPoint origin;
+        // Its toolkit knows only positions within the window (native Wayland windows).
+        bool windowRelative = false;
     };
     virtual WindowAtPoint windowAtPoint(const QPoint &screenPoint) = 0;
 };

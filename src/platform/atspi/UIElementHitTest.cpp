@@ -107,8 +107,11 @@ UIElement pointedElement(const UIElement &deepest, const UIElement &window)
 
 UIElementHitTest::ApplicationPoint UIElementHitTest::applicationPoint(const UIElement &element,
                                                                       const QPoint &screenPoint,
-                                                                      const QPoint &windowOrigin)
+                                                                      const QPoint &windowOrigin,
+                                                                      bool windowRelative)
 {
+    if (windowRelative)
+        return {screenPoint - windowOrigin, true};
     const UIElementToolkit toolkit = UIElementUtilities::toolkitOfUIElement(element);
     if (toolkit.name.compare(QLatin1String("gtk"), Qt::CaseInsensitive) != 0 ||
         !toolkit.version.startsWith(QLatin1String("4.")))
@@ -118,12 +121,14 @@ UIElementHitTest::ApplicationPoint UIElementHitTest::applicationPoint(const UIEl
 
 UIElement UIElementHitTest::elementAtScreenPoint(const UIElement &application,
                                                  const QPoint &screenPoint,
-                                                 const QPoint &windowOrigin)
+                                                 const QPoint &windowOrigin,
+                                                 bool windowRelative)
 {
     if (!application)
         return {};
     return run<UIElement>([=]() -> UIElement {
-        const ApplicationPoint at = applicationPoint(application, screenPoint, windowOrigin);
+        const ApplicationPoint at =
+            applicationPoint(application, screenPoint, windowOrigin, windowRelative);
         const UIElement window = windowAt(application, at);
         UIElement current = window;
         for (int depth = 0; current && depth < kMaxPointDepth && !gaveUpOnThisThread(); ++depth) {

@@ -12,18 +12,20 @@ class UIElementHitTest
 public:
     // The deepest element of the application at a point in screen pixels, or null. GTK 4
     // places its elements relative to their window, whose top-left corner on the screen is
-    // windowOrigin.
+    // windowOrigin; windowRelative says every toolkit does (native Wayland windows).
     static UIElement elementAtScreenPoint(const UIElement &application, const QPoint &point,
-                                          const QPoint &windowOrigin = QPoint());
+                                          const QPoint &windowOrigin = QPoint(),
+                                          bool windowRelative = false);
 
     // Where to ask the element's application about a screen point: GTK 4 knows only
     // positions within its windows (it has no global coordinates), every other toolkit
-    // screen positions.
+    // screen positions, unless windowRelative says the window is a native Wayland one.
     struct ApplicationPoint
     {
         QPoint point;
         bool windowRelative = false;
     };
     static ApplicationPoint applicationPoint(const UIElement &element, const QPoint &screenPoint,
-                                             const QPoint &windowOrigin);
+                                             const QPoint &windowOrigin,
+                                             bool windowRelative = false);
 };

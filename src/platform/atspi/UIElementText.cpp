@@ -168,13 +168,14 @@ std::optional<QString> UIElementText::selectedText(const UIElement &element)
 
 std::optional<QString> UIElementText::paragraphAtScreenPoint(const UIElement &element,
                                                              const QPoint &screenPoint,
-                                                             const QPoint &windowOrigin)
+                                                             const QPoint &windowOrigin,
+                                                             bool windowRelative)
 {
     if (!element)
         return std::nullopt;
     return run<std::optional<QString>>([=]() -> std::optional<QString> {
-        const UIElementHitTest::ApplicationPoint at =
-            UIElementHitTest::applicationPoint(element, screenPoint, windowOrigin);
+        const UIElementHitTest::ApplicationPoint at = UIElementHitTest::applicationPoint(
+            element, screenPoint, windowOrigin, windowRelative);
         const auto text = textOf(element.accessible());
         if (!text)
             return std::nullopt;

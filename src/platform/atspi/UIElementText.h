@@ -25,10 +25,12 @@ public:
     // hypertext shows give their selected parts.
     static std::optional<QString> selectedText(const UIElement &element);
     // The paragraph of the text at a point in screen pixels (windowOrigin: the top-left
-    // corner of the element's window, for toolkits that place elements within their window).
+    // corner of the element's window, for toolkits that place elements within their window;
+    // windowRelative: every toolkit does, as on native Wayland windows).
     static std::optional<QString> paragraphAtScreenPoint(const UIElement &element,
                                                          const QPoint &point,
-                                                         const QPoint &windowOrigin = QPoint());
+                                                         const QPoint &windowOrigin = QPoint(),
+                                                         bool windowRelative = false);
     // Replaces the selection (or inserts at the caret) through EditableText and reads the
     // text back; true when the text is there afterwards.
     static bool replaceSelectedText(const UIElement &element, const QString &text);

@@ -28,9 +28,10 @@ public:
     std::unique_ptr<GlobalHotKey> createGlobalHotKey(QObject *parent) override;
     std::unique_ptr<OutsideClickWatcher> createOutsideClickWatcher(QObject *parent) override;
 
-private:
+protected:
     X11WindowQueries &windowQueries();
 
+private:
     std::unique_ptr<X11WindowQueries> m_windowQueries;
     std::unique_ptr<PointerLocator> m_locator;
     std::unique_ptr<KeySender> m_keySender;

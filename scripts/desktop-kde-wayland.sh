@@ -1,0 +1,221 @@
+#!/usr/bin/env bash
+# The kde-wayland session of scripts/test-desktop.sh (which passes its options on): KWin's
+# virtual backend with XWayland in a private D-Bus session, accessibility on, and the GTK 3
+# and Qt 6 targets running natively on Wayland at the places the X11 desktop gives them.
+# Keys and the pointer go through KWin's fake-input protocol (tests/support/
+# tolkaro-fake-input, granted to it by a desktop file written here).
+#
+# COMMAND sees, beside what scripts/test-desktop.sh documents: WAYLAND_DISPLAY, DISPLAY
+# (XWayland), XDG_CURRENT_DESKTOP=KDE, XDG_SESSION_TYPE=wayland, QT_QPA_PLATFORM=xcb,
+# TOLKARO_DESKTOP_SESSION=kde-wayland, TOLKARO_COMPOSITOR_PID, and TOLKARO_DESKTOP_INPUT:
+# a program taking xdotool's commands (keydown 37, type abc, mousemove X Y, click 1) with X
+# key codes.
+set -uo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+self="$root/scripts/desktop-kde-wayland.sh"
+wait_helper=(/usr/bin/python3 "$root/scripts/test-desktop-wait.py")
+step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
+gtk_title="Tolkaro GTK target"
+qt_title="Tolkaro Qt target"
+
+log() { echo "test-desktop: $*" >&2; }
+now_ms() { date +%s%3N; }
+stop_pids() {
+    local pid i
+    for ((i = $# ; i > 0 ; i--)); do
+        pid="${!i}"
+        kill -TERM "$pid" 2>/dev/null || continue
+        for _ in $(seq 40); do kill -0 "$pid" 2>/dev/null || break; sleep 0.05; done
+        kill -KILL "$pid" 2>/dev/null && log "had to kill pid $pid"
+        wait "$pid" 2>/dev/null
+    done
+}
+
+# A built helper: $BUILD_DIR, ./build, the newest other build tree, then $PATH.
+find_built() {
+    local relative=$1 newest candidate
+    newest="$(ls -t "$root"/build*/"$relative" 2>/dev/null | head -n 1)"
+    for candidate in "${BUILD_DIR:-}/$relative" "$root/build/$relative" "$newest" \
+        "$(command -v "$(basename "$relative")")"; do
+        [ -x "$candidate" ] && [ -f "$candidate" ] && { echo "$candidate"; return 0; }
+    done
+    return 1
+}
+
+if [ "${1:-}" != "--inner" ]; then
+    targets=1 command_timeout=0 verbose=0
+    screenshot="${TOLKARO_DESKTOP_SCREENSHOT:-}"
+    keep_logs="${TOLKARO_DESKTOP_LOGS:-}"
+    qt_target="${TOLKARO_QT_TARGET:-}"
+    while [ $# -gt 0 ]; do
+        case "$1" in
+            --no-targets) targets=0 ;;
+            --timeout) command_timeout="${2:?--timeout needs seconds}"; shift ;;
+            --screenshot) screenshot="${2:?--screenshot needs a path}"; shift ;;
+            --logs) keep_logs="${2:?--logs needs a directory}"; shift ;;
+            --qt-target) qt_target="${2:?--qt-target needs a path}"; shift ;;
+            -v | --verbose) verbose=1 ;;
+            --) shift; break ;;
+            *) log "unknown option: $1"; exit 2 ;;
+        esac
+        shift
+    done
+    [ $# -gt 0 ] || { log "no command given"; exit 2; }
+    [ "$targets" = 0 ] || [ -n "$qt_target" ] || qt_target="$(find_built tests/fixtures/tolkaro-qt-target)" ||
+        { log "error: no tolkaro-qt-target executable; pass --qt-target PATH"; exit 125; }
+    fake_input="${TOLKARO_FAKE_INPUT:-$(find_built tests/support/tolkaro-fake-input)}" ||
+        { log "error: no tolkaro-fake-input executable; build it (cmake --build BUILD --target tolkaro-fake-input)"; exit 125; }
+    for tool in kwin_wayland Xwayland dbus-run-session gdbus /usr/bin/python3; do
+        command -v "$tool" >/dev/null || { log "error: $tool is missing (scripts/install-deps.sh)"; exit 125; }
+    done
+
+    started_ms=$(now_ms)
+    dir="$(mktemp -d "${TMPDIR:-/tmp}/tolkaro-kde.XXXXXX")" || exit 125
+    trap 'rm -rf "$dir"' EXIT
+    mkdir -p "$dir/config" "$dir/data/applications" "$dir/cache" "$dir/logs"
+    mkdir -m 0700 "$dir/runtime"
+    # KWin grants its fake-input protocol only to a program whose desktop file asks for it
+    # and whose Exec= is that program's own path.
+    fake_input="$(readlink -f "$fake_input")"
+    printf '[Desktop Entry]\nType=Application\nName=Tolkaro test input\nExec=%s\nNoDisplay=true\nX-KDE-Wayland-Interfaces=org_kde_kwin_fake_input\n' \
+        "$fake_input" >"$dir/data/applications/tolkaro-fake-input.desktop"
+    # The installed binary carries file capabilities that a container refuses to honour.
+    cp "$(command -v kwin_wayland)" "$dir/kwin_wayland"
+    export XDG_RUNTIME_DIR="$dir/runtime" XDG_CONFIG_HOME="$dir/config" \
+        XDG_DATA_HOME="$dir/data" XDG_CACHE_HOME="$dir/cache" TOLKARO_DESKTOP_DIR="$dir" \
+        TOLKARO_DESKTOP_INPUT="$fake_input" TOLKARO_QT_TARGET="$qt_target"
+    export TOLKARO_DESKTOP__TARGETS="$targets" TOLKARO_DESKTOP__TIMEOUT="$command_timeout" \
+        TOLKARO_DESKTOP__SCREENSHOT="$screenshot" TOLKARO_DESKTOP__VERBOSE="$verbose" \
+        TOLKARO_DESKTOP__STARTED_MS="$started_ms"
+    unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY NO_AT_BRIDGE
+    exec 4<&0 6>&1 7>&2
+    dbus-run-session -- "$self" --inner "$@" <&4 4<&- >"$dir/logs/dbus.log" 2>&1
+    status=$?
+    if [ "$status" -ne 0 ] && [ -n "$keep_logs" ]; then
+        mkdir -p "$keep_logs" && cp "$dir"/logs/*.log "$keep_logs"/ 2>/dev/null && log "logs kept in $keep_logs"
+    fi
+    exit "$status"
+fi
+
+# ---- Inner stage, inside the D-Bus session. ----
+shift
+exec 1>&6 2>&7 6>&- 7>&-
+dir="$TOLKARO_DESKTOP_DIR"
+logs="$dir/logs"
+verbose="$TOLKARO_DESKTOP__VERBOSE"
+started_ms="$TOLKARO_DESKTOP__STARTED_MS"
+pids=()
+bringing_up=1
+inner_teardown() {
+    local status=$?
+    trap - EXIT INT TERM
+    if [ "$status" -ne 0 ] && [ -n "$TOLKARO_DESKTOP__SCREENSHOT" ] && [ -n "${DISPLAY:-}" ]; then
+        import -window root "$TOLKARO_DESKTOP__SCREENSHOT" 2>/dev/null &&
+            log "screenshot (XWayland windows only) saved to $TOLKARO_DESKTOP__SCREENSHOT"
+    fi
+    [ "$bringing_up" = 1 ] && [ "$status" -ne 0 ] && status=125
+    [ ${#pids[@]} -gt 0 ] && stop_pids "${pids[@]}"
+    exit "$status"
+}
+trap inner_teardown EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+step() { [ "$verbose" = 1 ] && log "$1 after $(($(now_ms) - started_ms)) ms"; }
+fail() {
+    log "error: $1"
+    [ -n "${2:-}" ] && [ -s "$2" ] && tail -n 20 "$2" | sed 's/^/  | /' >&2
+    exit 125
+}
+wait_until() {
+    local what=$1 pid=$2 logfile=$3
+    shift 3
+    local deadline=$(($(now_ms) + step_timeout * 1000))
+    until "$@" >/dev/null 2>&1; do
+        [ -z "$pid" ] || kill -0 "$pid" 2>/dev/null || fail "$what: the process exited" "$logfile"
+        [ "$(now_ms)" -lt "$deadline" ] || fail "$what did not come up within ${step_timeout} s" "$logfile"
+        sleep 0.05
+    done
+}
+start() {
+    local name=$1
+    shift
+    "$@" </dev/null >"$logs/$name.log" 2>&1 &
+    pids+=($!)
+}
+kwin_call() {
+    gdbus call --session --timeout 5 --dest org.kde.KWin "$@"
+}
+
+wait_until "the accessibility switch (org.a11y.Status)" "" "" \
+    gdbus call --session --timeout 5 --dest org.a11y.Bus --object-path /org/a11y/bus \
+    --method org.freedesktop.DBus.Properties.Set org.a11y.Status IsEnabled '<true>'
+step "accessibility on"
+
+start kwin "$dir/kwin_wayland" --virtual --xwayland --width 1280 --height 800 --socket wayland-tolkaro
+export TOLKARO_COMPOSITOR_PID=$! WAYLAND_DISPLAY=wayland-tolkaro
+wait_until "KWin (org.kde.KWin /Scripting)" "$TOLKARO_COMPOSITOR_PID" "$logs/kwin.log" \
+    kwin_call --object-path /Scripting --method org.kde.kwin.Scripting.isScriptLoaded x
+xwayland_display() {
+    local child
+    for child in $(pgrep -P "$TOLKARO_COMPOSITOR_PID" Xwayland); do
+        tr '\0' '\n' <"/proc/$child/cmdline" | grep -m 1 '^:[0-9]\+$'
+    done
+}
+wait_until "XWayland (a child of KWin)" "$TOLKARO_COMPOSITOR_PID" "$logs/kwin.log" \
+    sh -c "[ -n \"\$(pgrep -P $TOLKARO_COMPOSITOR_PID Xwayland)\" ]"
+export DISPLAY="$(xwayland_display)"
+[ -n "$DISPLAY" ] || fail "XWayland has no display number" "$logs/kwin.log"
+step "KWin up, XWayland on $DISPLAY"
+
+# Wayland windows cannot place themselves: a KWin script gives the targets the places the
+# X11 desktop gives them.
+cat >"$dir/place-targets.js" <<JS
+function place(w) {
+    if (w.caption === "$gtk_title") w.frameGeometry = {x: 40, y: 40, width: 560, height: 420};
+    if (w.caption === "$qt_title") w.frameGeometry = {x: 680, y: 40, width: 560, height: 420};
+}
+workspace.clientAdded.connect(function (w) { place(w); w.captionChanged.connect(function () { place(w); }); });
+JS
+id=$(kwin_call --object-path /Scripting --method org.kde.kwin.Scripting.loadScript \
+    "$dir/place-targets.js" tolkaro-test-placement | tr -dc '0-9')
+kwin_call --object-path "/$id" --method org.kde.kwin.Script.run >/dev/null ||
+    fail "KWin did not run the script that places the targets" "$logs/kwin.log"
+
+export TOLKARO_GTK_TARGET="$root/tests/fixtures/gtk_target.py"
+if [ "$TOLKARO_DESKTOP__TARGETS" = 1 ]; then
+    export TOLKARO_GTK_TARGET_TITLE="$gtk_title" TOLKARO_QT_TARGET_TITLE="$qt_title"
+    export TOLKARO_GTK_TARGET_LOG="$logs/gtk-target.log" TOLKARO_QT_TARGET_LOG="$logs/qt-target.log"
+    start gtk-target env GDK_BACKEND=wayland /usr/bin/python3 "$TOLKARO_GTK_TARGET" --title "$gtk_title"
+    export TOLKARO_GTK_TARGET_PID=$!
+    start qt-target env QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_QPA_PLATFORM=wayland \
+        "$TOLKARO_QT_TARGET" --title "$qt_title"
+    export TOLKARO_QT_TARGET_PID=$!
+    wait_until "the GTK target's window (READY in its output)" "$TOLKARO_GTK_TARGET_PID" \
+        "$TOLKARO_GTK_TARGET_LOG" grep -q '^READY' "$TOLKARO_GTK_TARGET_LOG"
+    wait_until "the Qt target's window (READY in its output)" "$TOLKARO_QT_TARGET_PID" \
+        "$TOLKARO_QT_TARGET_LOG" grep -q '^READY' "$TOLKARO_QT_TARGET_LOG"
+    "${wait_helper[@]}" atspi-windows "$step_timeout" \
+        "$TOLKARO_GTK_TARGET_PID=$gtk_title" "$TOLKARO_QT_TARGET_PID=$qt_title" 2>"$logs/atspi-wait.log" ||
+        fail "the targets did not appear on the AT-SPI desktop within ${step_timeout} s:" "$logs/atspi-wait.log"
+    step "targets on the AT-SPI desktop"
+fi
+
+log "kde-wayland desktop up (WAYLAND_DISPLAY=$WAYLAND_DISPLAY, XWayland $DISPLAY) in $(($(now_ms) - started_ms)) ms"
+bringing_up=0
+export QT_QPA_PLATFORM=xcb XDG_CURRENT_DESKTOP=KDE XDG_SESSION_TYPE=wayland \
+    TOLKARO_DESKTOP_SESSION=kde-wayland
+exec 5<&0
+if [ "$TOLKARO_DESKTOP__TIMEOUT" != 0 ]; then
+    timeout --kill-after=5 "$TOLKARO_DESKTOP__TIMEOUT" "$@" <&5 5<&- &
+else
+    "$@" <&5 5<&- &
+fi
+command_pid=$!
+pids+=("$command_pid")
+wait "$command_pid"
+status=$?
+unset 'pids[-1]'
+[ "$status" = 124 ] && [ "$TOLKARO_DESKTOP__TIMEOUT" != 0 ] &&
+    log "error: the command timed out after $TOLKARO_DESKTOP__TIMEOUT s"
+exit "$status"

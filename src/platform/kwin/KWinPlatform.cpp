@@ -1,0 +1,154 @@
+#include "platform/kwin/KWinPlatform.h"
+
+#include "platform/KeySender.h"
+#include "platform/PointerLocator.h"
+#include "platform/kwin/GlobalHotKey_kglobalaccel.h"
+#include "platform/kwin/KWinScript.h"
+#ifdef TOLKARO_KWIN_FAKE_INPUT
+#include "platform/kwin/KWinFakeInput.h"
+#endif
+#include "platform/x11/TextCaptureBackend_x11.h"
+
+#include <unistd.h>
+
+namespace {
+
+class PointerLocatorKWin : public PointerLocator
+{
+public:
+    explicit PointerLocatorKWin(KWinScript &script) : m_script(script) {}
+    bool canLocatePointer() const override { return m_script.isLoaded(); }
+    std::optional<QPoint> pointerPosition() override { return m_script.pointerPosition(); }
+    WindowAtPoint windowAtPoint(const QPoint &screenPoint) override
+    {
+        const auto window = KWinScript::topmostAt(m_script.windows(), screenPoint, getpid());
+        if (!window)
+            return {};
+        // Native Wayland toolkits know only positions within their windows.
+        return {window->pid, window->frame.topLeft(), !window->x11};
+    }
+
+private:
+    KWinScript &m_script;
+};
+
+const KWinScript::Window *activeWindow(const KWinScript &script)
+{
+    for (const KWinScript::Window &window : script.windows()) {
+        if (window.active)
+            return &window;
+    }
+    return nullptr;
+}
+
+// XTest reaches X11 windows only; a native Wayland window gets its keystrokes through KWin's
+// fake input, where KWin grants it. The modifier state is XWayland's.
+class KeySenderKWin : public KeySender
+{
+public:
+    KeySenderKWin(KWinScript &script, KeySender &x11) : m_script(script), m_x11(x11) {}
+    bool canSendKeys() const override { return m_x11.canSendKeys() || fakeInputIsValid(); }
+    bool modifierKeysDown() override { return m_x11.modifierKeysDown(); }
+    bool isKeyDown(quint32 keySym) override { return m_x11.isKeyDown(keySym); }
+    void releaseHeldModifiers() override { m_x11.releaseHeldModifiers(); }
+    bool sendControlKeystroke(Qt::Key key) override
+    {
+        const KWinScript::Window *active = activeWindow(m_script);
+#ifdef TOLKARO_KWIN_FAKE_INPUT
+        if (active && !active->x11 && m_fakeInput.isValid())
+            return m_fakeInput.sendControlKeystroke(key);
+#endif
+        return m_x11.sendControlKeystroke(key);
+    }
+
+private:
+    bool fakeInputIsValid() const
+    {
+#ifdef TOLKARO_KWIN_FAKE_INPUT
+        return m_fakeInput.isValid();
+#else
+        return false;
+#endif
+    }
+
+    KWinScript &m_script;
+    KeySender &m_x11;
+#ifdef TOLKARO_KWIN_FAKE_INPUT
+    mutable KWinFakeInput m_fakeInput;
+#endif
+};
+
+// The X11 answers, but the active window as KWin knows it: XWayland knows only its own.
+class TextCaptureBackendKWin : public TextCaptureBackendX11
+{
+public:
+    TextCaptureBackendKWin(KWinScript &script, X11WindowQueries &windows, PointerLocator &locator,
+                           KeySender &keys)
+        : TextCaptureBackendX11(windows, locator, keys), m_script(script)
+    {
+    }
+    qint64 activeWindowProcess() override
+    {
+        const KWinScript::Window *window = activeWindow(m_script);
+        return window ? window->pid : 0;
+    }
+    QString activeWindowClass() override
+    {
+        const KWinScript::Window *window = activeWindow(m_script);
+        return window ? window->resourceClass : QString();
+    }
+
+private:
+
+    KWinScript &m_script;
+};
+
+} // namespace
+
+KWinPlatform::KWinPlatform() = default;
+
+KWinPlatform::~KWinPlatform()
+{
+    m_kwinCapture.reset();
+    m_kwinKeys.reset();
+    m_kwinLocator.reset();
+}
+
+KWinScript &KWinPlatform::script()
+{
+    if (!m_script) {
+        m_script = std::make_unique<KWinScript>();
+        m_script->load();
+    }
+    return *m_script;
+}
+
+PointerLocator &KWinPlatform::pointerLocator()
+{
+    if (!m_kwinLocator)
+        m_kwinLocator = std::make_unique<PointerLocatorKWin>(script());
+    return *m_kwinLocator;
+}
+
+KeySender &KWinPlatform::keySender()
+{
+    if (!m_kwinKeys)
+        m_kwinKeys = std::make_unique<KeySenderKWin>(script(), X11Platform::keySender());
+    return *m_kwinKeys;
+}
+
+TextCaptureBackend &KWinPlatform::textCapture()
+{
+    if (!m_kwinCapture)
+        m_kwinCapture = std::make_unique<TextCaptureBackendKWin>(script(), windowQueries(),
+                                                                 pointerLocator(), keySender());
+    return *m_kwinCapture;
+}
+
+std::unique_ptr<GlobalHotKey> KWinPlatform::createGlobalHotKey(QObject *parent)
+{
+    auto service = std::make_unique<GlobalHotKeyKGlobalAccel>(QDBusConnection::sessionBus(), parent);
+    if (service->isValid())
+        return service;
+    return X11Platform::createGlobalHotKey(parent);
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "platform/x11/X11Platform.h"
+
+#include <memory>
+
+class KWinScript;
+
+// KDE Plasma on Wayland: Tolkaro's own windows live on XWayland, so the X11 backends serve
+// for them and for X11 applications; what only the compositor knows (the pointer over a
+// native Wayland window, the window under it, the active window) comes from the script
+// Tolkaro runs inside KWin. The script is loaded on first use. Main thread only.
+class KWinPlatform : public X11Platform
+{
+public:
+    KWinPlatform();
+    ~KWinPlatform() override;
+
+    QString name() const override { return QStringLiteral("kde-wayland"); }
+    PointerLocator &pointerLocator() override;
+    KeySender &keySender() override;
+    TextCaptureBackend &textCapture() override;
+    bool compositorIsRunning() override { return true; }
+    // KDE's global shortcut service; the XWayland grab (X11 windows only) without it.
+    std::unique_ptr<GlobalHotKey> createGlobalHotKey(QObject *parent) override;
+
+private:
+    KWinScript &script();
+
+    std::unique_ptr<KWinScript> m_script;
+    std::unique_ptr<PointerLocator> m_kwinLocator;
+    std::unique_ptr<KeySender> m_kwinKeys;
+    std::unique_ptr<TextCaptureBackend> m_kwinCapture;
+};

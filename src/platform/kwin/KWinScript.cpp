@@ -1,0 +1,223 @@
+#include "platform/kwin/KWinScript.h"
+
+#include "common/Log.h"
+
+#include <QCoreApplication>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusReply>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+#include <QStandardPaths>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <algorithm>
+
+namespace {
+
+constexpr char kKWinService[] = "org.kde.KWin";
+constexpr char kScriptingPath[] = "/Scripting";
+constexpr char kScriptingInterface[] = "org.kde.kwin.Scripting";
+constexpr char kObjectPath[] = "/org/tolkaro/KWinScript";
+constexpr char kInterface[] = "org.tolkaro.KWinScript";
+// The name KWin knows the script by: loading it again first needs it unloaded.
+constexpr char kPluginName[] = "tolkaro";
+constexpr int kCallTimeoutMs = 2000;
+constexpr int kFirstReportWaitMs = 1000;
+
+QDBusMessage scriptingCall(const QString &method, const QVariantList &arguments)
+{
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(QString::fromLatin1(kKWinService),
+                                       QString::fromLatin1(kScriptingPath),
+                                       QString::fromLatin1(kScriptingInterface), method);
+    call.setArguments(arguments);
+    return call;
+}
+
+} // namespace
+
+KWinScript::KWinScript(const QDBusConnection &bus, QObject *parent) : QObject(parent), m_bus(bus)
+{
+    Q_INIT_RESOURCE(kwin);
+    // The script must not outlive the bus name it calls.
+    if (QCoreApplication::instance())
+        connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
+                &KWinScript::unload);
+}
+
+KWinScript::~KWinScript()
+{
+    unload();
+}
+
+bool KWinScript::kwinIsRunning() const
+{
+    return m_bus.isConnected() && m_bus.interface() &&
+           m_bus.interface()->isServiceRegistered(QString::fromLatin1(kKWinService));
+}
+
+QString KWinScript::scriptSource(const QString &service)
+{
+    QFile resource(QStringLiteral(":/tolkaro/kwin/tolkaro-kwin.js"));
+    if (!resource.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(resource.readAll())
+        .replace(QLatin1String("@SERVICE@"), service)
+        .replace(QLatin1String("@PATH@"), QLatin1String(kObjectPath))
+        .replace(QLatin1String("@INTERFACE@"), QLatin1String(kInterface));
+}
+
+bool KWinScript::load()
+{
+    if (m_loaded)
+        return true;
+    if (!kwinIsRunning())
+        return false;
+    m_kwinOwner = m_bus.interface()->serviceOwner(QString::fromLatin1(kKWinService));
+    if (!m_bus.registerObject(QString::fromLatin1(kObjectPath), this,
+                              QDBusConnection::ExportScriptableSlots)) {
+        tolkaro::logLine(QStringLiteral("KWin script: cannot export its object on the bus"));
+        return false;
+    }
+
+    const QString directory =
+        QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    m_scriptPath = QDir(directory).filePath(QStringLiteral("tolkaro-kwin.js"));
+    QSaveFile file(m_scriptPath);
+    if (!file.open(QIODevice::WriteOnly) ||
+        file.write(scriptSource(m_bus.baseService()).toUtf8()) < 0 || !file.commit()) {
+        tolkaro::logLine(QStringLiteral("KWin script: cannot write %1").arg(m_scriptPath));
+        m_bus.unregisterObject(QString::fromLatin1(kObjectPath));
+        return false;
+    }
+
+    const QString name = QString::fromLatin1(kPluginName);
+    m_bus.call(scriptingCall(QStringLiteral("unloadScript"), {name}), QDBus::Block,
+               kCallTimeoutMs);
+    const QDBusReply<int> id = m_bus.call(
+        scriptingCall(QStringLiteral("loadScript"), {m_scriptPath, name}), QDBus::Block,
+        kCallTimeoutMs);
+    if (!id.isValid() || id.value() < 0) {
+        tolkaro::logLine(QStringLiteral("KWin script: KWin did not load it (%1)")
+                             .arg(id.isValid() ? QString::number(id.value())
+                                               : id.error().message()));
+        unload();
+        return false;
+    }
+    // KWin 5.27 answers on /N; Plasma 6 on /Scripting/ScriptN.
+    const QString interface = QStringLiteral("org.kde.kwin.Script");
+    const QString paths[] = {QStringLiteral("/%1").arg(id.value()),
+                             QStringLiteral("/Scripting/Script%1").arg(id.value())};
+    for (const QString &path : paths) {
+        const QDBusMessage reply = m_bus.call(
+            QDBusMessage::createMethodCall(QString::fromLatin1(kKWinService), path, interface,
+                                           QStringLiteral("run")),
+            QDBus::Block, kCallTimeoutMs);
+        if (reply.type() == QDBusMessage::ReplyMessage) {
+            m_loaded = true;
+            awaitFirstReports();
+            return true;
+        }
+    }
+    tolkaro::logLine(QStringLiteral("KWin script: KWin loaded it but did not run it"));
+    unload();
+    return false;
+}
+
+void KWinScript::awaitFirstReports()
+{
+    // The script reports at once; a capture right after start-up needs its answer.
+    if (!QCoreApplication::instance())
+        return;
+    QEventLoop loop;
+    QTimer::singleShot(kFirstReportWaitMs, &loop, &QEventLoop::quit);
+    m_firstReports = [&loop] { loop.quit(); };
+    if (!m_pointer || !m_windowsReported)
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
+    m_firstReports = nullptr;
+}
+
+void KWinScript::unload()
+{
+    if (m_scriptPath.isEmpty())
+        return;
+    if (m_bus.isConnected())
+        m_bus.call(scriptingCall(QStringLiteral("unloadScript"),
+                                 {QString::fromLatin1(kPluginName)}),
+                   QDBus::Block, kCallTimeoutMs);
+    m_bus.unregisterObject(QString::fromLatin1(kObjectPath));
+    QFile::remove(m_scriptPath);
+    m_scriptPath.clear();
+    m_loaded = false;
+    m_pointer.reset();
+    m_windows.clear();
+    m_windowsReported = false;
+}
+
+bool KWinScript::fromKWin() const
+{
+    return calledFromDBus() && !m_kwinOwner.isEmpty() && message().service() == m_kwinOwner;
+}
+
+void KWinScript::pointer(const QString &json)
+{
+    if (!fromKWin())
+        return;
+    const QJsonArray at = QJsonDocument::fromJson(json.toUtf8()).array();
+    if (at.size() == 2 && at[0].isDouble() && at[1].isDouble())
+        m_pointer = QPoint(qRound(at[0].toDouble()), qRound(at[1].toDouble()));
+    if (m_firstReports && m_windowsReported)
+        m_firstReports();
+}
+
+void KWinScript::windows(const QString &json)
+{
+    if (!fromKWin())
+        return;
+    if (std::optional<QList<Window>> windows = parseWindows(json)) {
+        m_windows = std::move(*windows);
+        m_windowsReported = true;
+    }
+    if (m_firstReports && m_pointer)
+        m_firstReports();
+}
+
+std::optional<QList<KWinScript::Window>> KWinScript::parseWindows(const QString &json)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(json.toUtf8(), &error);
+    if (error.error != QJsonParseError::NoError || !document.isArray())
+        return std::nullopt;
+    QList<Window> windows;
+    for (const QJsonValue &value : document.array()) {
+        const QJsonObject object = value.toObject();
+        const QRect frame(qRound(object[u"x"].toDouble()), qRound(object[u"y"].toDouble()),
+                          qRound(object[u"width"].toDouble()),
+                          qRound(object[u"height"].toDouble()));
+        if (frame.isEmpty())
+            continue;
+        windows.append({qint64(object[u"pid"].toDouble()), frame, object[u"stacking"].toInt(),
+                        object[u"active"].toBool(), object[u"x11"].toBool(),
+                        object[u"resourceClass"].toString()});
+    }
+    return windows;
+}
+
+std::optional<KWinScript::Window> KWinScript::topmostAt(const QList<Window> &windows,
+                                                        const QPoint &point, qint64 skippedPid)
+{
+    std::optional<Window> top;
+    for (const Window &window : windows) {
+        if (window.pid == skippedPid || !window.frame.contains(point))
+            continue;
+        if (!top || window.stacking > top->stacking)
+            top = window;
+    }
+    return top;
+}

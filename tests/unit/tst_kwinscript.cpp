@@ -1,0 +1,51 @@
+#include "platform/kwin/KWinScript.h"
+
+#include <QTest>
+
+// What the KWin script reports, read back: the window under a point and bad reports.
+class TestKWinScript : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void windowUnderPoint_data()
+    {
+        QTest::addColumn<QPoint>("point");
+        QTest::addColumn<qint64>("expectedPid"); // 0: none
+        QTest::newRow("the upper of two overlapping windows") << QPoint(300, 300) << qint64(20);
+        QTest::newRow("the lower where only it lies") << QPoint(50, 50) << qint64(10);
+        QTest::newRow("our own window is passed over") << QPoint(900, 100) << qint64(10);
+        QTest::newRow("outside every window") << QPoint(1200, 700) << qint64(0);
+    }
+    void windowUnderPoint()
+    {
+        QFETCH(QPoint, point);
+        QFETCH(qint64, expectedPid);
+        const auto windows = KWinScript::parseWindows(QStringLiteral(
+            R"([{"pid":10,"x":0,"y":0,"width":1000,"height":600,"stacking":1,"x11":true},
+                {"pid":20,"x":200,"y":200,"width":400,"height":300,"stacking":2},
+                {"pid":99,"x":800,"y":0,"width":200,"height":200,"stacking":3},
+                {"pid":30,"x":1100,"y":650,"width":0,"height":0,"stacking":4}])"));
+        QVERIFY(windows);
+        const auto top = KWinScript::topmostAt(*windows, point, 99);
+        QCOMPARE(top ? top->pid : 0, expectedPid);
+        if (top && top->pid == 20)
+            QCOMPARE(top->frame, QRect(200, 200, 400, 300));
+    }
+
+    void badReportIsRefused()
+    {
+        QVERIFY(!KWinScript::parseWindows(QStringLiteral("{\"pid\":1}")));
+        QVERIFY(!KWinScript::parseWindows(QStringLiteral("[{\"pid\":1,")));
+    }
+
+    void scriptCallsBackOurName()
+    {
+        const QString source = KWinScript::scriptSource(QStringLiteral(":1.42"));
+        QVERIFY(source.contains(u"\":1.42\""));
+        QVERIFY(!source.contains(u'@'));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestKWinScript)
+#include "tst_kwinscript.moc"
