@@ -2,7 +2,10 @@
 
 #include "platform/KeySender.h"
 #include "platform/PointerLocator.h"
+#include "platform/atspi/AtspiKeystrokeKeySource.h"
 #include "platform/kwin/GlobalHotKey_kglobalaccel.h"
+#include "platform/kwin/MergedKeySource.h"
+#include "platform/x11/ModifierKeyMonitor_x11.h"
 #include "platform/kwin/KWinScript.h"
 #ifdef TOLKARO_KWIN_FAKE_INPUT
 #include "platform/kwin/KWinFakeInput.h"
@@ -151,4 +154,16 @@ std::unique_ptr<GlobalHotKey> KWinPlatform::createGlobalHotKey(QObject *parent)
     if (service->isValid())
         return service;
     return X11Platform::createGlobalHotKey(parent);
+}
+
+std::unique_ptr<ModifierKeyMonitor> KWinPlatform::createKeySource(const QString &alternativeKey,
+                                                                  QObject *parent)
+{
+    // GTK 3 and Qt windows hand their keys to the accessibility registry, native or not;
+    // XWayland sees the keys of X11 windows, and the modifiers typed anywhere when the user
+    // lets it (kwinrc [Xwayland] XwaylandEavesdrops=Modifiers).
+    std::vector<std::unique_ptr<ModifierKeyMonitor>> sources;
+    sources.push_back(std::make_unique<AtspiKeystrokeKeySource>(alternativeKey));
+    sources.push_back(std::make_unique<ModifierKeyMonitorX11>(QString(), alternativeKey));
+    return std::make_unique<MergedKeySource>(std::move(sources), parent);
 }

@@ -21,6 +21,9 @@ public:
     KeySender &keySender() override;
     TextCaptureBackend &textCapture() override;
     bool compositorIsRunning() override { return true; }
+    // The accessibility registry's keys and XWayland's, merged.
+    std::unique_ptr<ModifierKeyMonitor> createKeySource(const QString &alternativeKey,
+                                                        QObject *parent) override;
     // KDE's global shortcut service; the XWayland grab (X11 windows only) without it.
     std::unique_ptr<GlobalHotKey> createGlobalHotKey(QObject *parent) override;
 
