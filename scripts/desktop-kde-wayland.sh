@@ -7,7 +7,8 @@
 #
 # COMMAND sees, beside what scripts/test-desktop.sh documents: WAYLAND_DISPLAY, DISPLAY
 # (XWayland), XDG_CURRENT_DESKTOP=KDE, XDG_SESSION_TYPE=wayland, QT_QPA_PLATFORM=xcb,
-# TOLKARO_DESKTOP_SESSION=kde-wayland, TOLKARO_COMPOSITOR_PID, and TOLKARO_DESKTOP_INPUT:
+# TOLKARO_DESKTOP_SESSION=kde-wayland, TOLKARO_COMPOSITOR_PID, TOLKARO_GTK_TARGET_ORIGIN and
+# TOLKARO_QT_TARGET_ORIGIN (X,Y of the target windows), and TOLKARO_DESKTOP_INPUT:
 # a program taking xdotool's commands (keydown 37, type abc, mousemove X Y, click 1) with X
 # key codes.
 set -uo pipefail
@@ -186,6 +187,8 @@ export TOLKARO_GTK_TARGET="$root/tests/fixtures/gtk_target.py"
 if [ "$TOLKARO_DESKTOP__TARGETS" = 1 ]; then
     export TOLKARO_GTK_TARGET_TITLE="$gtk_title" TOLKARO_QT_TARGET_TITLE="$qt_title"
     export TOLKARO_GTK_TARGET_LOG="$logs/gtk-target.log" TOLKARO_QT_TARGET_LOG="$logs/qt-target.log"
+    # Their toolkits give AT-SPI positions within the window: add these for the screen.
+    export TOLKARO_GTK_TARGET_ORIGIN=40,40 TOLKARO_QT_TARGET_ORIGIN=680,40
     start gtk-target env GDK_BACKEND=wayland /usr/bin/python3 "$TOLKARO_GTK_TARGET" --title "$gtk_title"
     export TOLKARO_GTK_TARGET_PID=$!
     start qt-target env QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_QPA_PLATFORM=wayland \
