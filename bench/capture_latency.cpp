@@ -20,6 +20,8 @@
 #include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QStringList>
+#include <QProcess>
+#include <QTest>
 #include <QThread>
 
 #include <algorithm>
@@ -46,14 +48,23 @@ double captureMilliseconds(bool *gotText)
 
 void pointAt(const QPoint &point)
 {
-    QCursor::setPos(point);
+    // A Wayland test desktop moves the pointer through the compositor; the compositor's
+    // report of it reaches this process as an event.
+    const QString input = qEnvironmentVariable("TOLKARO_DESKTOP_INPUT");
+    if (input.isEmpty())
+        QCursor::setPos(point);
+    else
+        QProcess::execute(input, {QStringLiteral("mousemove"), QString::number(point.x()),
+                                  QString::number(point.y())});
     QThread::msleep(20);
     QCoreApplication::processEvents();
+    QTest::qWait(input.isEmpty() ? 0 : 100);
 }
 
-void pointAt(const UIElement &element)
+// Native Wayland windows give positions within themselves: `origin` is where the window is.
+void pointAt(const UIElement &element, const QPoint &origin = QPoint())
 {
-    pointAt(UIElementSearch::frameOfUIElement(element).center().toPoint());
+    pointAt(UIElementSearch::frameOfUIElement(element).center().toPoint() + origin);
 }
 
 // Captures at the pointer: a few unmeasured first, then one table row.
@@ -138,7 +149,12 @@ int main(int argc, char **argv)
             if (title != kLabelText)
                 UIElementSearch::withProbe<bool>(
                     element, [&](const AtspiElement &probe) { return probe.setText(words); });
-            pointAt(element);
+            const QStringList origin =
+                qEnvironmentVariable(qPrintable(QStringLiteral("TOLKARO_%1_TARGET_ORIGIN")
+                                                    .arg(QLatin1String(which))))
+                    .split(u',');
+            pointAt(element, origin.size() == 2 ? QPoint(origin[0].toInt(), origin[1].toInt())
+                                                : QPoint());
             measureRow(QStringLiteral("%1 %2").arg(QLatin1String(which), QLatin1String(kind)),
                        rounds, false);
         }
