@@ -13,6 +13,8 @@ PACKAGES=(
   xvfb openbox trayer dbus-x11 dbus-bin at-spi2-core x11-utils xclip xdotool imagemagick xcompmgr
   python3 python3-gi gir1.2-gtk-3.0 gir1.2-atspi-2.0 python3-dbus
   dbus-daemon libglib2.0-bin coreutils
+  # KDE Plasma on Wayland: KWin's fake input (build) and the kde-wayland test desktop
+  libwayland-dev plasma-wayland-protocols kwin-wayland xwayland qt6-wayland
   qt6-qpa-plugins fonts-dejavu-core fonts-noto-color-emoji
   # the offline translation service and one pair, for its test (apt install apertium-apy apertium-eng-spa)
   apertium-apy apertium-eng-spa
