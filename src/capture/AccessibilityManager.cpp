@@ -2,6 +2,8 @@
 
 #include "capture/ClipboardSnapshot.h"
 #include "platform/TextCaptureBackend.h"
+#include "platform/Platform.h"
+#include "platform/PointerLocator.h"
 #include "common/Log.h"
 #include "platform/atspi/AtspiCall.h"
 #include "platform/atspi/UIElementHitTest.h"
@@ -245,8 +247,11 @@ CapturedText AccessibilityManager::getStringForCurrentUIElement()
         return {};
     }
     AtspiCall::beginWork();
+    // Qt's own idea of the pointer goes stale over Wayland windows: the session's is asked.
+    const QPoint pointer =
+        Platform::instance().pointerLocator().pointerPosition().value_or(QCursor::pos());
     const QPoint screenPoint =
-        UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(QCursor::pos()).toPoint();
+        UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(pointer).toPoint();
     const TextCaptureBackend::WindowAtPoint window = backend.windowAtPoint(screenPoint);
     UIElement application = UIElementUtilities::applicationElementForProcess(window.pid);
     UIElement element =

@@ -26,4 +26,7 @@ public:
     };
     static ApplicationPoint applicationPoint(const UIElement &element, const QPoint &screenPoint,
                                              const QPoint &windowOrigin);
+    // In a Wayland session no toolkit knows where its windows are: every point is asked
+    // relative to the window (set once by the platform, before any capture).
+    static void setWindowCoordinatesOnly(bool windowOnly);
 };
