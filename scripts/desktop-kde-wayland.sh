@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The kde-wayland session of scripts/test-desktop.sh (which passes its options on): KWin's
+# The kde-wayland session of scripts/test-desktop.sh (which reads the options): KWin's
 # virtual backend with XWayland in a private D-Bus session, accessibility on, and the GTK 3
 # and Qt 6 targets running natively on Wayland at the places the X11 desktop gives them.
 # Keys and the pointer go through KWin's fake-input protocol (tests/support/
@@ -45,23 +45,11 @@ find_built() {
 }
 
 if [ "${1:-}" != "--inner" ]; then
-    targets=1 command_timeout=0 verbose=0
-    screenshot="${TOLKARO_DESKTOP_SCREENSHOT:-}"
-    keep_logs="${TOLKARO_DESKTOP_LOGS:-}"
-    qt_target="${TOLKARO_QT_TARGET:-}"
-    while [ $# -gt 0 ]; do
-        case "$1" in
-            --no-targets) targets=0 ;;
-            --timeout) command_timeout="${2:?--timeout needs seconds}"; shift ;;
-            --screenshot) screenshot="${2:?--screenshot needs a path}"; shift ;;
-            --logs) keep_logs="${2:?--logs needs a directory}"; shift ;;
-            --qt-target) qt_target="${2:?--qt-target needs a path}"; shift ;;
-            -v | --verbose) verbose=1 ;;
-            --) shift; break ;;
-            *) log "unknown option: $1"; exit 2 ;;
-        esac
-        shift
-    done
+    # scripts/test-desktop.sh has read the options.
+    targets="${TOLKARO_DESKTOP__TARGETS:-1}" command_timeout="${TOLKARO_DESKTOP__TIMEOUT:-0}"
+    verbose="${TOLKARO_DESKTOP__VERBOSE:-0}" qt_target="${TOLKARO_QT_TARGET:-}"
+    screenshot="${TOLKARO_DESKTOP__SCREENSHOT:-${TOLKARO_DESKTOP_SCREENSHOT:-}}"
+    keep_logs="${TOLKARO_DESKTOP__LOGS:-${TOLKARO_DESKTOP_LOGS:-}}"
     [ $# -gt 0 ] || { log "no command given"; exit 2; }
     [ "$targets" = 0 ] || [ -n "$qt_target" ] || qt_target="$(find_built tests/fixtures/tolkaro-qt-target)" ||
         { log "error: no tolkaro-qt-target executable; pass --qt-target PATH"; exit 125; }
@@ -71,7 +59,7 @@ if [ "${1:-}" != "--inner" ]; then
         command -v "$tool" >/dev/null || { log "error: $tool is missing (scripts/install-deps.sh)"; exit 125; }
     done
 
-    started_ms=$(now_ms)
+    started_ms="${TOLKARO_DESKTOP__STARTED_MS:-$(now_ms)}"
     dir="$(mktemp -d "${TMPDIR:-/tmp}/tolkaro-kde.XXXXXX")" || exit 125
     trap 'rm -rf "$dir"' EXIT
     mkdir -p "$dir/config" "$dir/data/applications" "$dir/cache" "$dir/logs"

@@ -4,6 +4,9 @@
 # (GTK 3 and Qt 6) that the desktop tests read text from and type into.
 #
 # Usage: scripts/test-desktop.sh [options] -- COMMAND [ARGS...]
+#   --session NAME      x11 (default: Xvfb and openbox), gnome-wayland (a headless GNOME
+#                       Shell) or kde-wayland (KWin's virtual backend); the session's
+#                       scripts/desktop-NAME.sh says what it adds
 #   --no-targets        do not start the two target applications
 #   --timeout SECONDS   stop COMMAND after this long (exit 124); default: no limit
 #   --screenshot PATH   on failure, save a screenshot of the desktop to PATH
@@ -11,8 +14,6 @@
 #   --qt-target PATH    the tolkaro-qt-target executable (default: from $BUILD_DIR, ./build,
 #                       the newest build*/ tree, or $PATH)
 #   -v, --verbose       say how long each step took
-#   --session NAME      x11 (default), or kde-wayland (scripts/desktop-kde-wayland.sh:
-#                       KWin with XWayland, the targets native on Wayland)
 # Environment: TOLKARO_DESKTOP_SCREENSHOT=PATH is the same as --screenshot;
 #   TOLKARO_DESKTOP_LOGS=DIR as --logs;
 #   TOLKARO_QT_TARGET=PATH as --qt-target; TOLKARO_DESKTOP_STEP_TIMEOUT (seconds, default 15)
@@ -55,22 +56,8 @@ stop_pids() {
 }
 
 if [ "${1:-}" != "--inner" ]; then
-    # Another session runs from its own script, with the other options passed on.
-    session=x11 passed=()
-    while [ $# -gt 0 ] && [ "$1" != "--" ]; do
-        case "$1" in
-            --session) session="${2:?--session needs a name}"; shift ;;
-            *) passed+=("$1") ;;
-        esac
-        shift
-    done
-    set -- "${passed[@]}" "$@"
-    if [ "$session" != x11 ]; then
-        [ -x "$root/scripts/desktop-$session.sh" ] || { log "unknown session: $session"; exit 2; }
-        exec "$root/scripts/desktop-$session.sh" "$@"
-    fi
     # ---- Outer stage: options, private directories, the X server. ----
-    targets=1 command_timeout=0 verbose=0
+    targets=1 command_timeout=0 verbose=0 session=x11
     screenshot="${TOLKARO_DESKTOP_SCREENSHOT:-}"
     keep_logs="${TOLKARO_DESKTOP_LOGS:-}"
     qt_target="${TOLKARO_QT_TARGET:-}"
@@ -78,6 +65,7 @@ if [ "${1:-}" != "--inner" ]; then
     while [ $# -gt 0 ]; do
         case "$1" in
             --no-targets) targets=0 ;;
+            --session) session="${2:?--session needs a name}"; shift ;;
             --timeout) command_timeout="${2:?--timeout needs seconds}"; shift ;;
             --screenshot) screenshot="${2:?--screenshot needs a path}"; shift ;;
             --logs) keep_logs="${2:?--logs needs a directory}"; shift ;;
@@ -104,6 +92,15 @@ if [ "${1:-}" != "--inner" ]; then
         log "error: no tolkaro-qt-target executable; build it (cmake --build BUILD --target" \
             "tolkaro-qt-target) and pass --qt-target PATH, or use --no-targets"
         exit 125
+    fi
+    if [ "$session" != x11 ]; then
+        # Each Wayland desktop brings itself up in a script of its own.
+        [ -x "$root/scripts/desktop-$session.sh" ] || { log "unknown session: $session"; usage; }
+        export TOLKARO_DESKTOP__TARGETS="$targets" TOLKARO_DESKTOP__TIMEOUT="$command_timeout" \
+            TOLKARO_DESKTOP__VERBOSE="$verbose" TOLKARO_DESKTOP__LOGS="$keep_logs" \
+            TOLKARO_DESKTOP__SCREENSHOT="$screenshot" \
+            TOLKARO_DESKTOP__STARTED_MS="$(now_ms)" TOLKARO_QT_TARGET="$qt_target"
+        exec "$root/scripts/desktop-$session.sh" "$@"
     fi
     for tool in Xvfb dbus-run-session gdbus openbox trayer xprop /usr/bin/python3; do
         command -v "$tool" >/dev/null || { log "error: $tool is missing (scripts/install-deps.sh)"; exit 125; }

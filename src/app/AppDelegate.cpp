@@ -142,7 +142,7 @@ void AppDelegate::showSessionLimits()
 {
     // Only what is known without waking anything up: reading other applications is found
     // out at the first gesture, which says so in the popover.
-    QStringList limits;
+    QStringList limits = m_platform.sessionLimits();
     if (!m_keyMonitor->isInstalled() && !m_keyMonitor->canInstall())
         limits << QStringLiteral("This session does not let Tolkaro watch the Control key: the "
                                  "translation gesture is off");

@@ -2,6 +2,7 @@
 #include "TrayApplication.h"
 
 #include "common/Log.h"
+#include "platform/Platform.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -32,6 +33,7 @@ int main(int argc, char **argv)
         std::fputs(qPrintable(missing), stderr);
         return 1;
     }
+    Platform::preferXWaylandForOwnWindows();
     // Qt's accessibility bridge otherwise looks only once, at start, at whether a screen
     // reader runs; Tolkaro often switches accessibility on itself after that (the permission
     // dialog), and its menus and windows must be readable whenever it is on.

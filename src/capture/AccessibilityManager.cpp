@@ -1,9 +1,9 @@
 #include "capture/AccessibilityManager.h"
 
 #include "capture/ClipboardSnapshot.h"
+#include "platform/TextCaptureBackend.h"
 #include "platform/Platform.h"
 #include "platform/PointerLocator.h"
-#include "platform/TextCaptureBackend.h"
 #include "common/Log.h"
 #include "platform/atspi/AtspiCall.h"
 #include "platform/atspi/UIElementHitTest.h"
@@ -248,11 +248,11 @@ CapturedText AccessibilityManager::getStringForCurrentUIElement()
         return {};
     }
     AtspiCall::beginWork();
-    // Qt's pointer goes stale over native Wayland windows; the platform knows better there.
-    const QPoint screenPoint = UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(
-                                   Platform::instance().pointerLocator().pointerPosition().value_or(
-                                       QCursor::pos()))
-                                   .toPoint();
+    // Qt's own idea of the pointer goes stale over Wayland windows: the session's is asked.
+    const QPoint pointer =
+        Platform::instance().pointerLocator().pointerPosition().value_or(QCursor::pos());
+    const QPoint screenPoint =
+        UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(pointer).toPoint();
     const TextCaptureBackend::WindowAtPoint window = backend.windowAtPoint(screenPoint);
     UIElement application = UIElementUtilities::applicationElementForProcess(window.pid);
     UIElement element =

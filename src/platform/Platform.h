@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
@@ -17,8 +18,8 @@ class WindowActivation;
 // pointer locator, text capture, the key sender, the global shortcut, the outside-click
 // watcher and window activation. The set is chosen once, at first use, by the kind of
 // session (an X11 display: the X11 backends; nothing usable: null backends, which answer
-// "cannot" to every capability query so the interface can grey the feature out). A Wayland
-// set takes its place beside them. Main thread only.
+// "cannot" to every capability query so the interface can grey the feature out; GNOME on
+// Wayland: the GNOME set, which asks Tolkaro's GNOME Shell helper). Main thread only.
 class Platform
 {
 public:
@@ -26,7 +27,10 @@ public:
     {
         None,
         X11,
-        KdeWayland, // KDE Plasma on Wayland, Tolkaro's own windows on XWayland
+        // Wayland sessions; Tolkaro's own windows stay X11 windows under XWayland.
+        GnomeWayland,
+        KdeWayland,
+        OtherWayland, // a Wayland desktop Tolkaro has no backend for
     };
 
     virtual ~Platform() = default;
@@ -35,11 +39,21 @@ public:
     static Platform &instance();
     // The kind of session this process runs in.
     static Session detectSession();
+    // The kind of desktop session from its environment variables (XDG_SESSION_TYPE,
+    // WAYLAND_DISPLAY, XDG_CURRENT_DESKTOP, DISPLAY), whatever Qt runs on.
+    static Session sessionFromEnvironment();
+    // Called first thing in main: in a Wayland session with XWayland, Tolkaro's windows are
+    // X11 windows (placed where asked, never taking the focus) unless the user chose a Qt
+    // platform.
+    static void preferXWaylandForOwnWindows();
     // A set for the given kind of session (tests use None).
     static std::unique_ptr<Platform> create(Session session);
 
-    // "x11", "kde-wayland", or "none".
+    // "x11", "gnome-wayland", "kde-wayland", or "none".
     virtual QString name() const = 0;
+    // What this session cannot do that another could, one line each, for the status menu;
+    // empty when nothing is missing.
+    virtual QStringList sessionLimits() { return {}; }
 
     // Seams held by the platform for the life of the process.
     virtual PointerLocator &pointerLocator() = 0;

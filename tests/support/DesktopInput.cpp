@@ -7,10 +7,11 @@ namespace DesktopInput {
 
 bool xdotool(const QStringList &commands)
 {
-    // A Wayland test desktop names its own program speaking the same commands.
-    const QString program = qEnvironmentVariable("TOLKARO_DESKTOP_INPUT", QStringLiteral("xdotool"));
+    // A Wayland test desktop names its own command speaking the same language.
+    QStringList program =
+        QProcess::splitCommand(qEnvironmentVariable("TOLKARO_DESKTOP_INPUT", QStringLiteral("xdotool")));
     QProcess process;
-    process.start(program, commands);
+    process.start(program.takeFirst(), program + commands);
     // Generous: a run may hold keys for seconds on purpose, and CI machines are slow.
     if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() != 0) {

@@ -3,6 +3,8 @@
 #include "AtspiGuard.h"
 #include "UIElementUtilities.h"
 
+#include <atomic>
+
 using namespace AtspiCall;
 
 namespace {
@@ -103,14 +105,21 @@ UIElement pointedElement(const UIElement &deepest, const UIElement &window)
     return deepest;
 }
 
+std::atomic<bool> windowCoordinatesOnly{false};
+
 } // namespace
+
+void UIElementHitTest::setWindowCoordinatesOnly(bool windowOnly)
+{
+    windowCoordinatesOnly = windowOnly;
+}
 
 UIElementHitTest::ApplicationPoint UIElementHitTest::applicationPoint(const UIElement &element,
                                                                       const QPoint &screenPoint,
                                                                       const QPoint &windowOrigin,
                                                                       bool windowRelative)
 {
-    if (windowRelative)
+    if (windowRelative || windowCoordinatesOnly)
         return {screenPoint - windowOrigin, true};
     const UIElementToolkit toolkit = UIElementUtilities::toolkitOfUIElement(element);
     if (toolkit.name.compare(QLatin1String("gtk"), Qt::CaseInsensitive) != 0 ||

@@ -28,4 +28,7 @@ public:
     static ApplicationPoint applicationPoint(const UIElement &element, const QPoint &screenPoint,
                                              const QPoint &windowOrigin,
                                              bool windowRelative = false);
+    // In a Wayland session no toolkit knows where its windows are: every point is asked
+    // relative to the window (set once by the platform, before any capture).
+    static void setWindowCoordinatesOnly(bool windowOnly);
 };

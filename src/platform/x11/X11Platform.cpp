@@ -138,8 +138,16 @@ public:
 
 } // namespace
 
-X11Platform::X11Platform() = default;
+X11Platform::X11Platform(Scope scope) : m_scope(scope) {}
 X11Platform::~X11Platform() = default;
+
+QStringList X11Platform::sessionLimits()
+{
+    if (m_scope == Scope::WholeSession)
+        return {};
+    return {QStringLiteral("This Wayland desktop has no Tolkaro backend: only applications "
+                           "running under XWayland can be read")};
+}
 
 X11WindowQueries &X11Platform::windowQueries()
 {

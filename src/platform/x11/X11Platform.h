@@ -14,10 +14,18 @@ class XTestKeySender;
 class X11Platform : public Platform
 {
 public:
-    X11Platform();
+    // XWaylandOnly: a Wayland desktop without a backend of its own, where only the
+    // applications under XWayland can be reached.
+    enum class Scope
+    {
+        WholeSession,
+        XWaylandOnly,
+    };
+    explicit X11Platform(Scope scope = Scope::WholeSession);
     ~X11Platform() override;
 
     QString name() const override { return QStringLiteral("x11"); }
+    QStringList sessionLimits() override;
     PointerLocator &pointerLocator() override;
     TextCaptureBackend &textCapture() override;
     KeySender &keySender() override;
@@ -32,6 +40,7 @@ protected:
     X11WindowQueries &windowQueries();
 
 private:
+    Scope m_scope;
     std::unique_ptr<X11WindowQueries> m_windowQueries;
     std::unique_ptr<PointerLocator> m_locator;
     std::unique_ptr<KeySender> m_keySender;
