@@ -23,14 +23,14 @@ private slots:
         QFETCH(qint64, expectedPid);
         const auto windows = KWinScript::parseWindows(QStringLiteral(
             R"([{"pid":10,"x":0,"y":0,"width":1000,"height":600,"stacking":1,"x11":true},
-                {"pid":20,"x":200,"y":200,"width":400,"height":300,"stacking":2},
+                {"pid":20,"x":200,"y":200,"width":400,"height":300,"bufferX":200,"bufferY":230,"stacking":2},
                 {"pid":99,"x":800,"y":0,"width":200,"height":200,"stacking":3},
                 {"pid":30,"x":1100,"y":650,"width":0,"height":0,"stacking":4}])"));
         QVERIFY(windows);
         const auto top = KWinScript::topmostAt(*windows, point, 99);
         QCOMPARE(top ? top->pid : 0, expectedPid);
-        if (top && top->pid == 20)
-            QCOMPARE(top->frame, QRect(200, 200, 400, 300));
+        if (top && top->pid == 20) // under a decoration 30 pixels high
+            QCOMPARE(top->surfaceOrigin, QPoint(200, 230));
     }
 
     void badReportIsRefused()

@@ -28,7 +28,8 @@ public:
         if (!window)
             return {};
         // Native Wayland toolkits know only positions within their windows.
-        return {window->pid, window->frame.topLeft(), !window->x11};
+        return {window->pid, window->x11 ? window->frame.topLeft() : window->surfaceOrigin,
+                !window->x11};
     }
 
 private:

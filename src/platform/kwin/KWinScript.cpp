@@ -202,9 +202,11 @@ std::optional<QList<KWinScript::Window>> KWinScript::parseWindows(const QString 
                           qRound(object[u"height"].toDouble()));
         if (frame.isEmpty())
             continue;
-        windows.append({qint64(object[u"pid"].toDouble()), frame, object[u"stacking"].toInt(),
-                        object[u"active"].toBool(), object[u"x11"].toBool(),
-                        object[u"resourceClass"].toString()});
+        const QPoint surface(qRound(object[u"bufferX"].toDouble(frame.x())),
+                             qRound(object[u"bufferY"].toDouble(frame.y())));
+        windows.append({qint64(object[u"pid"].toDouble()), frame, surface,
+                         object[u"stacking"].toInt(), object[u"active"].toBool(),
+                         object[u"x11"].toBool(), object[u"resourceClass"].toString()});
     }
     return windows;
 }

@@ -27,6 +27,7 @@ public:
     {
         qint64 pid = 0;
         QRect frame;
+        QPoint surfaceOrigin; // where the window's own content starts (no decoration)
         int stacking = 0; // higher is nearer the top
         bool active = false;
         bool x11 = false; // an XWayland window, which knows its screen position

@@ -62,10 +62,12 @@ var windows = new Channel("windows", function () {
         var w = all[i];
         if (w.deleted || w.minimized || w.desktopWindow || !onCurrentDesktop(w))
             continue;
-        var g = w.frameGeometry;
+        // The frame holds KWin's decoration; a native window's toolkit counts from its
+        // surface, the buffer.
+        var g = w.frameGeometry, b = w.bufferGeometry;
         list.push({
             pid: w.pid,
-            x: g.x, y: g.y, width: g.width, height: g.height,
+            x: g.x, y: g.y, width: g.width, height: g.height, bufferX: b.x, bufferY: b.y,
             stacking: w.stackingOrder,
             active: w.active,
             x11: w.windowId !== undefined && w.windowId !== 0,
