@@ -147,11 +147,29 @@ void AppDelegate::showSessionLimits()
         limits << QStringLiteral("This session does not let Tolkaro watch the Control key: the "
                                  "translation gesture is off");
     m_statusMenu->showSessionLimits(limits);
+    m_statusMenu->offerSessionFix(m_platform.sessionFixOffer());
     if (!m_preferencesWindowController->canBindShortcuts())
         StatusMenu::showUnavailable(
             m_statusMenu->keyboardPreferencesMenuItem(),
             QStringLiteral("This session offers no system-wide shortcuts: bind \"tolkaro "
                            "--typing-mode\" to a key in your desktop's keyboard settings."));
+}
+
+void AppDelegate::offerSessionFix()
+{
+    // The desktop's own setting: changed only when the user says so, here and now.
+    const QString offer = m_platform.sessionFixOffer();
+    if (offer.isEmpty() ||
+        QMessageBox::question(nullptr, QStringLiteral("Tolkaro"),
+                              QStringLiteral("%1\n\nTolkaro will change this setting of your "
+                                             "desktop for you.")
+                                  .arg(offer)) != QMessageBox::Yes)
+        return;
+    if (!m_platform.applySessionFix())
+        QMessageBox::warning(nullptr, QStringLiteral("Tolkaro"),
+                             QStringLiteral("The setting could not be changed; change it in "
+                                            "your desktop's settings."));
+    showSessionLimits();
 }
 
 void AppDelegate::applicationWillTerminate()
@@ -210,6 +228,7 @@ void AppDelegate::addNotificationObservers()
 void AppDelegate::addStatusBarItem()
 {
     m_statusMenu = new StatusMenu(this);
+    connect(m_statusMenu, &StatusMenu::sessionFixChosen, this, &AppDelegate::offerSessionFix);
     LaunchAtLoginController *launchAtLogin = launchAtLoginController();
     m_statusMenu->addStatusBarItem(launchAtLogin->launchAtLogin());
     connect(launchAtLogin, &LaunchAtLoginController::launchAtLoginChanged, this,

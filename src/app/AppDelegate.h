@@ -108,6 +108,7 @@ private:
     void addNotificationObservers();
     // Greys out in the status menu what this session cannot do, saying why.
     void showSessionLimits();
+    void offerSessionFix();
 
     Preferences m_preferences;
     Platform &m_platform;

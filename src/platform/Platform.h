@@ -54,6 +54,11 @@ public:
     // What this session cannot do that another could, one line each, for the status menu;
     // empty when nothing is missing.
     virtual QStringList sessionLimits() { return {}; }
+    // A setting of the desktop whose change would lift a limit, as a menu item's text (empty
+    // when there is none); applySessionFix() changes it, once the user has agreed, and says
+    // whether it could.
+    virtual QString sessionFixOffer() { return {}; }
+    virtual bool applySessionFix() { return false; }
 
     // Seams held by the platform for the life of the process.
     virtual PointerLocator &pointerLocator() = 0;

@@ -240,6 +240,16 @@ void StatusMenu::showSessionLimits(const QStringList &limits)
         m_sessionLimitLines << m_statusItemMenuAppTrusted->insertSeparator(first);
 }
 
+void StatusMenu::offerSessionFix(const QString &text)
+{
+    if (!m_statusItemMenuAppTrusted || text.isEmpty())
+        return;
+    auto *item = new QAction(text, m_statusItemMenuAppTrusted);
+    connect(item, &QAction::triggered, this, &StatusMenu::sessionFixChosen);
+    m_statusItemMenuAppTrusted->insertAction(m_sessionLimitLines.value(m_sessionLimitLines.size() - 1), item);
+    m_sessionLimitLines.insert(m_sessionLimitLines.size() - 1, item);
+}
+
 void StatusMenu::showUnavailable(QAction *item, const QString &reason)
 {
     if (!item)

@@ -36,6 +36,8 @@ public:
     // What this session cannot do, as disabled lines atop the full menu (replacing any
     // shown before), so a missing feature is told rather than silently absent.
     void showSessionLimits(const QStringList &limits);
+    // An item among the session's limits that offers to lift one; emits sessionFixChosen().
+    void offerSessionFix(const QString &text);
     // Greys an item out and says why in its tooltip.
     static void showUnavailable(QAction *item, const QString &reason);
     // Opens the attached menu at the pointer (a left click, or asked over D-Bus).
@@ -52,6 +54,7 @@ public:
     QAction *translationServiceMenuItem() const { return m_translationServiceMenuItem; }
 
 signals:
+    void sessionFixChosen();
     void checkForUpdatesTriggered(QAction *sender);
     void autostartTriggered(QAction *sender);
     void keyboardPreferencesTriggered(QAction *sender);

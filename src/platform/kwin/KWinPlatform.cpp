@@ -12,6 +12,12 @@
 #endif
 #include "platform/x11/TextCaptureBackend_x11.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QProcess>
+#include <QSettings>
+#include <QStandardPaths>
+
 #include <unistd.h>
 
 namespace {
@@ -107,6 +113,18 @@ private:
     KWinScript &m_script;
 };
 
+// What XWayland may see of keys typed into other windows; KWin's default is nothing.
+QString xwaylandEavesdrops()
+{
+    const QString kwinrc =
+        QStandardPaths::locate(QStandardPaths::GenericConfigLocation, QStringLiteral("kwinrc"));
+    if (kwinrc.isEmpty())
+        return QStringLiteral("None");
+    return QSettings(kwinrc, QSettings::IniFormat)
+        .value(QStringLiteral("Xwayland/XwaylandEavesdrops"), QStringLiteral("None"))
+        .toString();
+}
+
 } // namespace
 
 KWinPlatform::KWinPlatform() = default;
@@ -167,4 +185,46 @@ std::unique_ptr<ModifierKeyMonitor> KWinPlatform::createKeySource(const QString 
     sources.push_back(std::make_unique<AtspiKeystrokeKeySource>(alternativeKey));
     sources.push_back(std::make_unique<ModifierKeyMonitorX11>(QString(), alternativeKey));
     return std::make_unique<MergedKeySource>(std::move(sources), parent);
+}
+
+QStringList KWinPlatform::sessionLimits()
+{
+    QStringList limits;
+    if (!script().isLoaded())
+        limits << QStringLiteral("KWin did not run Tolkaro's script: only applications running "
+                                 "under XWayland can be read");
+    if (xwaylandEavesdrops() == u"None")
+        limits << QStringLiteral("Control is heard in GTK 3, Qt and X11 windows only, not in "
+                                 "GTK 4 applications or browsers");
+    return limits;
+}
+
+QString KWinPlatform::sessionFixOffer()
+{
+    if (xwaylandEavesdrops() != u"None")
+        return {};
+    return QStringLiteral("Let X11 Applications See Modifier Keys (Tolkaro Then Hears Control "
+                          "in Every Window)...");
+}
+
+bool KWinPlatform::applySessionFix()
+{
+    const QStringList arguments{QStringLiteral("--file"), QStringLiteral("kwinrc"),
+                                QStringLiteral("--group"), QStringLiteral("Xwayland"),
+                                QStringLiteral("--key"), QStringLiteral("XwaylandEavesdrops"),
+                                QStringLiteral("Modifiers")};
+    bool written = false;
+    for (const QString tool : {QStringLiteral("kwriteconfig6"), QStringLiteral("kwriteconfig5")}) {
+        if (!QStandardPaths::findExecutable(tool).isEmpty()) {
+            written = QProcess::execute(tool, arguments) == 0;
+            break;
+        }
+    }
+    if (!written)
+        return false;
+    // KWin applies it at once when asked to read its settings again.
+    QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+        QStringLiteral("org.kde.KWin"), QStringLiteral("/KWin"), QStringLiteral("org.kde.KWin"),
+        QStringLiteral("reconfigure")));
+    return xwaylandEavesdrops() == u"Modifiers";
 }

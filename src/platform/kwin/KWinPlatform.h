@@ -17,6 +17,12 @@ public:
     ~KWinPlatform() override;
 
     QString name() const override { return QStringLiteral("kde-wayland"); }
+    QStringList sessionLimits() override;
+    // XWayland sees no key typed into a native Wayland window unless kwinrc says so
+    // ([Xwayland] XwaylandEavesdrops, "Legacy X11 App Support" in the settings): offered
+    // is Modifiers, which lets X11 clients see Shift, Control, Alt and Meta only.
+    QString sessionFixOffer() override;
+    bool applySessionFix() override;
     PointerLocator &pointerLocator() override;
     KeySender &keySender() override;
     TextCaptureBackend &textCapture() override;
