@@ -9,7 +9,9 @@
 # COMMAND sees, beside what test-desktop.sh documents: WAYLAND_DISPLAY, DISPLAY (XWayland),
 #   XAUTHORITY, XDG_SESSION_TYPE=wayland, XDG_CURRENT_DESKTOP=GNOME, TOLKARO_DESKTOP_SESSION=gnome-wayland,
 #   TOLKARO_SHELL_PID, TOLKARO_DESKTOP_INPUT (a command taking xdotool-like words),
-#   TOLKARO_GNOME_HELPER_DIR (the installed helper; remove it and restart to test its absence).
+#   TOLKARO_GNOME_HELPER_DIR (the installed helper), TOLKARO_GTK_TARGET_ORIGIN and
+#   TOLKARO_QT_TARGET_ORIGIN ("x,y": where the target's accessibility coordinates start on
+#   the screen; its elements' extents are relative to that).
 #
 # The shell believes logind runs when /run/systemd/seats exists, and dies on the missing
 # system bus: the desktop runs in a private mount namespace with /run/systemd hidden, and a
@@ -200,6 +202,13 @@ if [ "${TOLKARO_DESKTOP__TARGETS:-1}" = 1 ]; then
         "$TOLKARO_GTK_TARGET_PID=$gtk_title" "$TOLKARO_QT_TARGET_PID=$qt_title" \
         2>"$logs/atspi-wait.log" ||
         fail "the targets did not appear on the AT-SPI desktop" "$logs/atspi-wait.log"
+    # The shell places the windows itself: where they landed, for the tests' pointer.
+    for which in GTK QT; do
+        pid_var="TOLKARO_${which}_TARGET_PID"
+        origin=$(/usr/bin/python3 "$root/scripts/desktop-input.py" origin "${!pid_var}") ||
+            fail "the $which target's window was not found on the screen"
+        export "TOLKARO_${which}_TARGET_ORIGIN=$origin"
+    done
     step "targets on the AT-SPI desktop"
 fi
 

@@ -133,7 +133,9 @@ start() {
     pids+=($!)
 }
 kwin_call() {
-    gdbus call --session --timeout 5 --dest org.kde.KWin "$@"
+    local dest=org.kde.KWin
+    [ "$2" = /kglobalaccel ] && dest=org.kde.kglobalaccel
+    gdbus call --session --timeout 5 --dest "$dest" "$@"
 }
 
 wait_until "the accessibility switch (org.a11y.Status)" "" "" \
@@ -156,6 +158,13 @@ wait_until "XWayland (a child of KWin)" "$TOLKARO_COMPOSITOR_PID" "$logs/kwin.lo
 export DISPLAY="$(xwayland_display)"
 [ -n "$DISPLAY" ] || fail "XWayland has no display number" "$logs/kwin.log"
 step "KWin up, XWayland on $DISPLAY"
+
+# As in Plasma, KRunner holds Alt+Space (Tolkaro's typing shortcut falls back, as on GNOME).
+kwin_call --object-path /kglobalaccel --method org.kde.KGlobalAccel.doRegister \
+    "['krunner', 'run command', 'KRunner', 'Run Command']" >/dev/null &&
+    kwin_call --object-path /kglobalaccel --method org.kde.KGlobalAccel.setShortcut \
+        "['krunner', 'run command', 'KRunner', 'Run Command']" "[134217760]" 6 >/dev/null ||
+    fail "the global shortcut service (org.kde.kglobalaccel in KWin) did not answer" "$logs/kwin.log"
 
 # Wayland windows cannot place themselves: a KWin script gives the targets the places the
 # X11 desktop gives them.

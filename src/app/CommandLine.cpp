@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include "platform/gnome/GnomeShellHelper.h"
+
 #include "ApplicationBus.h"
 
 #include "common/Log.h"
@@ -71,6 +73,10 @@ CommandLine::CommandLine(const QStringList &arguments)
                                           "and whether each is configured.")),
       m_typingModeOption(QStringLiteral("typing-mode"),
                          QStringLiteral("Open or close the typing panel of the running Tolkaro.")),
+      m_installGnomeHelperOption(
+          QStringLiteral("install-gnome-helper"),
+          QStringLiteral("Install Tolkaro's GNOME Shell helper for this user and switch it on "
+                         "(GNOME on Wayland needs it; it loads at the next login).")),
       m_helpOption({QStringLiteral("h"), QStringLiteral("help")},
                    QStringLiteral("Show this help and exit.")),
       m_versionOption({QStringLiteral("v"), QStringLiteral("version")},
@@ -83,7 +89,7 @@ CommandLine::CommandLine(const QStringList &arguments)
     m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     m_parser.addOptions({m_translateOption, m_toOption, m_quietOption, m_verboseOption,
                          m_serviceOption, m_listServicesOption, m_typingModeOption,
-                         m_helpOption, m_versionOption});
+                         m_installGnomeHelperOption, m_helpOption, m_versionOption});
     for (const GuiOption &guiOption : kGuiApplicationOptions) {
         QCommandLineOption option(QString::fromLatin1(guiOption.name));
         if (guiOption.takesValue)
@@ -103,6 +109,8 @@ CommandLine::CommandLine(const QStringList &arguments)
         m_action = Action::Help;
     } else if (m_parser.isSet(m_versionOption)) {
         m_action = Action::Version;
+    } else if (m_parser.isSet(m_installGnomeHelperOption)) {
+        m_action = Action::InstallGnomeHelper;
     } else if (m_parser.isSet(m_translateOption) && m_parser.isSet(m_typingModeOption)) {
         m_action = Action::Error;
         m_errorText = QStringLiteral("--translate and --typing-mode cannot be combined.");
@@ -153,6 +161,12 @@ int CommandLine::run(QCoreApplication &application)
         return translate(application);
     case Action::ListServices:
         return listServices();
+    case Action::InstallGnomeHelper: {
+        QString message;
+        const bool installed = GnomeShellHelper::installForUser(&message);
+        printLine(installed ? stdout : stderr, message);
+        return installed ? 0 : 1;
+    }
     case Action::RunTray:
         break;
     }

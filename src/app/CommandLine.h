@@ -19,6 +19,7 @@ public:
         Translate,
         ListServices,
         TypingMode,
+        InstallGnomeHelper,
         Help,
         Version,
         Error
@@ -48,6 +49,7 @@ private:
     QCommandLineOption m_serviceOption;
     QCommandLineOption m_listServicesOption;
     QCommandLineOption m_typingModeOption;
+    QCommandLineOption m_installGnomeHelperOption;
     QCommandLineOption m_helpOption;
     QCommandLineOption m_versionOption;
     Action m_action = Action::RunTray;

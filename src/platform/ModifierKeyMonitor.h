@@ -24,6 +24,13 @@ public:
     virtual bool isInstalled() const = 0;
     // Whether install() would succeed now, without installing.
     virtual bool canInstall() const = 0;
+    // What the user must set up before install() can work in this session (a desktop helper
+    // to install or switch on), in a sentence for the permission dialog; empty when nothing
+    // can be done about it or nothing needs doing.
+    virtual QString setupNeeded() const { return {}; }
+    // Does what setupNeeded() asks where Tolkaro can do it for the user; false when it could
+    // not (or the user must log in again first).
+    virtual bool runSetup() { return false; }
 
 signals:
     void keyEvent(const GestureKeyEvent &event);

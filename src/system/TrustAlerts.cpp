@@ -34,6 +34,13 @@ bool MessageBoxTrustAlerts::askForPermission()
                     TrustTexts::kPermissionAgree, TrustTexts::kPermissionDecline);
 }
 
+bool MessageBoxTrustAlerts::askForSetup(const QString &instructions)
+{
+    return runAlert(TrustTexts::kSetupMessage, instructions.toUtf8().constData(),
+                    TrustTexts::kSetupAgree,
+                    TrustTexts::kSetupDecline);
+}
+
 void MessageBoxTrustAlerts::showRefusalAlert()
 {
     runAlert(TrustTexts::kRefusalMessage, TrustTexts::kRefusalInformative,

@@ -25,6 +25,10 @@ inline constexpr char kRefusalInformative[] =
     "Tolkaro cannot function without access to Accessibility features";
 inline constexpr char kRefusalButton[] = "Exit";
 
+inline constexpr char kSetupMessage[] = "Tolkaro needs its desktop helper";
+inline constexpr char kSetupAgree[] = "Switch it on";
+inline constexpr char kSetupDecline[] = "Not now";
+
 inline constexpr char kMonitorFailureMessage[] =
     "Tolkaro couldn't register Control and Option shortcuts";
 inline constexpr char kMonitorFailureInformative[] =
@@ -41,6 +45,9 @@ public:
     // Brings Tolkaro to the front and asks for the accessibility permission; true when the
     // user chose the default button.
     virtual bool askForPermission() = 0;
+    // The session needs a helper set up first (`instructions` say what and how); true when
+    // the user chose to have Tolkaro do it.
+    virtual bool askForSetup(const QString &) { return false; }
     // "You cannot use Tolkaro", after the user declined.
     virtual void showRefusalAlert() = 0;
     // The key monitor could not be installed although Tolkaro is trusted.
@@ -53,6 +60,7 @@ class MessageBoxTrustAlerts : public TrustAlerts
 {
 public:
     bool askForPermission() override;
+    bool askForSetup(const QString &instructions) override;
     void showRefusalAlert() override;
     void showMonitorFailureAlert() override;
 };

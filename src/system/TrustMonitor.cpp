@@ -22,7 +22,8 @@ void TrustMonitor::startRegularlyCheckingIfProcessIsTrusted()
         return;
     // A session whose X server offers no raw key events (no display, no XInput 2.2) stays
     // so whatever the user grants: asking for the permission would lead nowhere.
-    if (!m_keyMonitor.isInstalled() && !m_keyMonitor.canInstall()) {
+    const QString setup = m_keyMonitor.isInstalled() ? QString() : m_keyMonitor.setupNeeded();
+    if (!m_keyMonitor.isInstalled() && !m_keyMonitor.canInstall() && setup.isEmpty()) {
         m_alerts.showMonitorFailureAlert();
         terminate();
         return;
@@ -43,8 +44,15 @@ void TrustMonitor::startRegularlyCheckingIfProcessIsTrusted()
             m_hooks.showStatusMenu(false);
         if (m_keyMonitor.isInstalled())
             m_keyMonitor.remove();
-        // Asked once: a permission withdrawn later only changes the menu.
-        if (!m_permissionDialogShown) {
+        // Asked once: a permission withdrawn later only changes the menu. A helper to set up
+        // is asked about once accessibility is on, and declining it leaves the short menu.
+        if (!setup.isEmpty() && m_trust.isAccessibilityEnabled()) {
+            if (!m_setupDialogShown) {
+                m_setupDialogShown = true;
+                if (m_alerts.askForSetup(setup))
+                    m_keyMonitor.runSetup();
+            }
+        } else if (!m_permissionDialogShown) {
             m_permissionDialogShown = true;
             if (!runPermissionDialog())
                 return;

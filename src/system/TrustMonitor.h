@@ -67,5 +67,6 @@ private:
     Hooks m_hooks;
     std::chrono::milliseconds m_checkPeriod;
     bool m_permissionDialogShown = false;
+    bool m_setupDialogShown = false;
     bool m_terminated = false;
 };

@@ -7,11 +7,13 @@ namespace DesktopInput {
 
 bool xdotool(const QStringList &commands)
 {
-    // A Wayland test desktop names its own command speaking the same language.
-    QStringList program =
-        QProcess::splitCommand(qEnvironmentVariable("TOLKARO_DESKTOP_INPUT", QStringLiteral("xdotool")));
+    // A Wayland test desktop plays the same words through the compositor.
+    QStringList program = qEnvironmentVariable("TOLKARO_DESKTOP_INPUT").split(u' ', Qt::SkipEmptyParts);
+    if (program.isEmpty())
+        program = {QStringLiteral("xdotool")};
+    const QString executable = program.takeFirst();
     QProcess process;
-    process.start(program.takeFirst(), program + commands);
+    process.start(executable, program + commands);
     // Generous: a run may hold keys for seconds on purpose, and CI machines are slow.
     if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() != 0) {

@@ -7,8 +7,8 @@
 // that its XTest events are the user's to every watcher in the process under test (the key
 // monitor passes over only what its own process announces). Modifiers go by key code
 // ("keydown 37"): by name xdotool may press the other side's key, and left and right differ
-// only by key code. In a Wayland test desktop $TOLKARO_DESKTOP_INPUT names a program that
-// takes the same commands and sends them through the compositor. Each call returns once xdotool has sent everything; false, with its
+// only by key code. In a Wayland test desktop $TOLKARO_DESKTOP_INPUT plays the same words
+// through the compositor instead. Each call returns once xdotool has sent everything; false, with its
 // complaint logged, when it failed.
 namespace DesktopInput {
 

@@ -31,22 +31,6 @@ static void global_remove(void *data, struct wl_registry *registry, uint32_t nam
 
 static const struct wl_registry_listener registry_listener = {global, global_remove};
 
-// An evdev key code for a key name or an X key code; -1 when unknown.
-static int key_code(const char *name)
-{
-    static const struct { const char *name; int code; } named[] = {
-        {"Return", KEY_ENTER}, {"Escape", KEY_ESC}, {"BackSpace", KEY_BACKSPACE},
-        {"Tab", KEY_TAB}, {"space", KEY_SPACE}, {"Control_L", KEY_LEFTCTRL},
-        {"Control_R", KEY_RIGHTCTRL}, {"Alt_L", KEY_LEFTALT}, {"Alt_R", KEY_RIGHTALT},
-        {"Shift_L", KEY_LEFTSHIFT}, {"Super_L", KEY_LEFTMETA}};
-    for (size_t i = 0; i < sizeof named / sizeof *named; ++i)
-        if (strcmp(name, named[i].name) == 0)
-            return named[i].code;
-    char *end;
-    const long x = strtol(name, &end, 10);
-    return *end == '\0' && x > 8 && x < 264 ? (int)x - 8 : -1;
-}
-
 // The evdev key typing a character on a US layout; -1 when not handled.
 static int char_code(char c)
 {
@@ -60,6 +44,25 @@ static int char_code(char c)
             return starts[r] + (int)(at - rows[r]);
     }
     return -1;
+}
+
+// An evdev key code for a key name or an X key code; -1 when unknown.
+static int key_code(const char *name)
+{
+    static const struct { const char *name; int code; } named[] = {
+        {"Return", KEY_ENTER}, {"Escape", KEY_ESC}, {"BackSpace", KEY_BACKSPACE},
+        {"Tab", KEY_TAB}, {"space", KEY_SPACE}, {"Control_L", KEY_LEFTCTRL},
+        {"Control_R", KEY_RIGHTCTRL}, {"Alt_L", KEY_LEFTALT}, {"Alt_R", KEY_RIGHTALT},
+        {"Shift_L", KEY_LEFTSHIFT}, {"Super_L", KEY_LEFTMETA}, {"ctrl", KEY_LEFTCTRL},
+        {"alt", KEY_LEFTALT}, {"shift", KEY_LEFTSHIFT}, {"super", KEY_LEFTMETA}};
+    for (size_t i = 0; i < sizeof named / sizeof *named; ++i)
+        if (strcmp(name, named[i].name) == 0)
+            return named[i].code;
+    if (name[0] >= 'a' && name[0] <= 'z' && name[1] == '\0')
+        return char_code(name[0]);
+    char *end;
+    const long x = strtol(name, &end, 10);
+    return *end == '\0' && x > 8 && x < 264 ? (int)x - 8 : -1;
 }
 
 static void key(int code, int pressed)
@@ -113,13 +116,22 @@ static int run(struct wl_display *display, int argc, char **argv)
             nanosleep(&delay, NULL);
         } else if ((strcmp(command, "keydown") == 0 || strcmp(command, "keyup") == 0 ||
                     strcmp(command, "key") == 0) && arg) {
-            // Several keys in a row ("keyup 64 37") until the next command word.
-            while (i + 1 < argc && (code = key_code(argv[i + 1])) >= 0) {
+            // Several keys in a row ("keyup 64 37") until the next command word; "key
+            // ctrl+alt+space" presses the keys in order and releases them in reverse.
+            while (i + 1 < argc) {
+                int codes[4], count = 0;
+                char name[64];
+                snprintf(name, sizeof name, "%s", argv[i + 1]);
+                for (char *part = strtok(name, "+"); part && count < 4; part = strtok(NULL, "+"))
+                    if ((codes[count++] = key_code(part)) < 0)
+                        break;
+                if (count == 0 || codes[count - 1] < 0)
+                    break;
                 ++i;
-                if (command[3] != 'u')
-                    key(code, 1);
-                if (command[3] != 'd')
-                    key(code, 0);
+                for (int k = 0; k < count && command[3] != 'u'; ++k)
+                    key(codes[k], 1);
+                for (int k = count - 1; k >= 0 && command[3] != 'd'; --k)
+                    key(codes[k], 0);
             }
         } else if (strcmp(command, "type") == 0 && arg) {
             for (const char *c = argv[++i]; *c; ++c) {

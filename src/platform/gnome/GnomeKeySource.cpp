@@ -51,6 +51,51 @@ bool GnomeKeySource::canInstall() const
     return m_installed || m_helper.isRunning();
 }
 
+QString GnomeKeySource::setupNeeded() const
+{
+    using State = GnomeShellHelper::State;
+    const QString uuid = QString::fromLatin1(GnomeShellHelper::kUuid);
+    switch (m_helper.state()) {
+    case State::Running:
+        return {};
+    case State::NotInstalled:
+        return QStringLiteral(
+                   "On GNOME with Wayland only the desktop itself sees the Control key and the "
+                   "pointer over other applications: Tolkaro needs its small GNOME Shell helper "
+                   "(%1), which is not installed. Choose \"Switch it on\" to install it for you "
+                   "(or run \"tolkaro --install-gnome-helper\"), then log out and in again: "
+                   "GNOME Shell loads new helpers at login.")
+            .arg(uuid);
+    case State::Disabled:
+        return QStringLiteral(
+                   "On GNOME with Wayland only the desktop itself sees the Control key and the "
+                   "pointer over other applications: Tolkaro needs its small GNOME Shell helper "
+                   "(%1), which is switched off. Choose \"Switch it on\" (or run "
+                   "\"gnome-extensions enable %1\").")
+            .arg(uuid);
+    case State::NeedsNewLogin:
+        return QStringLiteral(
+                   "Tolkaro's GNOME Shell helper (%1) was installed or switched on during this "
+                   "session. GNOME Shell loads it at the next login: log out and in again.")
+            .arg(uuid);
+    }
+    return {};
+}
+
+bool GnomeKeySource::runSetup()
+{
+    switch (m_helper.state()) {
+    case GnomeShellHelper::State::NotInstalled: {
+        QString message;
+        return GnomeShellHelper::installForUser(&message);
+    }
+    case GnomeShellHelper::State::Disabled:
+        return GnomeShellHelper::enable();
+    default:
+        return false;
+    }
+}
+
 bool GnomeKeySource::install()
 {
     if (m_installed)
@@ -108,6 +153,10 @@ void GnomeKeySource::modifiersChanged(quint32 modifiers)
     // it cannot see. Presses wait for the listener to name their side.
     for (const Group &group : std::as_const(m_groups)) {
         if (falling & group.maskBits) {
+            // A tap shorter than the grace: it still counts, as its unknown side.
+            if ((m_pendingBits & group.maskBits) && !(m_held & group.keys))
+                emitChange(group.unknownSide, true);
+            m_pendingBits &= ~group.maskBits;
             for (GestureKey key : {GestureKey::LeftControl, GestureKey::RightControl,
                                    GestureKey::LeftAlt, GestureKey::RightAlt,
                                    GestureKey::AlternativeLanguage}) {

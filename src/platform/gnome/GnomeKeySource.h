@@ -37,6 +37,9 @@ public:
     // The helper answers: without it no key is seen while GTK 4 or the shell has the focus,
     // nor the pointer anywhere.
     bool canInstall() const override;
+    // The helper not installed, switched off, or waiting for the next login.
+    QString setupNeeded() const override;
+    bool runSetup() override;
 
     // A new mask from the helper; public for tests.
     void modifiersChanged(quint32 modifiers);

@@ -58,7 +58,7 @@ std::optional<GnomeShellHelper::Window> windowFrom(const QDBusMessage &reply)
 QDBusMessage callShellExtensions(const QString &method, const QString &uuid)
 {
     QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.gnome.Shell.Extensions"), QStringLiteral("/org/gnome/Shell/Extensions"),
+        QStringLiteral("org.gnome.Shell"), QStringLiteral("/org/gnome/Shell"),
         QStringLiteral("org.gnome.Shell.Extensions"), method);
     call.setArguments({uuid});
     return QDBusConnection::sessionBus().call(call, QDBus::Block, 2000);
@@ -145,9 +145,9 @@ bool GnomeShellHelper::installForUser(QString *message)
     for (const QString &root :
          QStandardPaths::standardLocations(QStandardPaths::GenericDataLocation))
         sources << root + QStringLiteral("/gnome-shell/extensions/") + QLatin1String(kUuid);
-    // Beside the executable in a build tree.
+    // Installed under another prefix (/opt/tolkaro/bin/tolkaro: /opt/tolkaro/share).
     sources << QCoreApplication::applicationDirPath() +
-                   QStringLiteral("/../data/gnome-shell/") + QLatin1String(kUuid);
+                   QStringLiteral("/../share/gnome-shell/extensions/") + QLatin1String(kUuid);
     const QString target = userExtensionsFolder() + QLatin1String(kUuid);
     QString source;
     for (const QString &candidate : sources) {

@@ -1,0 +1,311 @@
+// The gesture, the replace and the typing panel over applications running natively on a
+// Wayland desktop, against the real tolkaro, keys and pointer through the compositor's own
+// input path ($TOLKARO_DESKTOP_INPUT). Shared by the Wayland test desktops: the elements'
+// accessibility extents are window-relative there, so points on the screen are their
+// window's origin (TOLKARO_<TARGET>_TARGET_ORIGIN) plus those extents.
+
+#include "AtspiProbe.h"
+#include "DesktopClipboard.h"
+#include "DesktopInput.h"
+#include "LoopbackTranslationServer.h"
+#include "TolkaroUnderTest.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+using TolkaroUnderTest::popoverShown;
+using TolkaroUnderTest::popoverText;
+using Answer = LoopbackTranslationServer::Answer;
+
+const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
+const QString kEntry = QStringLiteral("Target entry");
+constexpr int kNothingHappensWait = 1200;
+
+// Qt applications may register twice (Qt's bridge, and GTK's through a platform theme).
+AtspiElement element(const QString &target, const QString &name, const QString &role = {})
+{
+    const qint64 pid =
+        qEnvironmentVariable(qPrintable(QStringLiteral("TOLKARO_%1_TARGET_PID").arg(target)))
+            .toLongLong();
+    for (const AtspiElement &application : AtspiProbe::applications()) {
+        if (application.processId() != pid)
+            continue;
+        if (const AtspiElement found = application.find(name, role); !found.isNull())
+            return found;
+    }
+    return AtspiElement();
+}
+
+// Where a user points at the element: its middle, on the screen.
+QPoint pointAt(const QString &target, const AtspiElement &element)
+{
+    const QStringList origin =
+        qEnvironmentVariable(qPrintable(QStringLiteral("TOLKARO_%1_TARGET_ORIGIN").arg(target)))
+            .split(u',');
+    return QPoint(origin.value(0).toInt(), origin.value(1).toInt()) +
+           element.screenRect().center();
+}
+
+bool input(const QString &words)
+{
+    return DesktopInput::xdotool(words);
+}
+
+// The helper switched on or off through GNOME Shell, as the Extensions application does.
+bool setHelperEnabled(bool enabled)
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.gnome.Shell"), QStringLiteral("/org/gnome/Shell"),
+        QStringLiteral("org.gnome.Shell.Extensions"),
+        enabled ? QStringLiteral("EnableExtension") : QStringLiteral("DisableExtension"));
+    call.setArguments({QStringLiteral("tolkaro-helper@tolkaro.org")});
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
+    if (reply.type() != QDBusMessage::ReplyMessage)
+        qWarning() << "the shell did not switch the helper:" << reply.errorMessage();
+    return reply.type() == QDBusMessage::ReplyMessage;
+}
+
+bool onGnome()
+{
+    return qEnvironmentVariable("TOLKARO_DESKTOP_SESSION") == u"gnome-wayland";
+}
+
+} // namespace
+
+class TestWaylandGesture : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void cleanupTestCase();
+
+    void gestureShowsTheTextThenItsTranslation_data();
+    void gestureShowsTheTextThenItsTranslation();
+    void selectionWins_data();
+    void selectionWins();
+    void gesturesThatDoNothing_data();
+    void gesturesThatDoNothing();
+    void alternativeKeyAsksAgain();
+    void altReplacesTheSelectionAndKeepsTheClipboard_data();
+    void altReplacesTheSelectionAndKeepsTheClipboard();
+    void typingPanelPastesBackWithReturn();
+    // Last: it switches the helper off and on.
+    void withoutTheHelperTheDialogAndTheShortMenu();
+
+private:
+    // Selects "world" in the target's entry, typed "Hello world".
+    bool selectWorld(const QString &target);
+
+    LoopbackTranslationServer m_server;
+    QTemporaryDir m_configHome;
+    QProcess m_tolkaro;
+};
+
+void TestWaylandGesture::initTestCase()
+{
+    QVERIFY2(!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+                 !qEnvironmentVariableIsEmpty("TOLKARO_DESKTOP_INPUT"),
+             "run inside scripts/test-desktop.sh --session gnome-wayland (or kde-wayland)");
+    QVERIFY(AtspiProbe::init());
+    m_tolkaro.setProcessChannelMode(QProcess::ForwardedChannels);
+    QVERIFY(TolkaroUnderTest::start(m_tolkaro, QStringLiteral(TOLKARO_BINARY), m_configHome.path(),
+                                    m_server.baseUrl(), QStringLiteral("de")));
+}
+
+void TestWaylandGesture::init()
+{
+    m_server.setDefaultAnswer(Answer::echo());
+    m_server.clearRequests();
+    QTest::qWait(500); // never paired with the last press of the row before
+}
+
+void TestWaylandGesture::cleanup()
+{
+    input(QStringLiteral("keyup 37 keyup 64 keyup 105 keyup 133"));
+    TolkaroUnderTest::testInterface().call(QStringLiteral("HidePopOver"));
+    (void)QTest::qWaitFor([] { return !popoverShown(); }, 3000);
+}
+
+void TestWaylandGesture::cleanupTestCase()
+{
+    if (onGnome())
+        setHelperEnabled(true);
+    TolkaroUnderTest::stop(m_tolkaro);
+}
+
+bool TestWaylandGesture::selectWorld(const QString &target)
+{
+    const AtspiElement entry = element(target, kEntry);
+    return input(QStringLiteral("mousemove %1 %2 click 1")
+                     .arg(pointAt(target, entry).x())
+                     .arg(pointAt(target, entry).y())) &&
+           QTest::qWaitFor([&] { return entry.isFocused(); }, 5000) &&
+           entry.setText(QStringLiteral("Hello world")) && entry.selectText(6, 11) &&
+           QTest::qWaitFor([&] { return entry.selectedText() == u"world"; }, 5000);
+}
+
+void TestWaylandGesture::gestureShowsTheTextThenItsTranslation_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("text"); // typed into it first, unless empty
+    const QString view = QStringLiteral("Target text view");
+    for (const QString target : {QStringLiteral("GTK"), QStringLiteral("QT")}) {
+        QTest::addRow("%s label", qPrintable(target)) << target << kLabelText << QString();
+        QTest::addRow("%s entry", qPrintable(target)) << target << kEntry << "Several words typed into the entry";
+        QTest::addRow("%s text view", qPrintable(target)) << target << view << "Several words typed into the text view";
+    }
+}
+
+void TestWaylandGesture::gestureShowsTheTextThenItsTranslation()
+{
+    QFETCH(QString, target);
+    QFETCH(QString, name);
+    QFETCH(QString, text);
+    const AtspiElement pointed = element(target, name);
+    if (!text.isEmpty())
+        QVERIFY(pointed.setText(text));
+    const QString shown = text.isEmpty() ? name : text;
+    m_server.enqueueAnswer(Answer::slowly(LoopbackTranslationServer::echoBody("Übersetzt"), 1500));
+    const QPoint pointer = pointAt(target, pointed);
+    QVERIFY(input(QStringLiteral("mousemove %1 %2").arg(pointer.x()).arg(pointer.y())));
+    QVERIFY(input(QStringLiteral("keydown 37 sleep 0.06 keyup 37 sleep 0.1 keydown 37")));
+    QTRY_COMPARE_WITH_TIMEOUT(popoverText(), shown, 5000);
+
+    // At the pointer: over or under it, never covering it.
+    const QVariantMap state = TolkaroUnderTest::popOverState();
+    const QRect body = TolkaroUnderTest::rectOf(state);
+    QVERIFY2(body.left() <= pointer.x() && pointer.x() <= body.right(),
+             qPrintable(QDebug::toString(body)));
+    const int gap = state.value(QStringLiteral("abovePointer")).toBool()
+                        ? pointer.y() - body.bottom()
+                        : body.top() - pointer.y();
+    QVERIFY2(gap >= 0 && gap <= 48, qPrintable(QString::number(gap)));
+
+    QTRY_COMPARE_WITH_TIMEOUT(popoverText(),
+                              LoopbackTranslationServer::echoTranslation(QStringLiteral("Übersetzt")),
+                              10000);
+    QCOMPARE(m_server.requests().constFirst().queryText(), shown);
+    QVERIFY(input(QStringLiteral("keyup 37")));
+    QTRY_VERIFY(!popoverShown());
+}
+
+void TestWaylandGesture::selectionWins_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::newRow("GTK") << QStringLiteral("GTK");
+    QTest::newRow("Qt") << QStringLiteral("QT");
+}
+
+void TestWaylandGesture::selectionWins()
+{
+    QFETCH(QString, target);
+    QVERIFY(selectWorld(target));
+    // Pointing at the label of the same window: the selection is what the user means.
+    const QPoint label = pointAt(target, element(target, kLabelText, QStringLiteral("label")));
+    QVERIFY(input(QStringLiteral("mousemove %1 %2 keydown 37 sleep 0.06 keyup 37 sleep 0.1 "
+                                 "keydown 37")
+                      .arg(label.x())
+                      .arg(label.y())));
+    QTRY_COMPARE(popoverText(), LoopbackTranslationServer::echoTranslation(QStringLiteral("world")));
+}
+
+void TestWaylandGesture::gesturesThatDoNothing_data()
+{
+    QTest::addColumn<QString>("keys");
+    QTest::newRow("right Control") << "keydown 105 sleep 0.06 keyup 105 sleep 0.1 keydown 105";
+    QTest::newRow("presses 0.41 s apart") << "keydown 37 sleep 0.06 keyup 37 sleep 0.35 keydown 37";
+}
+
+void TestWaylandGesture::gesturesThatDoNothing()
+{
+    QFETCH(QString, keys);
+    const QPoint label = pointAt(QStringLiteral("GTK"),
+                                 element(QStringLiteral("GTK"), kLabelText, QStringLiteral("label")));
+    QVERIFY(input(QStringLiteral("mousemove %1 %2 %3").arg(label.x()).arg(label.y()).arg(keys)));
+    QTest::qWait(kNothingHappensWait);
+    QVERIFY(!popoverShown());
+    QCOMPARE(m_server.requestCount(), 0);
+}
+
+void TestWaylandGesture::alternativeKeyAsksAgain()
+{
+    const QPoint label = pointAt(QStringLiteral("GTK"),
+                                 element(QStringLiteral("GTK"), kLabelText, QStringLiteral("label")));
+    QVERIFY(input(QStringLiteral("mousemove %1 %2 keydown 37 sleep 0.06 keyup 37 sleep 0.1 "
+                                 "keydown 37")
+                      .arg(label.x())
+                      .arg(label.y())));
+    QTRY_COMPARE(m_server.requestCount(), 1);
+    // Super_L, the alternative-language key by default: the same text, into English.
+    QVERIFY(input(QStringLiteral("keydown 133")));
+    QTRY_COMPARE(m_server.requestCount(), 2);
+    QVERIFY(m_server.requests().at(1).target().contains("tl=en"));
+    QCOMPARE(m_server.requests().at(1).queryText(), kLabelText);
+}
+
+void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard_data()
+{
+    selectionWins_data();
+}
+
+void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard()
+{
+    QFETCH(QString, target);
+    QVERIFY(selectWorld(target));
+    const QByteArray before = "What the user copied before";
+    QVERIFY(DesktopClipboard::setText(before));
+    m_server.enqueueAnswer(
+        Answer::well(QByteArrayLiteral(R"([[["Welt","world",null,null,10]],null,"en"])")));
+    QVERIFY(input(QStringLiteral("keydown 37 sleep 0.06 keyup 37 sleep 0.1 keydown 37")));
+    QTRY_COMPARE(popoverText(), QStringLiteral("Welt"));
+    QVERIFY(input(QStringLiteral("keydown 64 sleep 0.08 keyup 64")));
+    const AtspiElement entry = element(target, kEntry);
+    QTRY_COMPARE_WITH_TIMEOUT(entry.text(), QStringLiteral("Hello Welt"), 10000);
+    QVERIFY(input(QStringLiteral("keyup 37")));
+    QTRY_VERIFY(!popoverShown());
+    QTRY_COMPARE_WITH_TIMEOUT(DesktopClipboard::bytes(), std::optional<QByteArray>(before), 10000);
+}
+
+void TestWaylandGesture::typingPanelPastesBackWithReturn()
+{
+    QVERIFY(selectWorld(QStringLiteral("GTK")));
+    const AtspiElement entry = element(QStringLiteral("GTK"), kEntry);
+    QVERIFY(entry.setText(QString()));
+    // Alt+Space is GNOME's window menu and KDE's KRunner: Tolkaro falls back to
+    // Control+Alt+Space.
+    QVERIFY(input(QStringLiteral("key ctrl+alt+space")));
+    QTest::qWait(1000);
+    QVERIFY(input(QStringLiteral("type xyz")));
+    QTRY_VERIFY_WITH_TIMEOUT(m_server.requestCount() > 0 &&
+                                 m_server.requests().constLast().queryText() == u"xyz",
+                             10000);
+    QTest::qWait(500);
+    QVERIFY(input(QStringLiteral("key Return")));
+    QTRY_COMPARE_WITH_TIMEOUT(entry.text(),
+                              LoopbackTranslationServer::echoTranslation(QStringLiteral("xyz")),
+                              10000);
+}
+
+void TestWaylandGesture::withoutTheHelperTheDialogAndTheShortMenu()
+{
+    if (!onGnome())
+        QSKIP("GNOME's helper only");
+    QVERIFY(setHelperEnabled(false));
+    // The next trust check (every 5 s): the short menu, and the dialog saying what to do.
+    QTRY_COMPARE_WITH_TIMEOUT(TolkaroUnderTest::statusMenuItemCount(), 2, 8000);
+    // Its default button switches the helper on again.
+    QTest::qWait(1000);
+    QVERIFY(input(QStringLiteral("key Return")));
+    QTRY_VERIFY_WITH_TIMEOUT(TolkaroUnderTest::statusMenuItemCount() > 2, 12000);
+}
+
+QTEST_GUILESS_MAIN(TestWaylandGesture)
+#include "tst_wayland_gesture.moc"
