@@ -69,6 +69,9 @@ if [ "${1:-}" != "--inner" ]; then
     fake_input="$(readlink -f "$fake_input")"
     printf '[Desktop Entry]\nType=Application\nName=Tolkaro test input\nExec=%s\nNoDisplay=true\nX-KDE-Wayland-Interfaces=org_kde_kwin_fake_input\n' \
         "$fake_input" >"$dir/data/applications/tolkaro-fake-input.desktop"
+    # What the status menu offers a user: XWayland sees the modifier keys typed anywhere
+    # (native Qt windows hand the accessibility registry no keys).
+    printf '[Xwayland]\nXwaylandEavesdrops=Modifiers\n' >"$dir/config/kwinrc"
     # The installed binary carries file capabilities that a container refuses to honour.
     cp "$(command -v kwin_wayland)" "$dir/kwin_wayland"
     export XDG_RUNTIME_DIR="$dir/runtime" XDG_CONFIG_HOME="$dir/config" \

@@ -315,7 +315,10 @@ void AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
     AtspiCall::beginWork();
     if (!UIElementUtilities::isApplicationUIElement(applicationElement))
         return;
-    const QList<UIElement> items = menuCommandsOf(applicationElement, QStringLiteral("V"));
+    const bool clipboardReaches = TextCaptureBackend::instance().clipboardReachesActiveWindow();
+    const QList<UIElement> items = clipboardReaches
+                                       ? menuCommandsOf(applicationElement, QStringLiteral("V"))
+                                       : QList<UIElement>();
     if (!items.isEmpty()) {
         for (const UIElement &item : items)
             pasteThroughClipboard(text, [&] {
@@ -324,7 +327,7 @@ void AccessibilityManager::clickPasteMenuCommandForApplicationAXElement(
         return;
     }
     const UIElement focused = UIElementUtilities::focusedUIElementOfApplication(applicationElement);
-    if (UIElementText::replaceSelectedText(focused, text))
+    if (UIElementText::replaceSelectedText(focused, text) || !clipboardReaches)
         return;
     // In a terminal Ctrl+V reaches the program as a control character, not as a paste.
     if (AtspiCall::gaveUp() ||

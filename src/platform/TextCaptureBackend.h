@@ -39,4 +39,7 @@ public:
     virtual void releaseHeldModifiers() = 0;
     // Sends Ctrl and a letter key (Qt::Key_C, Qt::Key_V) to the focused window.
     virtual bool sendControlKeystroke(Qt::Key key) = 0;
+    // What Tolkaro puts on the clipboard reaches the active window (KWin hands the clipboard
+    // of an X11 client to native Wayland windows only while an X11 window is active).
+    virtual bool clipboardReachesActiveWindow() { return true; }
 };

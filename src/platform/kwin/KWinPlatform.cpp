@@ -42,15 +42,6 @@ private:
     KWinScript &m_script;
 };
 
-const KWinScript::Window *activeWindow(const KWinScript &script)
-{
-    for (const KWinScript::Window &window : script.windows()) {
-        if (window.active)
-            return &window;
-    }
-    return nullptr;
-}
-
 // XTest reaches X11 windows only; a native Wayland window gets its keystrokes through KWin's
 // fake input, where KWin grants it. The modifier state is XWayland's.
 class KeySenderKWin : public KeySender
@@ -63,7 +54,7 @@ public:
     void releaseHeldModifiers() override { m_x11.releaseHeldModifiers(); }
     bool sendControlKeystroke(Qt::Key key) override
     {
-        const KWinScript::Window *active = activeWindow(m_script);
+        const std::optional<KWinScript::Window> active = m_script.activeWindowOfOthers();
 #ifdef TOLKARO_KWIN_FAKE_INPUT
         if (active && !active->x11 && m_fakeInput.isValid())
             return m_fakeInput.sendControlKeystroke(key);
@@ -99,13 +90,18 @@ public:
     }
     qint64 activeWindowProcess() override
     {
-        const KWinScript::Window *window = activeWindow(m_script);
+        const std::optional<KWinScript::Window> window = m_script.activeWindowOfOthers();
         return window ? window->pid : 0;
     }
     QString activeWindowClass() override
     {
-        const KWinScript::Window *window = activeWindow(m_script);
+        const std::optional<KWinScript::Window> window = m_script.activeWindowOfOthers();
         return window ? window->resourceClass : QString();
+    }
+    bool clipboardReachesActiveWindow() override
+    {
+        const std::optional<KWinScript::Window> window = m_script.activeWindowOfOthers();
+        return !window || window->x11;
     }
 
 private:
@@ -194,8 +190,8 @@ QStringList KWinPlatform::sessionLimits()
         limits << QStringLiteral("KWin did not run Tolkaro's script: only applications running "
                                  "under XWayland can be read");
     if (xwaylandEavesdrops() == u"None")
-        limits << QStringLiteral("Control is heard in GTK 3, Qt and X11 windows only, not in "
-                                 "GTK 4 applications or browsers");
+        limits << QStringLiteral("Control is heard in GTK 3 and X11 windows only, not in "
+                                 "native Qt or GTK 4 windows or browsers");
     return limits;
 }
 

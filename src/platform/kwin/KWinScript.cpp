@@ -183,6 +183,12 @@ void KWinScript::windows(const QString &json)
     if (std::optional<QList<Window>> windows = parseWindows(json)) {
         m_windows = std::move(*windows);
         m_windowsReported = true;
+        for (const Window &window : std::as_const(m_windows)) {
+            if (window.active)
+                m_othersActive = window.pid == QCoreApplication::applicationPid()
+                                     ? m_othersActive
+                                     : std::optional<Window>(window);
+        }
     }
     if (m_firstReports && m_pointer)
         m_firstReports();

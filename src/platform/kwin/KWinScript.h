@@ -47,6 +47,9 @@ public:
     // The last reports; nothing before the first.
     std::optional<QPoint> pointerPosition() const { return m_pointer; }
     const QList<Window> &windows() const { return m_windows; }
+    // The active window, or while one of Tolkaro's own is active (the typing panel) the
+    // window active before it.
+    std::optional<Window> activeWindowOfOthers() const { return m_othersActive; }
 
     // The topmost window containing a point, skipping those of one process.
     static std::optional<Window> topmostAt(const QList<Window> &windows, const QPoint &point,
@@ -72,5 +75,6 @@ private:
     std::optional<QPoint> m_pointer;
     QList<Window> m_windows;
     bool m_windowsReported = false;
+    std::optional<Window> m_othersActive;
     std::function<void()> m_firstReports;
 };

@@ -4,6 +4,9 @@
 
 namespace {
 
+// Far longer than a source's echo takes, far shorter than a press and a release by hand.
+constexpr auto kEchoWindow = std::chrono::milliseconds(150);
+
 std::size_t bitOf(GestureKey key)
 {
     return std::size_t(std::countr_zero(unsigned(key)));
@@ -59,13 +62,15 @@ void MergedKeySource::take(std::size_t source, const GestureKeyEvent &event)
     const std::size_t bit = bitOf(event.key);
     if (event.isPress()) {
         if (m_held.testFlag(event.key)) {
-            if (m_pressedBy[bit] != source)
-                return; // the other source's echo
+            // The other source's echo comes within moments; later, the release was lost.
+            if (m_pressedBy[bit] != source && event.time - m_pressedAt[bit] < kEchoWindow)
+                return;
             m_held.setFlag(event.key, false);
             emit keyEvent({event.key, m_held, event.time});
         }
         m_held.setFlag(event.key, true);
         m_pressedBy[bit] = source;
+        m_pressedAt[bit] = event.time;
         emit keyEvent({event.key, m_held, event.time});
     } else if (m_held.testFlag(event.key)) {
         m_held.setFlag(event.key, false);
