@@ -279,7 +279,7 @@ void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard()
 void TestWaylandGesture::typingPanelPastesBackWithReturn()
 {
     if (!onGnome())
-        QSKIP("KWin: the panel's paste does not yet reach the native window it left");
+        QSKIP("KWin: the panel's paste finds no focused element in the native window it left");
     QVERIFY(selectWorld(QStringLiteral("GTK")));
     const AtspiElement entry = element(QStringLiteral("GTK"), kEntry);
     QVERIFY(entry.setText(QString()));
