@@ -6,6 +6,8 @@
                                   plays the commands sent to SOCKET
   desktop-input.py send COMMAND.. plays xdotool-like commands through $TOLKARO_DESKTOP_DIR's
                                   socket and returns once they are played
+  desktop-input.py screenshot PNG saves the screen (GNOME Shell's own screenshot, asked under
+                                  the screenshot tool's bus name, which the shell trusts)
   desktop-input.py origin PID     prints "x,y": where the window of process PID counts its
                                   accessibility coordinates from on the screen (asked of
                                   Tolkaro's shell helper, before Tolkaro runs)
@@ -152,6 +154,19 @@ def send(words):
     return 0
 
 
+def screenshot(path):
+    from gi.repository import Gio, GLib
+    bus = Gio.bus_get_sync(Gio.BusType.SESSION)
+    bus.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                  "RequestName", GLib.Variant("(su)", ("org.gnome.Screenshot", 4)), None, 0,
+                  2000, None)
+    done, _ = bus.call_sync("org.gnome.Shell.Screenshot", "/org/gnome/Shell/Screenshot",
+                            "org.gnome.Shell.Screenshot", "Screenshot",
+                            GLib.Variant("(bbs)", (True, False, os.path.abspath(path))),
+                            None, 0, 10000, None).unpack()
+    return 0 if done else 1
+
+
 def origin(pid):
     """Finds the window by scanning the screen through the helper, under Tolkaro's bus name."""
     from gi.repository import Atspi, Gio, GLib
@@ -200,6 +215,8 @@ def origin(pid):
 if __name__ == "__main__":
     if len(sys.argv) >= 3 and sys.argv[1] == "serve":
         serve(sys.argv[2])
+    elif len(sys.argv) == 3 and sys.argv[1] == "screenshot":
+        sys.exit(screenshot(sys.argv[2]))
     elif len(sys.argv) == 3 and sys.argv[1] == "origin":
         sys.exit(origin(int(sys.argv[2])))
     elif len(sys.argv) >= 2 and sys.argv[1] == "send":

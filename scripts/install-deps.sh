@@ -25,19 +25,28 @@ PACKAGES=(
   # fuzzing (fuzz/run.sh): libFuzzer and the sanitizers
   clang libclang-rt-14-dev
 )
+# The GNOME Wayland test desktop (scripts/desktop-gnome-wayland.sh): a headless GNOME Shell,
+# XWayland, PipeWire for the remote-desktop pointer, Qt's Wayland plugin for the Qt target.
+# Without recommends: those would pull in a whole desktop.
+LEAN_PACKAGES=(
+  gnome-shell mutter xwayland pipewire qt6-wayland iproute2 util-linux
+)
 
-missing=()
+missing=() missing_lean=()
 for p in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
+for p in "${LEAN_PACKAGES[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing_lean+=("$p")
+done
 
 if [ "${1:-}" = "--check" ]; then
-  printf '%s\n' "${missing[@]}"
+  printf '%s\n' "${missing[@]}" "${missing_lean[@]}"
   exit 0
 fi
-[ ${#missing[@]} -eq 0 ] && exit 0
+[ ${#missing[@]} -eq 0 ] && [ ${#missing_lean[@]} -eq 0 ] && exit 0
 
-echo "Installing missing packages: ${missing[*]}" >&2
+echo "Installing missing packages: ${missing[*]} ${missing_lean[*]}" >&2
 SUDO=""
 if [ "$(id -u)" -ne 0 ]; then
   command -v sudo >/dev/null || { echo "error: need root or sudo to install: ${missing[*]}" >&2; exit 1; }
@@ -45,4 +54,5 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 export DEBIAN_FRONTEND=noninteractive
 $SUDO apt-get update -qq
-$SUDO apt-get install -y -qq "${missing[@]}"
+[ ${#missing[@]} -eq 0 ] || $SUDO apt-get install -y -qq "${missing[@]}"
+[ ${#missing_lean[@]} -eq 0 ] || $SUDO apt-get install -y -qq --no-install-recommends "${missing_lean[@]}"

@@ -22,7 +22,7 @@ void TrustMonitor::startRegularlyCheckingIfProcessIsTrusted()
         return;
     // A session whose X server offers no raw key events (no display, no XInput 2.2) stays
     // so whatever the user grants: asking for the permission would lead nowhere.
-    const QString setup = m_keyMonitor.isInstalled() ? QString() : m_keyMonitor.setupNeeded();
+    const QString setup = m_keyMonitor.setupNeeded();
     if (!m_keyMonitor.isInstalled() && !m_keyMonitor.canInstall() && setup.isEmpty()) {
         m_alerts.showMonitorFailureAlert();
         terminate();

@@ -1,4 +1,4 @@
-// The gesture, the replace and the typing panel over applications running natively on a
+// The gesture and the replace over applications running natively on a
 // Wayland desktop, against the real tolkaro, keys and pointer through the compositor's own
 // input path ($TOLKARO_DESKTOP_INPUT). Shared by the Wayland test desktops: the elements'
 // accessibility extents are window-relative there, so points on the screen are their
@@ -95,7 +95,6 @@ private slots:
     void alternativeKeyAsksAgain();
     void altReplacesTheSelectionAndKeepsTheClipboard_data();
     void altReplacesTheSelectionAndKeepsTheClipboard();
-    void typingPanelPastesBackWithReturn();
     // Last: it switches the helper off and on.
     void withoutTheHelperTheDialogAndTheShortMenu();
 
@@ -227,6 +226,12 @@ void TestWaylandGesture::gesturesThatDoNothing_data()
 void TestWaylandGesture::gesturesThatDoNothing()
 {
     QFETCH(QString, keys);
+    // The GTK 3 window focused: it tells the keys' sides (GTK 4 windows do not; Qt 6.4 on
+    // Wayland forwards no keys at all).
+    const AtspiElement entry = element(QStringLiteral("GTK"), kEntry);
+    const QPoint focus = pointAt(QStringLiteral("GTK"), entry);
+    QVERIFY(input(QStringLiteral("mousemove %1 %2 click 1").arg(focus.x()).arg(focus.y())));
+    QTRY_VERIFY(entry.isFocused());
     const QPoint label = pointAt(QStringLiteral("GTK"),
                                  element(QStringLiteral("GTK"), kLabelText, QStringLiteral("label")));
     QVERIFY(input(QStringLiteral("mousemove %1 %2 %3").arg(label.x()).arg(label.y()).arg(keys)));
@@ -274,28 +279,6 @@ void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard()
     QVERIFY(input(QStringLiteral("keyup 37")));
     QTRY_VERIFY(!popoverShown());
     QTRY_COMPARE_WITH_TIMEOUT(DesktopClipboard::bytes(), std::optional<QByteArray>(before), 10000);
-}
-
-void TestWaylandGesture::typingPanelPastesBackWithReturn()
-{
-    if (!onGnome())
-        QSKIP("KWin: the panel's paste finds no focused element in the native window it left");
-    QVERIFY(selectWorld(QStringLiteral("GTK")));
-    const AtspiElement entry = element(QStringLiteral("GTK"), kEntry);
-    QVERIFY(entry.setText(QString()));
-    // Alt+Space is GNOME's window menu and KDE's KRunner: Tolkaro falls back to
-    // Control+Alt+Space.
-    QVERIFY(input(QStringLiteral("key ctrl+alt+space")));
-    QTest::qWait(1000);
-    QVERIFY(input(QStringLiteral("type xyz")));
-    QTRY_VERIFY_WITH_TIMEOUT(m_server.requestCount() > 0 &&
-                                 m_server.requests().constLast().queryText() == u"xyz",
-                             10000);
-    QTest::qWait(500);
-    QVERIFY(input(QStringLiteral("key Return")));
-    QTRY_COMPARE_WITH_TIMEOUT(entry.text(),
-                              LoopbackTranslationServer::echoTranslation(QStringLiteral("xyz")),
-                              10000);
 }
 
 void TestWaylandGesture::withoutTheHelperTheDialogAndTheShortMenu()

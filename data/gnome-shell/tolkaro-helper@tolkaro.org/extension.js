@@ -41,9 +41,9 @@ const XML = `<node>
     <method name="BindShortcut">
       <arg type="s" name="accelerator" direction="in"/><arg type="b" direction="out"/>
     </method>
-    <method name="UnbindShortcut"/>
+    <method name="UnbindShortcut"><arg type="s" name="accelerator" direction="in"/></method>
     <signal name="ModifiersChanged"><arg type="u"/></signal>
-    <signal name="ShortcutActivated"/>
+    <signal name="ShortcutActivated"><arg type="s"/></signal>
     <property name="Version" type="u" access="read"/>
   </interface>
 </node>`;
@@ -71,7 +71,8 @@ class Helper {
         this._pollId = 0;
         this._quietUntil = 0;
         this._keyboard = null;
-        this._action = Meta.KeyBindingAction.NONE;
+        // accelerator -> {action, count}: Tolkaro may bind one accelerator from two places.
+        this._actions = new Map();
         this._acceleratorId = 0;
     }
 
@@ -86,8 +87,10 @@ class Helper {
             () => this._clientVanished());
         this._acceleratorId = global.display.connect('accelerator-activated',
             (_display, action) => {
-                if (action === this._action && this._client)
-                    this._emit('ShortcutActivated', null);
+                for (const [accelerator, bound] of this._actions) {
+                    if (bound.action === action && this._client)
+                        this._emit('ShortcutActivated', new GLib.Variant('(s)', [accelerator]));
+                }
             });
     }
 
@@ -114,7 +117,10 @@ class Helper {
 
     _clientVanished() {
         this._client = null;
-        this._unbind();
+        for (const [accelerator, bound] of [...this._actions]) {
+            bound.count = 1;
+            this._unbind(accelerator);
+        }
         if (this._pollId)
             GLib.source_remove(this._pollId);
         this._pollId = 0;
@@ -131,12 +137,26 @@ class Helper {
         return GLib.SOURCE_CONTINUE;
     }
 
+    _ownerOfClientName() {
+        try {
+            return Gio.DBus.session.call_sync('org.freedesktop.DBus', '/org/freedesktop/DBus',
+                'org.freedesktop.DBus', 'GetNameOwner', new GLib.Variant('(s)', [CLIENT_NAME]),
+                null, Gio.DBusCallFlags.NONE, 500, null).deepUnpack()[0];
+        } catch (e) {
+            return null;
+        }
+    }
+
     _emit(name, parameters) {
         Gio.DBus.session.emit_signal(this._client, OBJECT_PATH, INTERFACE, name, parameters);
     }
 
     // Answers `invocation` with `work`'s result when Tolkaro called, an error otherwise.
     _answer(invocation, signature, work) {
+        // The name watch may not have told of Tolkaro yet: the bus knows for certain.
+        if (invocation.get_sender() !== this._client && this._ownerOfClientName() ===
+            invocation.get_sender())
+            this._clientAppeared(invocation.get_sender());
         if (!this._client || invocation.get_sender() !== this._client) {
             invocation.return_dbus_error('org.freedesktop.DBus.Error.AccessDenied',
                 'This helper answers Tolkaro only');
@@ -202,28 +222,33 @@ class Helper {
 
     BindShortcutAsync([accelerator], invocation) {
         this._answer(invocation, '(b)', () => {
-            this._unbind();
+            const bound = this._actions.get(accelerator);
+            if (bound) {
+                bound.count++;
+                return [true];
+            }
             const action = global.display.grab_accelerator(accelerator, Meta.KeyBindingFlags.NONE);
             if (action === Meta.KeyBindingAction.NONE)
                 return [false];
-            this._action = action;
+            this._actions.set(accelerator, {action, count: 1});
             Main.wm.allowKeybinding(Meta.external_binding_name_for_action(action),
                 Shell.ActionMode.ALL);
             return [true];
         });
     }
 
-    UnbindShortcutAsync(_parameters, invocation) {
-        this._answer(invocation, null, () => this._unbind());
+    UnbindShortcutAsync([accelerator], invocation) {
+        this._answer(invocation, null, () => this._unbind(accelerator));
     }
 
-    _unbind() {
-        if (this._action === Meta.KeyBindingAction.NONE)
+    _unbind(accelerator) {
+        const bound = this._actions.get(accelerator);
+        if (!bound || --bound.count > 0)
             return;
-        global.display.ungrab_accelerator(this._action);
-        Main.wm.allowKeybinding(Meta.external_binding_name_for_action(this._action),
+        global.display.ungrab_accelerator(bound.action);
+        Main.wm.allowKeybinding(Meta.external_binding_name_for_action(bound.action),
             Shell.ActionMode.NONE);
-        this._action = Meta.KeyBindingAction.NONE;
+        this._actions.delete(accelerator);
     }
 }
 

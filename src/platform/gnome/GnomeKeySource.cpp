@@ -48,7 +48,8 @@ GnomeKeySource::~GnomeKeySource()
 
 bool GnomeKeySource::canInstall() const
 {
-    return m_installed || m_helper.isRunning();
+    // Asked again while installed: a helper switched off takes the keys with it.
+    return m_helper.isRunning();
 }
 
 QString GnomeKeySource::setupNeeded() const

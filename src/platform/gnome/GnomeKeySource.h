@@ -34,8 +34,8 @@ public:
     bool install() override;
     void remove() override;
     bool isInstalled() const override { return m_installed; }
-    // The helper answers: without it no key is seen while GTK 4 or the shell has the focus,
-    // nor the pointer anywhere.
+    // The helper answers (asked even while installed): without it no key is seen while GTK 4
+    // or the shell has the focus, nor the pointer anywhere.
     bool canInstall() const override;
     // The helper not installed, switched off, or waiting for the next login.
     QString setupNeeded() const override;

@@ -93,7 +93,7 @@ GnomeShellHelper::GnomeShellHelper(QObject *parent) : QObject(parent)
                 SLOT(onModifiersChanged(uint)));
     bus.connect(QString::fromLatin1(kService), QString::fromLatin1(kPath),
                 QString::fromLatin1(kInterface), QStringLiteral("ShortcutActivated"), this,
-                SLOT(onShortcutActivated()));
+                SLOT(onShortcutActivated(QString)));
 }
 
 void GnomeShellHelper::onModifiersChanged(uint modifiers)
@@ -101,9 +101,9 @@ void GnomeShellHelper::onModifiersChanged(uint modifiers)
     emit modifiersChanged(modifiers);
 }
 
-void GnomeShellHelper::onShortcutActivated()
+void GnomeShellHelper::onShortcutActivated(const QString &accelerator)
 {
-    emit shortcutActivated();
+    emit shortcutActivated(accelerator);
 }
 
 bool GnomeShellHelper::isRunning() const
@@ -214,7 +214,7 @@ bool GnomeShellHelper::bindShortcut(const QString &accelerator) const
     return reply.isValid() && reply.value();
 }
 
-void GnomeShellHelper::unbindShortcut() const
+void GnomeShellHelper::unbindShortcut(const QString &accelerator) const
 {
-    callHelper(QStringLiteral("UnbindShortcut"));
+    callHelper(QStringLiteral("UnbindShortcut"), {accelerator});
 }

@@ -76,13 +76,13 @@ public:
     // Binds an accelerator ("<Control><Alt>t") as a shell keybinding; false when the shell
     // refused it (taken by another binding, or not a key).
     bool bindShortcut(const QString &accelerator) const;
-    void unbindShortcut() const;
+    void unbindShortcut(const QString &accelerator) const;
 
 signals:
     void modifiersChanged(quint32 modifiers);
-    void shortcutActivated();
+    void shortcutActivated(const QString &accelerator);
 
 private slots:
     void onModifiersChanged(uint modifiers);
-    void onShortcutActivated();
+    void onShortcutActivated(const QString &accelerator);
 };

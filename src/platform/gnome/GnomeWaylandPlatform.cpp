@@ -171,10 +171,11 @@ public:
     GlobalHotKeyGnome(GnomeShellHelper &helper, QObject *parent)
         : GlobalHotKey(parent), m_helper(helper)
     {
-        connect(&m_helper, &GnomeShellHelper::shortcutActivated, this, [this] {
-            if (m_bound.keySym)
-                emit activated();
-        });
+        connect(&m_helper, &GnomeShellHelper::shortcutActivated, this,
+                [this](const QString &accelerator) {
+                    if (!m_accelerator.isEmpty() && accelerator == m_accelerator)
+                        emit activated();
+                });
     }
     ~GlobalHotKeyGnome() override { unbind(); }
     bool isValid() const override { return m_helper.isRunning(); }
@@ -196,22 +197,26 @@ public:
             accelerator += QStringLiteral("<Alt>");
         if (modifiers & Qt::MetaModifier)
             accelerator += QStringLiteral("<Super>");
-        if (!m_helper.bindShortcut(accelerator + QLatin1String(key)))
+        accelerator += QLatin1String(key);
+        if (!m_helper.bindShortcut(accelerator))
             return BindResult::TakenByAnotherProgram;
         m_bound = shortcut;
+        m_accelerator = accelerator;
         return BindResult::Bound;
     }
     void unbind() override
     {
-        if (m_bound.keySym)
-            m_helper.unbindShortcut();
+        if (!m_accelerator.isEmpty())
+            m_helper.unbindShortcut(m_accelerator);
         m_bound = {};
+        m_accelerator.clear();
     }
     StoredShortcut boundShortcut() const override { return m_bound; }
 
 private:
     GnomeShellHelper &m_helper;
     StoredShortcut m_bound;
+    QString m_accelerator;
 };
 
 } // namespace
