@@ -3,6 +3,7 @@
 #include "AtspiGuard.h"
 #include "UIElementHitTest.h"
 #include "UIElementUtilities.h"
+#include "text/Paragraphs.h"
 
 using namespace AtspiCall;
 
@@ -11,6 +12,10 @@ namespace {
 // How many child elements, and how deep, a text's children are gathered from.
 constexpr int kChildBudget = 64;
 constexpr int kMaxChildDepth = 8;
+// Texts up to this many characters are read whole at a point; of longer ones, this many
+// characters either side of the point (a paragraph beyond them is cut anyway).
+constexpr gint kWholeTextCharacters = 4000;
+constexpr gint kWindowCharacters = 2000;
 // The character that stands for a child element in its parent's text (hypertext).
 constexpr char32_t kEmbeddedObject = U'\uFFFC';
 
@@ -166,34 +171,64 @@ std::optional<QString> UIElementText::selectedText(const UIElement &element)
     });
 }
 
-std::optional<QString> UIElementText::paragraphAtScreenPoint(const UIElement &element,
-                                                             const QPoint &screenPoint,
-                                                             const QPoint &windowOrigin)
+std::optional<UIElementText::PointedText>
+UIElementText::textAtScreenPoint(const UIElement &element, const QPoint &screenPoint,
+                                 const QPoint &windowOrigin)
 {
     if (!element)
         return std::nullopt;
-    return run<std::optional<QString>>([=]() -> std::optional<QString> {
-        const UIElementHitTest::ApplicationPoint at =
-            UIElementHitTest::applicationPoint(element, screenPoint, windowOrigin);
+    return run<std::optional<PointedText>>([=]() -> std::optional<PointedText> {
         const auto text = textOf(element.accessible());
         if (!text)
             return std::nullopt;
         GError *error = nullptr;
+        const gint count = atspi_text_get_character_count(text.get(), &error);
+        if (failed(error))
+            return std::nullopt;
+        if (count <= 0)
+            return PointedText{};
+        const UIElementHitTest::ApplicationPoint at =
+            UIElementHitTest::applicationPoint(element, screenPoint, windowOrigin);
         const gint offset = atspi_text_get_offset_at_point(
             text.get(), at.point.x(), at.point.y(),
             at.windowRelative ? ATSPI_COORD_TYPE_WINDOW : ATSPI_COORD_TYPE_SCREEN, &error);
-        if (failed(error) || offset < 0)
+        if (failed(error) && gaveUpOnThisThread())
             return std::nullopt;
-        const TextRange range(atspi_text_get_string_at_offset(
-            text.get(), offset, ATSPI_TEXT_GRANULARITY_PARAGRAPH, &error));
-        if (failed(error) || !range)
+        // A short text is read whole, to tell one paragraph from several; of a long one only
+        // the stretch around the point, which holds its paragraph up to the gesture's cut.
+        const bool whole = count <= kWholeTextCharacters;
+        if (!whole && offset < 0)
+            return PointedText{};
+        const gint windowStart = whole ? 0 : std::max(0, offset - kWindowCharacters);
+        const gint windowEnd = whole ? count : std::min(count, offset + kWindowCharacters);
+        const QString window =
+            takeString(atspi_text_get_text(text.get(), windowStart, windowEnd, &error));
+        if (failed(error))
             return std::nullopt;
         int budget = kChildBudget;
+        if (whole && Paragraphs::isSingleParagraph(window))
+            return PointedText{withEmbeddedObjects(element.accessible(), window, 0,
+                                                   ChildPart::Inline, 0, budget),
+                               false};
+        if (offset < 0)
+            return PointedText{};
+        // Qt counts offsets in UTF-16 units, everyone else in characters.
+        const bool qtToolkit = UIElementUtilities::toolkitOfUIElement(element).name.compare(
+                                   QLatin1String("qt"), Qt::CaseInsensitive) == 0;
+        const qsizetype position =
+            qtToolkit ? qsizetype(offset - windowStart)
+                      : Paragraphs::positionOfCharacter(window, offset - windowStart).value_or(-1);
+        const std::optional<Paragraphs::Span> span = Paragraphs::paragraphAround(window, position);
+        if (!span)
+            return PointedText{};
+        const gint spanStart =
+            windowStart + gint(qtToolkit ? span->start
+                                         : Paragraphs::characterOfPosition(window, span->start));
         const QString paragraph =
-            withEmbeddedObjects(element.accessible(), QString::fromUtf8(range->content),
-                                range->start_offset, ChildPart::Inline, 0, budget)
+            withEmbeddedObjects(element.accessible(), window.sliced(span->start, span->end - span->start),
+                                spanStart, ChildPart::Inline, 0, budget)
                 .trimmed();
-        return paragraph.isEmpty() ? std::nullopt : std::optional<QString>(paragraph);
+        return PointedText{paragraph, true};
     });
 }
 
