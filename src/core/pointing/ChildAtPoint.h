@@ -15,7 +15,7 @@ namespace ChildAtPoint {
 // What one child reports.
 struct Child
 {
-    // SHOWING, or VISIBLE where a toolkit leaves SHOWING out (GTK 4 inside its windows).
+    // On screen: SHOWING, or VISIBLE where a toolkit leaves SHOWING out (GTK 4).
     bool shown = false;
     // Its extents; nullopt when they could not be read or do not describe it (a page tab's
     // are its label's): such a child is searched by its own children's extents.

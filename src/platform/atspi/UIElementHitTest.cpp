@@ -43,18 +43,21 @@ std::optional<bool> contains(const UIElement &element, const UIElementHitTest::A
     return failed(error) ? std::nullopt : std::optional<bool>(inside);
 }
 
-bool isShown(const UIElement &element)
+// Whether the element is on screen. GTK 4 (the toolkit placing elements within their window)
+// leaves SHOWING out on the widgets inside its windows, so VISIBLE stands for it there; GTK 3
+// keeps VISIBLE on the pages of a notebook that are not shown.
+bool isShown(const UIElement &element, const UIElementHitTest::ApplicationPoint &at)
 {
-    // GTK 4 leaves SHOWING out on the widgets inside its windows.
-    return UIElementUtilities::statesOfUIElement(element) &
-           (UIElementState::Showing | UIElementState::Visible);
+    const UIElementStates states = UIElementUtilities::statesOfUIElement(element);
+    return states.testFlag(UIElementState::Showing) ||
+           (at.windowRelative && states.testFlag(UIElementState::Visible));
 }
 
 // What a child tells of its place, in the point's coordinates.
 ChildAtPoint::Child placeOf(const UIElement &child, const UIElementHitTest::ApplicationPoint &at)
 {
     ChildAtPoint::Child place;
-    place.shown = isShown(child);
+    place.shown = isShown(child, at);
     // A page tab's extents are its tab's, not its page's: it is searched by its page.
     if (!place.shown || roleOf(child.accessible()) == ATSPI_ROLE_PAGE_TAB)
         return place;
@@ -100,7 +103,7 @@ public:
             component.get(), m_at.point.x(), m_at.point.y(), coordinateType(m_at), &error));
         if (failed(error))
             return self;
-        if (atPoint && atPoint != element && isShown(atPoint)) {
+        if (atPoint && atPoint != element && isShown(atPoint, m_at)) {
             if (UIElement found = deepestWithin(atPoint, true, depth + 1))
                 return found;
         }
