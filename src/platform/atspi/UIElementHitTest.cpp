@@ -79,7 +79,10 @@ ChildAtPoint::Child placeOf(const UIElement &child, const UIElementHitTest::Appl
 class PointSearch
 {
 public:
-    explicit PointSearch(const UIElementHitTest::ApplicationPoint &at) : m_at(at)
+    // Where the toolkit's own answers are not trusted, children are chosen by their extents
+    // alone.
+    PointSearch(const UIElementHitTest::ApplicationPoint &at, bool askToolkit)
+        : m_at(at), m_askToolkit(askToolkit)
     {
         m_clock.start();
     }
@@ -99,8 +102,11 @@ public:
         if (!component)
             return self;
         GError *error = nullptr;
-        const UIElement atPoint = UIElement::adopt(atspi_component_get_accessible_at_point(
-            component.get(), m_at.point.x(), m_at.point.y(), coordinateType(m_at), &error));
+        const UIElement atPoint =
+            m_askToolkit ? UIElement::adopt(atspi_component_get_accessible_at_point(
+                               component.get(), m_at.point.x(), m_at.point.y(),
+                               coordinateType(m_at), &error))
+                         : UIElement();
         if (failed(error))
             return self;
         if (atPoint && atPoint != element && isShown(atPoint, m_at)) {
@@ -145,6 +151,7 @@ private:
     }
 
     const UIElementHitTest::ApplicationPoint m_at;
+    const bool m_askToolkit;
     QElapsedTimer m_clock;
     int m_visited = 0;
 };
@@ -166,6 +173,17 @@ UIElement windowAt(const UIElement &application, const UIElementHitTest::Applica
             window = candidate;
     }
     return window;
+}
+
+// Whether the element has a text to read (an empty entry has none).
+bool hasText(const UIElement &element)
+{
+    const auto text = interfaceOf(element.accessible(), atspi_accessible_get_text_iface);
+    if (!text)
+        return false;
+    GError *error = nullptr;
+    const gint count = atspi_text_get_character_count(text.get(), &error);
+    return !failed(error) && count > 0;
 }
 
 // What the user points at, for the element get_accessible_at_point ended with.
@@ -217,7 +235,14 @@ UIElement UIElementHitTest::elementAtScreenPoint(const UIElement &application,
         const UIElement window = windowAt(application, at);
         if (!window)
             return {};
-        const UIElement current = PointSearch(at).deepestWithin(window, true, 0);
-        return pointedElement(current, window);
+        const UIElement pointed =
+            pointedElement(PointSearch(at, true).deepestWithin(window, true, 0), window);
+        if (hasText(pointed) || gaveUpOnThisThread())
+            return pointed;
+        // Qt answers with the first child that claims the point, even one that another
+        // child covers (a bar beneath a text view): by extents alone, a text may be found.
+        const UIElement byExtents =
+            pointedElement(PointSearch(at, false).deepestWithin(window, true, 0), window);
+        return hasText(byExtents) ? byExtents : pointed;
     });
 }
