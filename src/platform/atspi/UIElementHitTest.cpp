@@ -20,7 +20,7 @@ constexpr int kMaxChildrenSearched = 64;
 // The work one search may do, in elements asked about and in time, so that a huge tree or
 // a slow application cannot stall the gesture; the deepest element found so far stands.
 constexpr int kMaxElementsVisited = 300;
-constexpr qint64 kMaxSearchMs = 150;
+constexpr qint64 kMaxSearchMs = 500;
 
 AtspiCoordType coordinateType(const UIElementHitTest::ApplicationPoint &at)
 {
