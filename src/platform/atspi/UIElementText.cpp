@@ -219,6 +219,53 @@ gint qtPlainTextOffsetAt(AtspiAccessible *accessible, AtspiText *text, gint coun
     return -1;
 }
 
+// The offset of a character on the line under the point, found by halving the text by its
+// characters' extents: lines come in the order of the text. For GTK 4, which answers no
+// offset at a point (4.8 never replies) but places its characters.
+gint offsetByCharacterExtents(AtspiText *text, gint count, const QPoint &point, AtspiCoordType type)
+{
+    gint low = 0;
+    gint high = count - 1;
+    while (low <= high && !gaveUpOnThisThread()) {
+        const gint middle = low + (high - low) / 2;
+        GError *error = nullptr;
+        const GMemory<AtspiRect> extents(
+            atspi_text_get_character_extents(text, middle, type, &error));
+        if (failed(error) || !extents || extents->height <= 0)
+            return -1;
+        if (point.y() < extents->y)
+            high = middle - 1;
+        else if (point.y() >= extents->y + extents->height)
+            low = middle + 1;
+        else
+            return middle;
+    }
+    return -1;
+}
+
+// The offset of the character under the point; -1 when the point is on no line of the text.
+gint offsetAtPoint(AtspiAccessible *accessible, AtspiText *text, gint count,
+                   const UIElementHitTest::ApplicationPoint &at, bool qtToolkit)
+{
+    if (at.windowRelative)
+        return offsetByCharacterExtents(text, count, at.point, coordinateType(at));
+    GError *error = nullptr;
+    gint offset = atspi_text_get_offset_at_point(text, at.point.x(), at.point.y(),
+                                                 coordinateType(at), &error);
+    if (failed(error))
+        offset = -1;
+    if (offset < 0)
+        return qtToolkit ? qtPlainTextOffsetAt(accessible, text, count, at.point.y()) : -1;
+    // GTK answers the nearest character for a point below the text's last line: that is no
+    // paragraph under the point.
+    const GMemory<AtspiRect> character(
+        atspi_text_get_character_extents(text, offset, coordinateType(at), &error));
+    if (!failed(error) && character && character->height > 0 &&
+        (at.point.y() < character->y || at.point.y() >= character->y + character->height))
+        return -1;
+    return offset;
+}
+
 } // namespace
 
 std::optional<QString> UIElementText::contents(const UIElement &element)
@@ -273,47 +320,33 @@ UIElementText::textAtScreenPoint(const UIElement &element, const QPoint &screenP
             return PointedText{};
         const UIElementHitTest::ApplicationPoint at =
             UIElementHitTest::applicationPoint(element, screenPoint, windowOrigin);
-        gint offset = atspi_text_get_offset_at_point(text.get(), at.point.x(), at.point.y(),
-                                                     coordinateType(at), &error);
-        if (failed(error) && gaveUpOnThisThread())
-            return std::nullopt;
-        // GTK answers the nearest character for a point below the text's last line: that is
-        // no paragraph under the point.
-        if (offset >= 0) {
-            const GMemory<AtspiRect> character(atspi_text_get_character_extents(
-                text.get(), offset, coordinateType(at), &error));
-            if (!failed(error) && character && character->height > 0 &&
-                (at.point.y() < character->y || at.point.y() >= character->y + character->height))
-                offset = -1;
-        }
-        // Qt counts offsets in UTF-16 units, everyone else in characters.
-        const bool qtToolkit = UIElementUtilities::toolkitOfUIElement(element).name.compare(
-                                   QLatin1String("qt"), Qt::CaseInsensitive) == 0;
-        const auto qtFallback = [&] {
-            if (offset < 0 && qtToolkit)
-                offset = qtPlainTextOffsetAt(element.accessible(), text.get(), count, at.point.y());
-        };
         // A short text is read whole, to tell one paragraph from several; of a long one only
         // the stretch around the point, which holds its paragraph up to the gesture's cut.
         const bool whole = count <= kWholeTextCharacters;
-        if (!whole)
-            qtFallback();
-        if (!whole && offset < 0)
-            return PointedText{};
-        const gint windowStart = whole ? 0 : std::max(0, offset - kWindowCharacters);
-        const gint windowEnd = whole ? count : std::min(count, offset + kWindowCharacters);
-        const QString window =
-            takeString(atspi_text_get_text(text.get(), windowStart, windowEnd, &error));
-        if (failed(error))
-            return std::nullopt;
-        int budget = kChildBudget;
-        if (whole && Paragraphs::isSingleParagraph(window))
-            return PointedText{withEmbeddedObjects(element.accessible(), window, 0,
-                                                   ChildPart::Inline, 0, budget),
-                               false};
-        qtFallback();
+        QString window;
+        if (whole) {
+            window = takeString(atspi_text_get_text(text.get(), 0, count, &error));
+            if (failed(error))
+                return std::nullopt;
+            int budget = kChildBudget;
+            if (Paragraphs::isSingleParagraph(window))
+                return PointedText{withEmbeddedObjects(element.accessible(), window, 0,
+                                                       ChildPart::Inline, 0, budget),
+                                   false};
+        }
+        const bool qtToolkit = UIElementUtilities::toolkitOfUIElement(element).name.compare(
+                                   QLatin1String("qt"), Qt::CaseInsensitive) == 0;
+        const gint offset = offsetAtPoint(element.accessible(), text.get(), count, at, qtToolkit);
         if (offset < 0)
             return PointedText{};
+        const gint windowStart = whole ? 0 : std::max(0, offset - kWindowCharacters);
+        if (!whole) {
+            window = takeString(atspi_text_get_text(
+                text.get(), windowStart, std::min(count, offset + kWindowCharacters), &error));
+            if (failed(error))
+                return std::nullopt;
+        }
+        // Qt counts offsets in UTF-16 units, everyone else in characters.
         const qsizetype position =
             qtToolkit ? qsizetype(offset - windowStart)
                       : Paragraphs::positionOfCharacter(window, offset - windowStart).value_or(-1);
@@ -323,9 +356,11 @@ UIElementText::textAtScreenPoint(const UIElement &element, const QPoint &screenP
         const gint spanStart =
             windowStart + gint(qtToolkit ? span->start
                                          : Paragraphs::characterOfPosition(window, span->start));
+        int budget = kChildBudget;
         const QString paragraph =
-            withEmbeddedObjects(element.accessible(), window.sliced(span->start, span->end - span->start),
-                                spanStart, ChildPart::Inline, 0, budget)
+            withEmbeddedObjects(element.accessible(),
+                                window.sliced(span->start, span->end - span->start), spanStart,
+                                ChildPart::Inline, 0, budget)
                 .trimmed();
         return PointedText{paragraph, true};
     });
