@@ -109,7 +109,9 @@ public:
                          : UIElement();
         if (failed(error))
             return self;
-        if (atPoint && atPoint != element && isShown(atPoint, m_at)) {
+        // Toolkits answer with shown children, but for the pages of a tab (GTK 3 answers
+        // with a page that is not shown): asked only there, it costs nothing elsewhere.
+        if (atPoint && atPoint != element && (placed || isShown(atPoint, m_at))) {
             if (UIElement found = deepestWithin(atPoint, true, depth + 1))
                 return found;
         }
@@ -175,15 +177,15 @@ UIElement windowAt(const UIElement &application, const UIElementHitTest::Applica
     return window;
 }
 
-// Whether the element has a text to read (an empty entry has none).
-bool hasText(const UIElement &element)
+// The number of characters of the element's text; nullopt without one.
+std::optional<gint> characterCount(const UIElement &element)
 {
     const auto text = interfaceOf(element.accessible(), atspi_accessible_get_text_iface);
     if (!text)
-        return false;
+        return std::nullopt;
     GError *error = nullptr;
     const gint count = atspi_text_get_character_count(text.get(), &error);
-    return !failed(error) && count > 0;
+    return failed(error) ? std::nullopt : std::optional<gint>(count);
 }
 
 // What the user points at, for the element get_accessible_at_point ended with.
@@ -237,12 +239,13 @@ UIElement UIElementHitTest::elementAtScreenPoint(const UIElement &application,
             return {};
         const UIElement pointed =
             pointedElement(PointSearch(at, true).deepestWithin(window, true, 0), window);
-        if (hasText(pointed) || gaveUpOnThisThread())
+        if (characterCount(pointed) != 0 || gaveUpOnThisThread())
             return pointed;
-        // Qt answers with the first child that claims the point, even one that another
-        // child covers (a bar beneath a text view): by extents alone, a text may be found.
+        // An empty text: Qt answers with the first child that claims the point, even one
+        // that another child covers (an empty bar beneath a text view). By extents alone, a
+        // text may be found.
         const UIElement byExtents =
             pointedElement(PointSearch(at, false).deepestWithin(window, true, 0), window);
-        return hasText(byExtents) ? byExtents : pointed;
+        return characterCount(byExtents).value_or(0) > 0 ? byExtents : pointed;
     });
 }

@@ -19,7 +19,7 @@ constexpr gint kWindowCharacters = 2000;
 // The bounds of the search through a Qt plain text view (qtPlainTextOffsetAt): its text, and
 // the paragraphs asked about (one call each).
 constexpr gint kMaxQtTextCharacters = 400000;
-constexpr int kMaxQtParagraphsWalked = 2000;
+constexpr int kMaxQtParagraphsWalked = 1000;
 constexpr int kMaxScrollBarSearch = 8;
 // The character that stands for a child element in its parent's text (hypertext).
 constexpr char32_t kEmbeddedObject = U'\uFFFC';
