@@ -1,5 +1,7 @@
 // Text capture latency: the time from asking for the text under the pointer to having it,
-// per kind of target (GTK 3 and Qt 6; label, entry, text view), median and 95th percentile,
+// per kind of target (GTK 3 and Qt 6; label, entry, text view; the fixtures' other windows:
+// a notebook of text views, long documents scrolled to their end, a text view under a hidden
+// bar, VTE terminals in a notebook, with the paragraph read), median and 95th percentile,
 // and how soon a capture from a stopped (SIGSTOP) application gives up. Also the cost of one
 // hop to the AT-SPI thread and back. Run it in the test desktop:
 //   scripts/test-desktop.sh -- build/bench/tolkaro-bench-capture [ROUNDS]
@@ -19,6 +21,7 @@
 #include <QCursor>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QProcess>
 #include <QStringList>
 #include <QProcess>
 #include <QTest>
@@ -90,6 +93,31 @@ void measureRow(const QString &name, int rounds, bool showText)
     std::printf("\n");
 }
 
+// One of the fixtures' --mode windows over the desktop: its chosen paragraph's row.
+void measurePointedWindow(const QString &name, const QString &program, const QStringList &arguments,
+                          int rounds)
+{
+    QProcess target;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
+    environment.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
+    target.setProcessEnvironment(environment);
+    target.start(program, arguments);
+    const QStringList point = target.waitForReadyRead(15000)
+                                  ? QString::fromUtf8(target.readLine()).trimmed().split(u' ')
+                                  : QStringList();
+    if (point.value(0) == QLatin1String("POINT")) {
+        // Time for the window to reach the accessibility bus.
+        QThread::msleep(1500);
+        pointAt(QPoint(point[1].toInt(), point[2].toInt()));
+        measureRow(name, rounds, true);
+    } else {
+        std::printf("%-22s (did not start)\n", qPrintable(name));
+    }
+    target.kill();
+    target.waitForFinished(5000);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -159,6 +187,23 @@ int main(int argc, char **argv)
                        rounds, false);
         }
     }
+
+    const QString python = QStringLiteral("/usr/bin/python3");
+    const QString gtk = qEnvironmentVariable("TOLKARO_GTK_TARGET");
+    const QString qt = qEnvironmentVariable("TOLKARO_QT_TARGET");
+    const QString mode = QStringLiteral("--mode");
+    measurePointedWindow(QStringLiteral("GTK notebook tab"), python,
+                         {gtk, mode, QStringLiteral("notebook")}, rounds);
+    measurePointedWindow(QStringLiteral("GTK long, scrolled"), python,
+                         {gtk, mode, QStringLiteral("long")}, rounds);
+    measurePointedWindow(QStringLiteral("VTE terminal tab"), python,
+                         {gtk, mode, QStringLiteral("terminal"), QStringLiteral("--geometry"),
+                          QStringLiteral("40,40,900,420")},
+                         rounds);
+    measurePointedWindow(QStringLiteral("QT under hidden bar"), qt,
+                         {mode, QStringLiteral("overlay")}, rounds);
+    measurePointedWindow(QStringLiteral("QT long, scrolled"), qt, {mode, QStringLiteral("long")},
+                         rounds);
 
     // A stopped application: each capture should give up after about one method-call timeout.
     const pid_t pid = pid_t(qEnvironmentVariable("TOLKARO_GTK_TARGET_PID").toLongLong());

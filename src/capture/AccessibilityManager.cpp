@@ -12,7 +12,6 @@
 #include "text/CandidateTexts.h"
 #include "text/CopiedPassage.h"
 #include "text/StringHelpers.h"
-#include "text/TextCut.h"
 
 #include <QClipboard>
 #include <QCursor>
@@ -181,21 +180,24 @@ std::optional<QString> applicationSelection(const UIElement &application, const 
     return AccessibilityManager::clickCopyMenuCommandForApplicationThatContainsAXElement(element);
 }
 
-// The four attribute texts, in order. A text longer than the gesture's cut is replaced by
-// the paragraph under the pointer, which is what the user points at.
+// The four attribute texts, in order, the element's text being what lies under the pointer:
+// the paragraph there, or the whole text when it is one paragraph. A paragraph of several
+// is what the user points at, and stands alone: a view's name must not win over it for
+// being longer.
 QList<std::optional<QString>> attributeTexts(const UIElement &element, const QPoint &screenPoint,
                                              const TextCaptureBackend::WindowAtPoint &window)
 {
     return AtspiCall::run<QList<std::optional<QString>>>([=] {
         QList<std::optional<QString>> texts;
         for (const UIElementTextAttribute attribute : kTextAttributes) {
-            // Never fetch a whole long document: its paragraph is all that is wanted.
-            if (attribute == UIElementTextAttribute::Value &&
-                UIElementText::characterCount(element).value_or(0) > kGestureTextLimit) {
-                if (auto paragraph =
-                        UIElementText::paragraphAtScreenPoint(element, screenPoint, window.origin,
-                                                              window.windowRelative)) {
-                    texts.append(paragraph);
+            if (attribute == UIElementTextAttribute::Value) {
+                if (const auto pointed =
+                        UIElementText::textAtScreenPoint(element, screenPoint, window.origin,
+                                                         window.windowRelative)) {
+                    if (pointed->paragraphOfSeveral && pointed->text &&
+                        StringHelpers::containsLetters(*pointed->text))
+                        return QList<std::optional<QString>>{pointed->text};
+                    texts.append(pointed->text);
                     continue;
                 }
             }

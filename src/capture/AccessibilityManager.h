@@ -29,9 +29,11 @@
 class AccessibilityManager
 {
 public:
-    // The text under the pointer: the application's selection, else the longest of the
-    // element's attribute texts that has a letter (none when nothing was found), with the
-    // element under the pointer (or the active window) where a paste of it goes.
+    // The text under the pointer: the application's selection; else, of a text of several
+    // paragraphs, the paragraph under the pointer; else the longest of the element's
+    // attribute texts that has a letter (its text counting whole when it is one paragraph;
+    // none when nothing was found). With it the element under the pointer (or the active
+    // window), where a paste of it goes.
     static CapturedText getStringForCurrentUIElement();
     // The application of the active window, or null.
     static UIElement getActiveApplicationElement();

@@ -26,7 +26,9 @@
 #include <QCursor>
 #include <QFile>
 #include <QImage>
+#include <QProcess>
 #include <QRandomGenerator>
+#include <QScopeGuard>
 #include <QtTest>
 
 #include <numeric>
@@ -178,6 +180,8 @@ private slots:
     void cleanup();
     void textUnderThePointer_data();
     void textUnderThePointer();
+    void paragraphUnderThePointer_data();
+    void paragraphUnderThePointer();
     void selectionWinsOverTheElementText_data();
     void selectionWinsOverTheElementText();
     void copyThroughTheMenuRestoresTheClipboard_data();
@@ -246,7 +250,8 @@ void TestCapture::textUnderThePointer_data()
     QTest::addColumn<QString>("expected");
 
     const QString entryText = QStringLiteral("Words in the entry field");
-    const QString viewText = QStringLiteral("First paragraph of the view.\nSecond one.");
+    // One paragraph: read whole (of several, the one under the pointer: below).
+    const QString viewText = QStringLiteral("The one paragraph of the view, read whole.");
     for (const QString &which : kTargets) {
         QTest::addRow("%s label", qPrintable(which)) << which << kLabelText << QString() << kLabelText;
         QTest::addRow("%s entry", qPrintable(which)) << which << kEntryName << entryText << entryText;
@@ -274,6 +279,50 @@ void TestCapture::textUnderThePointer()
     QCOMPARE(capture.text.value_or(kNothing), expected);
     // The paste that may follow goes to the application the text came from.
     QCOMPARE(UIElementUtilities::applicationOfUIElement(capture.target), application(which));
+}
+
+void TestCapture::paragraphUnderThePointer_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QStringList>("arguments");
+
+    const QString python = QStringLiteral("/usr/bin/python3");
+    const QString gtk = qEnvironmentVariable("TOLKARO_GTK_TARGET");
+    const QString qt = qEnvironmentVariable("TOLKARO_QT_TARGET");
+    const QString mode = QStringLiteral("--mode");
+    QTest::newRow("GTK 3 notebook of text views, second tab shown")
+        << python << QStringList{gtk, mode, QStringLiteral("notebook")};
+    QTest::newRow("GTK 3 long document scrolled to its end")
+        << python << QStringList{gtk, mode, QStringLiteral("long")};
+    QTest::newRow("VTE terminals in a notebook")
+        << python << QStringList{gtk, mode, QStringLiteral("terminal"), QStringLiteral("--geometry"),
+                                 QStringLiteral("40,40,900,420")};
+    QTest::newRow("Qt 6 text view under a hidden bar, the window's first child")
+        << qt << QStringList{mode, QStringLiteral("overlay")};
+    QTest::newRow("Qt 6 long document scrolled to its end")
+        << qt << QStringList{mode, QStringLiteral("long")};
+}
+
+// A window of its own over the shared targets, which says where its chosen paragraph is.
+void TestCapture::paragraphUnderThePointer()
+{
+    QFETCH(QString, program);
+    QFETCH(QStringList, arguments);
+
+    QProcess target;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
+    environment.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
+    target.setProcessEnvironment(environment);
+    target.start(program, arguments);
+    const auto stopTarget = qScopeGuard([&] { target.kill(); target.waitForFinished(5000); });
+    QVERIFY(QTest::qWaitFor([&] { return target.canReadLine(); }, 15000));
+    const QStringList point = QString::fromUtf8(target.readLine()).trimmed().split(u' ');
+    QCOMPARE(point.value(0), QStringLiteral("POINT"));
+    QCursor::setPos(point[1].toInt(), point[2].toInt());
+    const QString paragraph = point.mid(3).join(u' ');
+    // Until the window is on the accessibility bus, something else is under the pointer.
+    QTRY_COMPARE_WITH_TIMEOUT(captured(), paragraph, 15000);
 }
 
 void TestCapture::selectionWinsOverTheElementText_data()

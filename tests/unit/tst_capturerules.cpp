@@ -1,11 +1,14 @@
-// The rules of text capture that need no other application: which candidate text wins, how
-// a menu item's key binding reads, how a point outside every screen converts, and which bus
+// The rules of text capture that need no other application: which candidate text wins,
+// which children the search for the element under the pointer goes into, the paragraph
+// around a point's offset, how a menu item's key binding reads, how a point outside every screen converts, and which bus
 // an accessibility bus address names.
 
 #include "platform/atspi/AccessibilityBusWatcher.h"
 #include "platform/atspi/MenuKeyBinding.h"
 #include "platform/atspi/UIElementUtilities.h"
+#include "pointing/ChildAtPoint.h"
 #include "text/CandidateTexts.h"
+#include "text/Paragraphs.h"
 
 #include <QGuiApplication>
 #include <QScreen>
@@ -15,6 +18,8 @@ using Candidates = QList<std::optional<QString>>;
 Q_DECLARE_METATYPE(Candidates)
 Q_DECLARE_METATYPE(std::optional<QString>)
 Q_DECLARE_METATYPE(std::optional<MenuKeyBinding>)
+using Children = QList<ChildAtPoint::Child>;
+Q_DECLARE_METATYPE(Children)
 
 namespace QTest {
 template <>
@@ -37,6 +42,10 @@ class TestCaptureRules : public QObject
 private slots:
     void longestTextWithLetters_data();
     void longestTextWithLetters();
+    void childSearchOrder_data();
+    void childSearchOrder();
+    void paragraphAround_data();
+    void paragraphAround();
     void menuKeyBinding_data();
     void menuKeyBinding();
     void pointConversion_data();
@@ -74,6 +83,71 @@ void TestCaptureRules::longestTextWithLetters()
     QFETCH(Candidates, candidates);
     QFETCH(std::optional<QString>, expected);
     QCOMPARE(::longestTextWithLetters(candidates), expected);
+}
+
+void TestCaptureRules::childSearchOrder_data()
+{
+    QTest::addColumn<Children>("children");
+    QTest::addColumn<QList<int>>("expected");
+
+    // The point is (50, 50).
+    const auto shownAt = [](QRect extents) {
+        return ChildAtPoint::Child{true, ChildAtPoint::fromReportedExtents(extents)};
+    };
+    const ChildAtPoint::Child hidden{false, QRect(0, 0, 100, 100)};
+    const QRect view(0, 0, 200, 200);
+    QTest::newRow("a hidden first child over the view is left out")
+        << Children{hidden, shownAt(view)} << QList<int>{1};
+    QTest::newRow("the smallest that contains the point first; of equal ones the later")
+        << Children{shownAt(view), shownAt({40, 40, 20, 20}), shownAt({40, 40, 20, 20})}
+        << QList<int>{2, 1, 0};
+    QTest::newRow("a tab at (-1, -1, -1, -1) after those that contain the point")
+        << Children{shownAt({-1, -1, -1, -1}), shownAt(view)} << QList<int>{1, 0};
+    QTest::newRow("no extents, or extents elsewhere: left out")
+        << Children{shownAt({50, 50, 0, 0}), shownAt({300, 0, 50, 50}), {true, QRect()}}
+        << QList<int>{};
+}
+
+void TestCaptureRules::childSearchOrder()
+{
+    QFETCH(Children, children);
+    QFETCH(QList<int>, expected);
+    QCOMPARE(ChildAtPoint::searchOrder(children, QPoint(50, 50)), expected);
+}
+
+void TestCaptureRules::paragraphAround_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("offset"); // in characters, as AT-SPI counts them
+    QTest::addColumn<std::optional<QString>>("expected");
+
+    const QString three = QStringLiteral("One.\nTwo words.\nThree.");
+    QTest::newRow("inside the second of three") << three << 7 << std::optional<QString>("Two words.");
+    QTest::newRow("on a line break: the paragraph it ends")
+        << three << 4 << std::optional<QString>("One.");
+    QTest::newRow("past the end: the last paragraph") << three << 22 << std::optional<QString>("Three.");
+    QTest::newRow("CR LF is one break") << QStringLiteral("One.\r\nTwo.") << 5
+                                        << std::optional<QString>("One.");
+    QTest::newRow("a blank line: nothing") << QStringLiteral("One.\n  \nTwo.") << 6
+                                           << std::optional<QString>();
+    QTest::newRow("characters, not UTF-16 units: after an emoji")
+        << QStringLiteral("🙂 a\u2029b") << 4 << std::optional<QString>("b");
+    QTest::newRow("one paragraph is the whole text") << QStringLiteral("Whole, no break.\n") << 0
+                                                     << std::optional<QString>("Whole, no break.");
+}
+
+void TestCaptureRules::paragraphAround()
+{
+    QFETCH(QString, text);
+    QFETCH(int, offset);
+    QFETCH(std::optional<QString>, expected);
+    const qsizetype position = Paragraphs::positionOfCharacter(text, offset).value_or(-1);
+    const auto span = Paragraphs::paragraphAround(text, position);
+    QCOMPARE(span ? std::optional<QString>(text.sliced(span->start, span->end - span->start))
+                  : std::nullopt,
+             expected);
+    if (span)
+        QCOMPARE(Paragraphs::characterOfPosition(text, position), qsizetype(offset));
 }
 
 void TestCaptureRules::menuKeyBinding_data()

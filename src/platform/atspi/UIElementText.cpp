@@ -3,6 +3,7 @@
 #include "AtspiGuard.h"
 #include "UIElementHitTest.h"
 #include "UIElementUtilities.h"
+#include "text/Paragraphs.h"
 
 using namespace AtspiCall;
 
@@ -11,6 +12,15 @@ namespace {
 // How many child elements, and how deep, a text's children are gathered from.
 constexpr int kChildBudget = 64;
 constexpr int kMaxChildDepth = 8;
+// Texts up to this many characters are read whole at a point; of longer ones, this many
+// characters either side of the point (a paragraph beyond them is cut anyway).
+constexpr gint kWholeTextCharacters = 4000;
+constexpr gint kWindowCharacters = 2000;
+// The bounds of the search through a Qt plain text view (qtPlainTextOffsetAt): its text, and
+// the paragraphs asked about (one call each).
+constexpr gint kMaxQtTextCharacters = 400000;
+constexpr int kMaxQtParagraphsWalked = 1000;
+constexpr int kMaxScrollBarSearch = 8;
 // The character that stands for a child element in its parent's text (hypertext).
 constexpr char32_t kEmbeddedObject = U'\uFFFC';
 
@@ -130,6 +140,132 @@ std::optional<QString> contentsOf(AtspiAccessible *accessible, int depth, int &b
     return withEmbeddedObjects(accessible, contents, 0, ChildPart::Inline, depth, budget);
 }
 
+AtspiCoordType coordinateType(const UIElementHitTest::ApplicationPoint &at)
+{
+    return at.windowRelative ? ATSPI_COORD_TYPE_WINDOW : ATSPI_COORD_TYPE_SCREEN;
+}
+
+// The vertical scroll bar's value among an element's children and grandchildren (where Qt
+// keeps the bars of a scroll area); 0 when there is none.
+double verticalScrollValue(AtspiAccessible *accessible, int depth = 0)
+{
+    GError *error = nullptr;
+    const gint count = atspi_accessible_get_child_count(accessible, &error);
+    for (gint i = 0; !failed(error) && i < count && i < kMaxScrollBarSearch; ++i) {
+        const UIElement child =
+            UIElement::adopt(atspi_accessible_get_child_at_index(accessible, i, &error));
+        if (failed(error) || !child || gaveUpOnThisThread())
+            return 0;
+        if (roleOf(child.accessible()) == ATSPI_ROLE_SCROLL_BAR) {
+            // Qt does not say VERTICAL: the bar taller than wide.
+            const std::optional<QRect> extents = UIElementUtilities::extentsOfUIElement(child);
+            const auto value = interfaceOf(child.accessible(), atspi_accessible_get_value_iface);
+            if (extents && extents->height() > extents->width() && value) {
+                const double current = atspi_value_get_current_value(value.get(), &error);
+                return failed(error) ? 0 : current;
+            }
+        } else if (depth == 0) {
+            if (const double value = verticalScrollValue(child.accessible(), 1))
+                return value;
+        }
+    }
+    return 0;
+}
+
+// Qt's plain text views (QPlainTextEdit, the editors' usual view) answer no offset at any
+// point, and give each paragraph's characters the place they would have as the first
+// paragraph. What they do tell: the vertical scroll bar counts lines on screen from the
+// document's top, and a paragraph's last character says how many lines it wraps into. So
+// the line under the point is counted down through the paragraphs; -1 when it cannot be.
+gint qtPlainTextOffsetAt(AtspiAccessible *accessible, AtspiText *text, gint count, int pointY)
+{
+    GError *error = nullptr;
+    const GMemory<AtspiRect> first(
+        atspi_text_get_character_extents(text, 0, ATSPI_COORD_TYPE_SCREEN, &error));
+    if (failed(error) || !first || first->height <= 0 || count > kMaxQtTextCharacters)
+        return -1;
+    // They also move every character up by the scroll bar's value, as if it counted pixels.
+    const int topLine = int(verticalScrollValue(accessible));
+    const int top = first->y + topLine;
+    if (pointY < top)
+        return -1;
+    const int lineHeight = first->height;
+    const int line = topLine + (pointY - top) / lineHeight;
+    const QString all = takeString(atspi_text_get_text(text, 0, count, &error));
+    if (failed(error))
+        return -1;
+    int paragraphLine = 0;
+    qsizetype start = 0;
+    for (int walked = 0; start <= all.size() && walked < kMaxQtParagraphsWalked; ++walked) {
+        qsizetype end = all.indexOf(u'\n', start);
+        if (end < 0)
+            end = all.size();
+        int lines = 1;
+        if (end - start > 1) {
+            const GMemory<AtspiRect> last(atspi_text_get_character_extents(
+                text, gint(end - 1), ATSPI_COORD_TYPE_SCREEN, &error));
+            if (failed(error) || !last || gaveUpOnThisThread())
+                return -1;
+            // A paragraph the view keeps no layout of (far from what is shown) has no extents:
+            // it counts as one line, which it is unless it wraps.
+            if (last->height > 0)
+                lines = std::max(1, (last->y - first->y) / lineHeight + 1);
+        }
+        if (line < paragraphLine + lines)
+            return gint(start);
+        paragraphLine += lines;
+        start = end + 1;
+    }
+    return -1;
+}
+
+// The offset of a character on the line under the point, found by halving the text by its
+// characters' extents: lines come in the order of the text. For GTK 4, which answers no
+// offset at a point (4.8 never replies) but places its characters.
+gint offsetByCharacterExtents(AtspiText *text, gint count, const QPoint &point, AtspiCoordType type)
+{
+    gint low = 0;
+    gint high = count - 1;
+    while (low <= high && !gaveUpOnThisThread()) {
+        const gint middle = low + (high - low) / 2;
+        GError *error = nullptr;
+        const GMemory<AtspiRect> extents(
+            atspi_text_get_character_extents(text, middle, type, &error));
+        if (failed(error) || !extents || extents->height <= 0)
+            return -1;
+        if (point.y() < extents->y)
+            high = middle - 1;
+        else if (point.y() >= extents->y + extents->height)
+            low = middle + 1;
+        else
+            return middle;
+    }
+    return -1;
+}
+
+// The offset of the character under the point; -1 when the point is on no line of the text.
+gint offsetAtPoint(AtspiAccessible *accessible, AtspiText *text, gint count,
+                   const UIElementHitTest::ApplicationPoint &at, bool qtToolkit)
+{
+    if (at.windowRelative)
+        return offsetByCharacterExtents(text, count, at.point, coordinateType(at));
+    GError *error = nullptr;
+    gint offset = atspi_text_get_offset_at_point(text, at.point.x(), at.point.y(),
+                                                 coordinateType(at), &error);
+    if (failed(error))
+        offset = -1;
+    if (offset < 0)
+        return qtToolkit ? qtPlainTextOffsetAt(accessible, text, count, at.point.y()) : -1;
+    // GTK answers the nearest character for a point below the text's last line: that is no
+    // paragraph under the point.
+    const GMemory<AtspiRect> character(
+        atspi_text_get_character_extents(text, offset, coordinateType(at), &error));
+    if (!failed(error) && character && character->height > 0 &&
+        (at.point.y() < character->y || at.point.y() >= character->y + character->height))
+        return -1;
+    return offset;
+}
+
 } // namespace
 
 std::optional<QString> UIElementText::contents(const UIElement &element)
@@ -166,35 +302,67 @@ std::optional<QString> UIElementText::selectedText(const UIElement &element)
     });
 }
 
-std::optional<QString> UIElementText::paragraphAtScreenPoint(const UIElement &element,
-                                                             const QPoint &screenPoint,
-                                                             const QPoint &windowOrigin,
-                                                             bool windowRelative)
+std::optional<UIElementText::PointedText>
+UIElementText::textAtScreenPoint(const UIElement &element, const QPoint &screenPoint,
+                                 const QPoint &windowOrigin, bool windowRelative)
 {
     if (!element)
         return std::nullopt;
-    return run<std::optional<QString>>([=]() -> std::optional<QString> {
-        const UIElementHitTest::ApplicationPoint at = UIElementHitTest::applicationPoint(
-            element, screenPoint, windowOrigin, windowRelative);
+    return run<std::optional<PointedText>>([=]() -> std::optional<PointedText> {
         const auto text = textOf(element.accessible());
         if (!text)
             return std::nullopt;
         GError *error = nullptr;
-        const gint offset = atspi_text_get_offset_at_point(
-            text.get(), at.point.x(), at.point.y(),
-            at.windowRelative ? ATSPI_COORD_TYPE_WINDOW : ATSPI_COORD_TYPE_SCREEN, &error);
-        if (failed(error) || offset < 0)
+        const gint count = atspi_text_get_character_count(text.get(), &error);
+        if (failed(error))
             return std::nullopt;
-        const TextRange range(atspi_text_get_string_at_offset(
-            text.get(), offset, ATSPI_TEXT_GRANULARITY_PARAGRAPH, &error));
-        if (failed(error) || !range)
-            return std::nullopt;
+        if (count <= 0)
+            return PointedText{};
+        const UIElementHitTest::ApplicationPoint at =
+            UIElementHitTest::applicationPoint(element, screenPoint, windowOrigin, windowRelative);
+        // A short text is read whole, to tell one paragraph from several; of a long one only
+        // the stretch around the point, which holds its paragraph up to the gesture's cut.
+        const bool whole = count <= kWholeTextCharacters;
+        QString window;
+        if (whole) {
+            window = takeString(atspi_text_get_text(text.get(), 0, count, &error));
+            if (failed(error))
+                return std::nullopt;
+            int budget = kChildBudget;
+            if (Paragraphs::isSingleParagraph(window))
+                return PointedText{withEmbeddedObjects(element.accessible(), window, 0,
+                                                       ChildPart::Inline, 0, budget),
+                                   false};
+        }
+        const bool qtToolkit = UIElementUtilities::toolkitOfUIElement(element).name.compare(
+                                   QLatin1String("qt"), Qt::CaseInsensitive) == 0;
+        const gint offset = offsetAtPoint(element.accessible(), text.get(), count, at, qtToolkit);
+        if (offset < 0)
+            return PointedText{};
+        const gint windowStart = whole ? 0 : std::max(0, offset - kWindowCharacters);
+        if (!whole) {
+            window = takeString(atspi_text_get_text(
+                text.get(), windowStart, std::min(count, offset + kWindowCharacters), &error));
+            if (failed(error))
+                return std::nullopt;
+        }
+        // Qt counts offsets in UTF-16 units, everyone else in characters.
+        const qsizetype position =
+            qtToolkit ? qsizetype(offset - windowStart)
+                      : Paragraphs::positionOfCharacter(window, offset - windowStart).value_or(-1);
+        const std::optional<Paragraphs::Span> span = Paragraphs::paragraphAround(window, position);
+        if (!span)
+            return PointedText{};
+        const gint spanStart =
+            windowStart + gint(qtToolkit ? span->start
+                                         : Paragraphs::characterOfPosition(window, span->start));
         int budget = kChildBudget;
         const QString paragraph =
-            withEmbeddedObjects(element.accessible(), QString::fromUtf8(range->content),
-                                range->start_offset, ChildPart::Inline, 0, budget)
+            withEmbeddedObjects(element.accessible(),
+                                window.sliced(span->start, span->end - span->start), spanStart,
+                                ChildPart::Inline, 0, budget)
                 .trimmed();
-        return paragraph.isEmpty() ? std::nullopt : std::optional<QString>(paragraph);
+        return PointedText{paragraph, true};
     });
 }
 

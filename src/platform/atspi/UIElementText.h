@@ -24,13 +24,22 @@ public:
     // The selected text, when there is a non-empty selection; the children a browser's
     // hypertext shows give their selected parts.
     static std::optional<QString> selectedText(const UIElement &element);
-    // The paragraph of the text at a point in screen pixels (windowOrigin: the top-left
-    // corner of the element's window, for toolkits that place elements within their window;
-    // windowRelative: every toolkit does, as on native Wayland windows).
-    static std::optional<QString> paragraphAtScreenPoint(const UIElement &element,
-                                                         const QPoint &point,
-                                                         const QPoint &windowOrigin = QPoint(),
-                                                         bool windowRelative = false);
+    // The text of an element under a point in screen pixels (windowOrigin: the top-left
+    // corner of the element's window, for toolkits that place elements within their window):
+    // the paragraph under the point, or the whole text when it is one paragraph (windowRelative:
+    // every toolkit places elements within its window, as on native Wayland windows). nullopt
+    // without the Text interface.
+    struct PointedText
+    {
+        // Empty when the point is on no paragraph (a blank line, below a long text).
+        std::optional<QString> text;
+        // The text is one paragraph of several, the one the point is on.
+        bool paragraphOfSeveral = false;
+    };
+    static std::optional<PointedText> textAtScreenPoint(const UIElement &element,
+                                                        const QPoint &point,
+                                                        const QPoint &windowOrigin = QPoint(),
+                                                        bool windowRelative = false);
     // Replaces the selection (or inserts at the caret) through EditableText and reads the
     // text back; true when the text is there afterwards.
     static bool replaceSelectedText(const UIElement &element, const QString &text);
