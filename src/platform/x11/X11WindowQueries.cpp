@@ -5,6 +5,7 @@
 
 #include <xcb/res.h>
 #include <xcb/xcb.h>
+#include <xcb/xfixes.h>
 
 #include <cstdlib>
 #include <memory>
@@ -49,6 +50,57 @@ X11WindowQueries::X11WindowQueries(const QString &displayName)
                                           nullptr));
     m_hasXRes = version && (version->server_major > 1 ||
                             (version->server_major == 1 && version->server_minor >= 2));
+    watchPrimarySelection();
+}
+
+void X11WindowQueries::watchPrimarySelection()
+{
+    const xcb_query_extension_reply_t *xfixes = xcb_get_extension_data(m_connection, &xcb_xfixes_id);
+    if (!xfixes || !xfixes->present)
+        return;
+    // The version must be asked before any other XFixes request.
+    auto version = reply(xcb_xfixes_query_version_reply(
+        m_connection, xcb_xfixes_query_version(m_connection, 1, 0), nullptr));
+    if (!version)
+        return;
+    xcb_xfixes_select_selection_input(
+        m_connection, xcb_window_t(m_root), xcb_atom_t(internAtom("PRIMARY")),
+        XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
+            XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
+            XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
+    xcb_flush(m_connection);
+    m_selectionNotifyEvent = xfixes->first_event + XCB_XFIXES_SELECTION_NOTIFY;
+}
+
+quint64 X11WindowQueries::primarySelectionChanges()
+{
+    if (!m_connection || !m_selectionNotifyEvent)
+        return 0;
+    // A round trip puts every notification sent before now into the queue; nothing else is
+    // selected on this connection, so the queue holds only these.
+    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+    while (xcb_generic_event_t *event = xcb_poll_for_queued_event(m_connection)) {
+        if ((event->response_type & 0x7f) == m_selectionNotifyEvent)
+            ++m_primaryChanges;
+        std::free(event);
+    }
+    return m_primaryChanges;
+}
+
+bool X11WindowQueries::isWindowWithin(unsigned long window, unsigned long ancestor)
+{
+    // Up the tree to the root: a selection is owned by some inner window of a program.
+    for (int depth = 0; m_connection && window && depth < 64; ++depth) {
+        if (window == ancestor)
+            return true;
+        auto tree = reply(xcb_query_tree_reply(m_connection,
+                                               xcb_query_tree(m_connection, xcb_window_t(window)),
+                                               nullptr));
+        if (!tree || tree->parent == XCB_NONE || tree->parent == m_root)
+            return false;
+        window = tree->parent;
+    }
+    return false;
 }
 
 X11WindowQueries::~X11WindowQueries()
