@@ -9,11 +9,13 @@
 #include "DesktopInput.h"
 #include "platform/x11/ModifierKeyMonitor_x11.h"
 #include "platform/x11/SyntheticKeyEvents.h"
+#include "platform/x11/XTestKeySender.h"
 
 #include <QProcess>
 #include <QtTest>
 
 #include <X11/Xlib.h>
+#include <X11/keysym.h>
 
 namespace {
 
@@ -54,9 +56,10 @@ public:
     // Sends the steps, then a tap of the right Alt key as an end mark, and answers what
     // came before the mark once the mark has arrived. Events are delivered in order, so
     // whatever the steps caused has arrived by then: no waiting for things not to happen.
-    ReportedList reportedFor(const QStringList &steps)
+    ReportedList reportedFor(const QStringList &steps, bool keepEarlier = false)
     {
-        m_events.clear();
+        if (!keepEarlier)
+            m_events.clear();
         // (A run of its own: xdotool's "type" takes every argument after it as text.)
         if (!DesktopInput::xdotool(steps) || !DesktopInput::xdotool(key(kRightAlt, "tap")))
             return {{-1, 0}};
@@ -122,6 +125,7 @@ private slots:
     void keysHeldAtInstallAreCounted();
     void announcedKeystrokesArePassedOver_data();
     void announcedKeystrokesArePassedOver();
+    void anotherXTestClientLosesNoKey();
     void removedMonitorReportsNothing();
     void serverWithoutXInput2CannotBeMonitored();
 
@@ -303,6 +307,30 @@ void TestModifierKeyMonitor::announcedKeystrokesArePassedOver()
         SyntheticKeyEvents::batchSent();
     QCOMPARE(recorder.reportedFor(key(kLeftControl, "tap")), expected);
     filter.expire();
+}
+
+// A remote desktop or on-screen keyboard types through the same XTest device as Tolkaro's
+// own keystrokes: its right Control taps all arrive, none of Tolkaro's Ctrl+J.
+void TestModifierKeyMonitor::anotherXTestClientLosesNoKey()
+{
+    Recorder recorder;
+    QVERIFY(recorder.monitor.install());
+    constexpr int kTaps = 25;
+    QProcess other;
+    other.start(QStringLiteral("xdotool"),
+                QStringList{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("15")} +
+                    QStringList(kTaps, QString::number(kRightControl)));
+    XTestKeySender own;
+    QVERIFY(other.waitForStarted());
+    while (!other.waitForFinished(0)) {
+        QVERIFY(own.tapKeysym(XK_j, {XK_Control_L}));
+        own.sync();
+        QTest::qWait(7);
+    }
+    ReportedList expected;
+    for (int i = 0; i < kTaps; ++i)
+        expected += tapOf(RC);
+    QCOMPARE(recorder.reportedFor({QStringLiteral("sleep"), QStringLiteral("0")}, true), expected);
 }
 
 void TestModifierKeyMonitor::removedMonitorReportsNothing()
