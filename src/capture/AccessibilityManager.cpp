@@ -181,8 +181,12 @@ std::optional<QString> primarySelectionOf(qint64 pid, const QPoint &screenPoint)
     if ((pid == 0 || backend.primarySelectionOwnerProcess() != pid) &&
         !backend.primarySelectionOwnedAt(screenPoint))
         return std::nullopt;
-    const QString primary = QGuiApplication::clipboard()->text(QClipboard::Selection);
-    return primary.isEmpty() ? std::nullopt : std::optional<QString>(primary);
+    // Read on the backend's own connection: Qt's asks with the time of the last event it saw,
+    // which Xt programs (xterm) refuse as older than their selection.
+    std::optional<QString> primary = backend.primarySelectionText();
+    if (!primary)
+        primary = QGuiApplication::clipboard()->text(QClipboard::Selection);
+    return primary->isEmpty() ? std::nullopt : primary;
 }
 
 // The application's selection, by the first of its sources that answers.

@@ -7,6 +7,8 @@
 
 #include <Qt>
 
+#include <optional>
+
 // What text capture needs from the windowing system, beside AT-SPI: whose window is under
 // the pointer, which window is active, who owns the PRIMARY selection, the modifier keys,
 // and synthetic keystrokes (through the platform's key sender). One backend per session,
@@ -40,6 +42,9 @@ public:
         Q_UNUSED(screenPoint);
         return false;
     }
+    // PRIMARY's text, read by the backend itself; nothing when it cannot (then the toolkit's
+    // clipboard reads it).
+    virtual std::optional<QString> primarySelectionText() { return std::nullopt; }
     // How many times PRIMARY has changed hands since the backend began watching; a backend
     // that cannot watch answers 0, so PRIMARY is never fresh there.
     virtual quint64 primarySelectionChanges() { return 0; }

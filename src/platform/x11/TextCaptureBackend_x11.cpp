@@ -51,6 +51,12 @@ bool TextCaptureBackendX11::primarySelectionOwnedAt(const QPoint &screenPoint)
     return window && m_windows.isWindowWithin(owner, window->id);
 }
 
+std::optional<QString> TextCaptureBackendX11::primarySelectionText()
+{
+    const std::optional<QByteArray> utf8 = m_windows.primarySelectionUtf8();
+    return utf8 ? std::optional<QString>(QString::fromUtf8(*utf8)) : std::nullopt;
+}
+
 quint64 TextCaptureBackendX11::primarySelectionChanges()
 {
     return m_windows.primarySelectionChanges();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QPoint>
+#include <QByteArray>
 #include <QString>
 
 #include <optional>
@@ -40,6 +41,9 @@ public:
     // How many times the PRIMARY selection has changed hands (or been given up) since this
     // connection began watching it (XFixes); 0 always without XFixes.
     quint64 primarySelectionChanges();
+    // PRIMARY's text as its owner converts it to UTF8_STRING; nothing when it has no owner,
+    // does not answer within 0.3 s, or sends it incrementally.
+    std::optional<QByteArray> primarySelectionUtf8();
     // The window is `ancestor` or lies inside it.
     bool isWindowWithin(unsigned long window, unsigned long ancestor);
     // The window owning a selection ("PRIMARY", "CLIPBOARD"), 0 when none.
@@ -56,6 +60,7 @@ public:
 private:
     unsigned long clientWindowOf(unsigned long frame);
     void watchPrimarySelection();
+    void countSelectionNotify(quint8 responseType);
 
     unsigned long internAtom(const char *name);
 
@@ -64,4 +69,6 @@ private:
     bool m_hasXRes = false;
     quint8 m_selectionNotifyEvent = 0;
     quint64 m_primaryChanges = 0;
+    // The window PRIMARY is converted to, made at the first read.
+    quint32 m_requestor = 0;
 };
