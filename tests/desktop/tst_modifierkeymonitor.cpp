@@ -8,7 +8,6 @@
 #include "AtspiProbe.h"
 #include "DesktopInput.h"
 #include "platform/x11/ModifierKeyMonitor_x11.h"
-#include "platform/x11/SyntheticKeyEvents.h"
 #include "platform/x11/XTestKeySender.h"
 
 #include <QProcess>
@@ -123,8 +122,6 @@ private slots:
     void mappingChangesAreFollowed();
     void pressJustAfterAMappingChangeIsKept();
     void keysHeldAtInstallAreCounted();
-    void announcedKeystrokesArePassedOver_data();
-    void announcedKeystrokesArePassedOver();
     void anotherXTestClientLosesNoKey();
     void removedMonitorReportsNothing();
     void serverWithoutXInput2CannotBeMonitored();
@@ -275,60 +272,25 @@ void TestModifierKeyMonitor::keysHeldAtInstallAreCounted()
     QCOMPARE(reported, (ReportedList{{RC, LC | RC}, {RC, LC}, {LC, 0}}));
 }
 
-void TestModifierKeyMonitor::announcedKeystrokesArePassedOver_data()
-{
-    QTest::addColumn<QList<int>>("announced"); // key codes, negative for a release
-    QTest::addColumn<bool>("expireFirst");
-    QTest::addColumn<ReportedList>("expected");
-
-    QTest::newRow("both events of a tap announced")
-        << QList<int>{kLeftControl, -kLeftControl} << false << ReportedList{};
-    QTest::newRow("only the press announced")
-        << QList<int>{kLeftControl} << false << ReportedList{{LC, 0}};
-    // Someone else's XTest keys that only look like announced ones are theirs.
-    QTest::newRow("other keys announced") << QList<int>{kRightControl, -kLeftAlt} << false
-                                          << kControlTap;
-    QTest::newRow("announcement expired before the keys came")
-        << QList<int>{kLeftControl, -kLeftControl} << true << kControlTap;
-}
-
-void TestModifierKeyMonitor::announcedKeystrokesArePassedOver()
-{
-    QFETCH(QList<int>, announced);
-    QFETCH(bool, expireFirst);
-    QFETCH(ReportedList, expected);
-
-    Recorder recorder;
-    QVERIFY(recorder.monitor.install());
-    SyntheticKeyFilter &filter = SyntheticKeyEvents::filter();
-    for (int keyCode : announced)
-        filter.announce(quint8(std::abs(keyCode)), keyCode > 0);
-    if (expireFirst)
-        SyntheticKeyEvents::batchSent();
-    QCOMPARE(recorder.reportedFor(key(kLeftControl, "tap")), expected);
-    filter.expire();
-}
-
-// A remote desktop or on-screen keyboard types through the same XTest device as Tolkaro's
-// own keystrokes: its right Control taps all arrive, none of Tolkaro's Ctrl+J.
+// Tolkaro's own keystrokes (announced, then expired once sent) are passed over; a remote
+// desktop or on-screen keyboard typing through the same XTest device meanwhile loses no key.
 void TestModifierKeyMonitor::anotherXTestClientLosesNoKey()
 {
     Recorder recorder;
     QVERIFY(recorder.monitor.install());
     constexpr int kTaps = 25;
     QProcess other;
-    other.start(QStringLiteral("xdotool"),
-                QStringList{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("15")} +
-                    QStringList(kTaps, QString::number(kRightControl)));
+    other.start(QStringLiteral("xdotool"), QStringList{QStringLiteral("key"), QStringLiteral("--delay"),
+                                                       QStringLiteral("15")} +
+                                               QStringList(kTaps, QString::number(kRightControl)));
     XTestKeySender own;
     QVERIFY(other.waitForStarted());
-    while (!other.waitForFinished(0)) {
+    for (; !other.waitForFinished(0); QTest::qWait(7)) {
         QVERIFY(own.tapKeysym(XK_j, {XK_Control_L}));
         own.sync();
-        QTest::qWait(7);
     }
     ReportedList expected;
-    for (int i = 0; i < kTaps; ++i)
+    while (expected.size() < 2 * kTaps)
         expected += tapOf(RC);
     QCOMPARE(recorder.reportedFor({QStringLiteral("sleep"), QStringLiteral("0")}, true), expected);
 }
