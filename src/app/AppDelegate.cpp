@@ -34,11 +34,10 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QTimer>
-
-#include <chrono>
 #include <QWidget>
 
 #include <algorithm>
+#include <chrono>
 
 namespace {
 

@@ -22,8 +22,8 @@
 //
 // The application's selection is looked for in this order: the AT-SPI text selection of
 // the element under the pointer, then of the application's focused element; the PRIMARY
-// selection when the application owns it and it is fresh; then its Copy menu command (never a synthetic
-// Ctrl+C, which would interrupt a program in a terminal). When the focused element speaks
+// selection when the application owns it and it is fresh; then its Copy menu command
+// (never a synthetic Ctrl+C, which would interrupt a program in a terminal). When the focused element speaks
 // AT-SPI Text, its answer is final: an empty selection there means no selection, and both
 // PRIMARY (which may hold a dropped selection) and Copy (0.15 s to find nothing) are
 // skipped. Copy is pressed only for a reported focused element without Text. A program

@@ -187,8 +187,9 @@ void TestCaptureRules::primarySelectionFreshness()
     QCOMPARE(fresh, expected);
 }
 
-// Steps: "a+37" announces a press of key code 37, "e-37" is an XTest release arriving, "x"
-// expires; each arriving event is passed over (P) or reported (R).
+// Steps: "a+37" announces a press of key code 37, "e-37" is an XTest release arriving, "m"
+// marks, "x" expires (up to the mark, if any); each arriving event is passed over (P) or
+// reported (R).
 void TestCaptureRules::ownSyntheticKeys_data()
 {
     QTest::addColumn<QString>("steps");
@@ -200,6 +201,8 @@ void TestCaptureRules::ownSyntheticKeys_data()
                                                                             << "PR";
     QTest::newRow("a press the server dropped expires; key and direction count")
         << "a+37 a-37 e-37 x e+37 a+37 e-37 e+105" << "PRRR";
+    QTest::newRow("a later batch outlives the expiry of an earlier one") << "a+37 m a-37 x e+37 e-37"
+                                                                         << "RP";
 }
 
 void TestCaptureRules::ownSyntheticKeys()
@@ -207,6 +210,7 @@ void TestCaptureRules::ownSyntheticKeys()
     QFETCH(QString, steps);
     QFETCH(QString, expected);
     SyntheticKeyFilter filter;
+    std::optional<quint64> mark;
     QString seen;
     for (const QString &step : steps.split(u' ')) {
         const bool press = step.mid(1, 1) == u"+";
@@ -215,8 +219,10 @@ void TestCaptureRules::ownSyntheticKeys()
             filter.announce(keyCode, press);
         else if (step[0] == u'e')
             seen += filter.passOver(keyCode, press) ? u'P' : u'R';
+        else if (step[0] == u'm')
+            mark = filter.mark();
         else
-            filter.expire();
+            filter.expire(mark);
     }
     QCOMPARE(seen, expected);
 }

@@ -159,7 +159,7 @@ bool ModifierKeyMonitorX11::install()
     refreshXTestDevices();
     resyncPressedKeys();
 
-    SyntheticKeyEvents::setBatchSentHandler([this] { catchUpWithServer(); });
+    SyntheticKeyEvents::setBatchSentHandler([this](quint64 mark) { catchUpWithServer(mark); });
     m_notifier =
         new QSocketNotifier(xcb_get_file_descriptor(m_connection), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &ModifierKeyMonitorX11::readEvents);
@@ -177,7 +177,7 @@ void ModifierKeyMonitorX11::disconnectFromServer()
 {
     if (m_connection)
         SyntheticKeyEvents::setBatchSentHandler({});
-    for (xcb_generic_event_t *event : m_caughtUp)
+    for (const auto &[event, mark] : m_caughtUp)
         std::free(event);
     m_caughtUp.clear();
     delete m_notifier;
@@ -189,7 +189,7 @@ void ModifierKeyMonitorX11::disconnectFromServer()
     m_xtestDevices.clear();
 }
 
-void ModifierKeyMonitorX11::catchUpWithServer()
+void ModifierKeyMonitorX11::catchUpWithServer(quint64 announcedMark)
 {
     // The key sender has waited for the server: a round trip here puts every event the
     // server made of its keys into this connection's queue. They are set aside (handling
@@ -198,18 +198,18 @@ void ModifierKeyMonitorX11::catchUpWithServer()
         return;
     std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
     while (xcb_generic_event_t *event = xcb_poll_for_queued_event(m_connection))
-        m_caughtUp.push_back(event);
-    m_caughtUp.push_back(nullptr);
+        m_caughtUp.push_back({event, 0});
+    m_caughtUp.push_back({nullptr, announcedMark});
     QMetaObject::invokeMethod(this, &ModifierKeyMonitorX11::readEvents, Qt::QueuedConnection);
 }
 
 void ModifierKeyMonitorX11::readEvents()
 {
     while (!m_caughtUp.empty()) {
-        xcb_generic_event_t *event = m_caughtUp.front();
+        const auto [event, announcedMark] = m_caughtUp.front();
         m_caughtUp.pop_front();
         if (!event) {
-            SyntheticKeyEvents::filter().expire();
+            SyntheticKeyEvents::filter().expire(announcedMark);
             continue;
         }
         handleEvent(event);

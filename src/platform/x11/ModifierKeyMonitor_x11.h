@@ -45,7 +45,7 @@ private:
     using KeyRole = std::optional<GestureKey>;
 
     void readEvents();
-    void catchUpWithServer();
+    void catchUpWithServer(quint64 announcedMark);
     void handleEvent(const xcb_generic_event_t *event);
     void handleRawKey(bool pressed, quint32 keycode, quint16 sourceDevice);
     void refreshKeyRoles();
@@ -62,6 +62,7 @@ private:
     std::array<KeyRole, 256> m_roles{};
     std::bitset<256> m_pressed; // only keys with a role are ever set
     std::vector<quint16> m_xtestDevices;
-    // Events read ahead by catchUpWithServer(); null marks where announcements expire.
-    std::deque<xcb_generic_event_t *> m_caughtUp;
+    // Events read ahead by catchUpWithServer(), each batch followed by a null event carrying
+    // the mark of the announcements that expire there.
+    std::deque<std::pair<xcb_generic_event_t *, quint64>> m_caughtUp;
 };

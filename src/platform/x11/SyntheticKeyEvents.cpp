@@ -4,7 +4,7 @@
 
 void SyntheticKeyFilter::announce(quint8 keyCode, bool press)
 {
-    m_announced.push_back({keyCode, press});
+    m_announced.push_back({keyCode, press, m_announcedCount++});
 }
 
 bool SyntheticKeyFilter::passOver(quint8 keyCode, bool press)
@@ -18,14 +18,15 @@ bool SyntheticKeyFilter::passOver(quint8 keyCode, bool press)
     return true;
 }
 
-void SyntheticKeyFilter::expire()
+void SyntheticKeyFilter::expire(std::optional<quint64> mark)
 {
-    m_announced.clear();
+    const quint64 before = mark.value_or(m_announcedCount);
+    std::erase_if(m_announced, [before](const Event &e) { return e.number < before; });
 }
 
 namespace SyntheticKeyEvents {
 namespace {
-std::function<void()> g_batchSentHandler;
+std::function<void(quint64)> g_batchSentHandler;
 }
 
 SyntheticKeyFilter &filter()
@@ -37,12 +38,12 @@ SyntheticKeyFilter &filter()
 void batchSent()
 {
     if (g_batchSentHandler)
-        g_batchSentHandler();
+        g_batchSentHandler(filter().mark());
     else
         filter().expire();
 }
 
-void setBatchSentHandler(std::function<void()> handler)
+void setBatchSentHandler(std::function<void(quint64)> handler)
 {
     g_batchSentHandler = std::move(handler);
 }

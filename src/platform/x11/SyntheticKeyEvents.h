@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <functional>
+#include <optional>
 
 // Tolkaro's own XTest keystrokes (the paste and capture key presses) must not reach the
 // gesture: a synthetic Control release sent while the user holds Control would end the
@@ -24,17 +25,20 @@ public:
     void announce(quint8 keyCode, bool press);
     // An event from an XTest device: true when it is an announced one (now accounted for).
     bool passOver(quint8 keyCode, bool press);
-    // Forgets every announcement made so far.
-    void expire();
-    qsizetype pending() const { return qsizetype(m_announced.size()); }
+    // How many announcements were ever made: the mark of everything announced so far.
+    quint64 mark() const { return m_announcedCount; }
+    // Forgets the announcements made before the mark (all of them by default).
+    void expire(std::optional<quint64> mark = std::nullopt);
 
 private:
     struct Event
     {
         quint8 keyCode;
         bool press;
+        quint64 number;
     };
     std::deque<Event> m_announced;
+    quint64 m_announcedCount = 0;
 };
 
 // The process's one filter, between the key sender and the key monitor.
@@ -43,8 +47,8 @@ namespace SyntheticKeyEvents {
 SyntheticKeyFilter &filter();
 
 // The sender has posted a batch of events and waited for the server to handle them; the
-// key monitor (when one listens) reads its events up to then and expires the rest.
+// key monitor (when one listens) reads its events up to then and expires the batch's rest.
 void batchSent();
-void setBatchSentHandler(std::function<void()> handler);
+void setBatchSentHandler(std::function<void(quint64 mark)> handler);
 
 } // namespace SyntheticKeyEvents
