@@ -187,9 +187,11 @@ private slots:
     void pasteReplacesTheSelection();
     void editableTextReplacesTheSelection_data();
     void editableTextReplacesTheSelection();
-    void keystrokeCapture();
+    // (Before the rows that start windows of their own: openbox stacks a window mapped
+    // right after a click elsewhere below the clicked one.)
     void staleOrForeignSelection_data();
     void staleOrForeignSelection();
+    void keystrokeCapture();
     void captureAnswersAfterTheTargetFails_data();
     void captureAnswersAfterTheTargetFails();
 
