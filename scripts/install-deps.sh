@@ -8,9 +8,9 @@ PACKAGES=(
   # build
   build-essential cmake ninja-build pkg-config git
   qt6-base-dev qt6-base-dev-tools libqt6svg6 qt6-svg-dev qtkeychain-qt6-dev
-  libatspi2.0-dev libx11-dev libx11-xcb-dev libxi-dev libxcb1-dev libxcb-xinput-dev libxcb-res0-dev libxtst-dev libxres-dev libgl-dev
+  libatspi2.0-dev libx11-dev libx11-xcb-dev libxi-dev libxcb1-dev libxcb-xinput-dev libxcb-res0-dev libxcb-xfixes0-dev libxtst-dev libxres-dev libgl-dev
   # the test desktop
-  xvfb openbox trayer dbus-x11 dbus-bin at-spi2-core x11-utils xclip xdotool imagemagick xcompmgr
+  xvfb openbox trayer dbus-x11 dbus-bin at-spi2-core x11-utils xclip xdotool imagemagick xcompmgr xterm
   python3 python3-gi gir1.2-gtk-3.0 gir1.2-atspi-2.0 python3-dbus gir1.2-vte-2.91
   dbus-daemon libglib2.0-bin coreutils
   # KDE Plasma on Wayland: KWin's fake input (build) and the kde-wayland test desktop

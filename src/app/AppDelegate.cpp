@@ -7,6 +7,7 @@
 #include "platform/atspi/AccessibilityBusWatcher.h"
 #include "platform/ModifierKeyMonitor.h"
 #include "platform/Platform.h"
+#include "platform/TextCaptureBackend.h"
 #include "system/AccessibilityTrust.h"
 #include "system/TrustAlerts.h"
 #include "system/TrustMonitor.h"
@@ -36,8 +37,11 @@
 #include <QWidget>
 
 #include <algorithm>
+#include <chrono>
 
 namespace {
+
+constexpr auto kPrimaryWatchDelay = std::chrono::seconds(2);
 
 QString welcomeMessage()
 {
@@ -117,6 +121,10 @@ bool AppDelegate::applicationDidFinishLaunching()
     // 8. The popover's content exists before the first gesture; its window is made once the
     // tray icon is up, out of the start-up's way.
     m_popoverPresenter->prepare();
+    // A selection counts from PRIMARY only when it changed hands since the watching began:
+    // begun soon after start, out of its way, not at the first gesture.
+    QTimer::singleShot(kPrimaryWatchDelay, this,
+                       [this] { m_platform.textCapture().primarySelectionChanges(); });
 
     // 9. A single Control press right after launch completes a double press.
     m_gesture->setLastControlKeyPressedTime(std::chrono::steady_clock::now());

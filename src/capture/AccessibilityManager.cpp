@@ -11,6 +11,7 @@
 #include "platform/atspi/UIElementUtilities.h"
 #include "text/CandidateTexts.h"
 #include "text/CopiedPassage.h"
+#include "text/PrimarySelectionRule.h"
 #include "text/StringHelpers.h"
 
 #include <QClipboard>
@@ -141,6 +142,13 @@ struct SelectionAnswer
     // PRIMARY may hold a selection the application has since dropped (GTK 4 keeps serving
     // it), and its Copy command would find nothing either.
     bool focusHasText = false;
+
+    AccessibleSelection shown() const
+    {
+        return text           ? AccessibleSelection::Shown
+               : focusHasText ? AccessibleSelection::NoneShown
+                              : AccessibleSelection::Unknown;
+    }
 };
 
 SelectionAnswer accessibleSelection(const UIElement &application, const UIElement &element)
@@ -160,16 +168,41 @@ SelectionAnswer accessibleSelection(const UIElement &application, const UIElemen
     });
 }
 
+// Whether PRIMARY stands for the selection the application shows now; kept across captures.
+bool primaryIsFresh(AccessibleSelection answer)
+{
+    static PrimarySelectionRule rule;
+    return rule.isFresh(answer, TextCaptureBackend::instance().primarySelectionChanges());
+}
+
+// PRIMARY's text when the application (its process, or the window under the point) owns it.
+std::optional<QString> primarySelectionOf(qint64 pid, const QPoint &screenPoint)
+{
+    TextCaptureBackend &backend = TextCaptureBackend::instance();
+    if ((pid == 0 || backend.primarySelectionOwnerProcess() != pid) &&
+        !backend.primarySelectionOwnedAt(screenPoint))
+        return std::nullopt;
+    // Read on the backend's own connection: Qt's asks with the time of the last event it saw,
+    // which Xt programs (xterm) refuse as older than their selection.
+    std::optional<QString> primary = backend.primarySelectionText();
+    if (!primary)
+        primary = QGuiApplication::clipboard()->text(QClipboard::Selection);
+    return primary->isEmpty() ? std::nullopt : primary;
+}
+
 // The application's selection, by the first of its sources that answers.
-std::optional<QString> applicationSelection(const UIElement &application, const UIElement &element)
+std::optional<QString> applicationSelection(const UIElement &application, const UIElement &element,
+                                            const QPoint &screenPoint)
 {
     const SelectionAnswer answer = accessibleSelection(application, element);
-    if (answer.text || answer.focusHasText || AtspiCall::gaveUp())
+    if (AtspiCall::gaveUp())
         return answer.text;
     const qint64 pid = UIElementUtilities::processIdentifierOfUIElement(application);
-    if (pid != 0 && TextCaptureBackend::instance().primarySelectionOwnerProcess() == pid) {
-        const QString primary = QGuiApplication::clipboard()->text(QClipboard::Selection);
-        if (!primary.isEmpty())
+    const bool primaryFresh = primaryIsFresh(answer.shown());
+    if (answer.text || answer.focusHasText)
+        return answer.text;
+    if (primaryFresh) {
+        if (std::optional<QString> primary = primarySelectionOf(pid, screenPoint))
             return primary;
     }
     // Without a reported focus, Copy would act blind: a window the user is not in has none,
@@ -257,6 +290,13 @@ CapturedText AccessibilityManager::getStringForCurrentUIElement()
         UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(pointer).toPoint();
     const TextCaptureBackend::WindowAtPoint window = backend.windowAtPoint(screenPoint);
     UIElement application = UIElementUtilities::applicationElementForProcess(window.pid);
+    // A program without accessibility (xterm, Xt and Motif programs) gives its selection.
+    if (!application && window.pid != 0 && !AtspiCall::gaveUp()) {
+        const std::optional<QString> selection = primarySelectionOf(0, screenPoint);
+        if (selection && StringHelpers::containsLetters(*selection) &&
+            primaryIsFresh(AccessibleSelection::NoTree))
+            return {selection, {}};
+    }
     UIElement element =
         UIElementHitTest::elementAtScreenPoint(application, screenPoint, window.origin,
                                                window.windowRelative);
@@ -271,7 +311,7 @@ CapturedText AccessibilityManager::getStringForCurrentUIElement()
         return {};
     }
 
-    std::optional<QString> selection = applicationSelection(application, element);
+    std::optional<QString> selection = applicationSelection(application, element, screenPoint);
     if (selection && !StringHelpers::containsLetters(*selection))
         selection.reset();
     const QList<std::optional<QString>> texts = attributeTexts(element, screenPoint, window);

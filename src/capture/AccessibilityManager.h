@@ -10,8 +10,9 @@
 
 // Reads and writes text in other applications: the text under the pointer, the selection
 // through the application's own Copy command, and the paste of a text into it, with the
-// user's clipboard left as it was found. Class methods only, without state: a capture returns
-// the element its text came from, and the caller hands it to the paste that follows.
+// user's clipboard left as it was found. Class methods only: a capture returns the element
+// its text came from, and the caller hands it to the paste that follows. The one state kept
+// across captures is when PRIMARY last changed hands (see PrimarySelectionRule).
 //
 // Main thread. Capture and paste block it while they work, except for the 0.15 s settles
 // after a menu press or keystroke, which run the event loop re-entrantly (callers must
@@ -21,11 +22,12 @@
 //
 // The application's selection is looked for in this order: the AT-SPI text selection of
 // the element under the pointer, then of the application's focused element; the PRIMARY
-// selection when the application owns it; then its Copy menu command (never a synthetic
-// Ctrl+C, which would interrupt a program in a terminal). When the focused element speaks
+// selection when the application owns it and it is fresh; then its Copy menu command
+// (never a synthetic Ctrl+C, which would interrupt a program in a terminal). When the focused element speaks
 // AT-SPI Text, its answer is final: an empty selection there means no selection, and both
 // PRIMARY (which may hold a dropped selection) and Copy (0.15 s to find nothing) are
-// skipped. Copy is pressed only for a reported focused element without Text.
+// skipped. Copy is pressed only for a reported focused element without Text. A program
+// without accessibility gives its PRIMARY selection when the window under the pointer owns it.
 class AccessibilityManager
 {
 public:

@@ -7,6 +7,8 @@
 
 #include <Qt>
 
+#include <optional>
+
 // What text capture needs from the windowing system, beside AT-SPI: whose window is under
 // the pointer, which window is active, who owns the PRIMARY selection, the modifier keys,
 // and synthetic keystrokes (through the platform's key sender). One backend per session,
@@ -33,6 +35,19 @@ public:
     virtual QString activeWindowClass() = 0;
     // The process owning the PRIMARY selection, 0 when nobody owns it.
     virtual qint64 primarySelectionOwnerProcess() = 0;
+    // PRIMARY is owned by the top-level window under the point or a window inside it (a
+    // program without accessibility is known by its window: it may not name its process).
+    virtual bool primarySelectionOwnedAt(const QPoint &screenPoint)
+    {
+        Q_UNUSED(screenPoint);
+        return false;
+    }
+    // PRIMARY's text, read by the backend itself; nothing when it cannot (then the toolkit's
+    // clipboard reads it).
+    virtual std::optional<QString> primarySelectionText() { return std::nullopt; }
+    // How many times PRIMARY has changed hands since the backend began watching; a backend
+    // that cannot watch answers 0, so PRIMARY is never fresh there.
+    virtual quint64 primarySelectionChanges() { return 0; }
     // Any Shift, Control, Alt or Super key is down.
     virtual bool modifierKeysDown() = 0;
     // Releases every modifier key the server thinks is down.

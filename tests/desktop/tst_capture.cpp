@@ -13,6 +13,7 @@
 // (libatspi must stay on one thread).
 
 #include "CaptureTestHelpers.h"
+#include "DesktopInput.h"
 #include "OwnGtkTarget.h"
 #include "UIElementSearch.h"
 #include "capture/AccessibilityManager.h"
@@ -190,6 +191,10 @@ private slots:
     void pasteReplacesTheSelection();
     void editableTextReplacesTheSelection_data();
     void editableTextReplacesTheSelection();
+    // (Before the rows that start windows of their own: openbox stacks a window mapped
+    // right after a click elsewhere below the clicked one.)
+    void staleOrForeignSelection_data();
+    void staleOrForeignSelection();
     void keystrokeCapture();
     void captureAnswersAfterTheTargetFails_data();
     void captureAnswersAfterTheTargetFails();
@@ -493,6 +498,47 @@ void TestCapture::keystrokeCapture()
     QCOMPARE(AccessibilityManager::getStringForBooksApp().value_or(kNothing),
              QStringLiteral("A quoted passage."));
     QCOMPARE(m_clipboard.changes(), QString());
+}
+
+void TestCapture::staleOrForeignSelection_data()
+{
+    QTest::addColumn<bool>("xterm");
+    QTest::newRow("Qt entry's selection cleared by a click elsewhere: not translated") << false;
+    QTest::newRow("xterm (no accessibility): its fresh selection translated") << true;
+}
+
+// Qt keeps serving PRIMARY after its selection is gone; xterm offers nothing but PRIMARY.
+// Both selections are made with the mouse, as only that sets PRIMARY.
+void TestCapture::staleOrForeignSelection()
+{
+    QFETCH(bool, xterm);
+    const QString words = QStringLiteral("selected words");
+    if (xterm) {
+        QProcess terminal;
+        terminal.start(QStringLiteral("xterm"),
+                       {QStringLiteral("-name"), QStringLiteral("tolkaroxterm"),
+                        QStringLiteral("-geometry"), QStringLiteral("40x4+620+480"),
+                        QStringLiteral("-e"), QStringLiteral("sh"), QStringLiteral("-c"),
+                        QStringLiteral("echo %1; exec sleep 60").arg(words)});
+        // A triple click selects the line under the pointer, which stays there.
+        QVERIFY(DesktopInput::xdotool(QStringLiteral(
+            "search --sync --classname tolkaroxterm sleep 0.5 mousemove --window %1 30 8 "
+            "click --repeat 3 --delay 80 1")));
+        QTRY_COMPARE(captured().trimmed(), words);
+        terminal.kill();
+        terminal.waitForFinished();
+        return;
+    }
+    const UIElement entry = widget(QStringLiteral("QT"), kEntryName);
+    QVERIFY(setText(entry, QStringLiteral("stale")));
+    const QRectF frame = UIElementSearch::frameOfUIElement(entry);
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("mousemove %1 %2 click --repeat 2 --delay 80 1")
+                                      .arg(int(frame.left()) + 12)
+                                      .arg(int(frame.center().y()))));
+    QVERIFY(QTest::qWaitFor([&] { return captured() == QStringLiteral("stale"); }));
+    QVERIFY(clickToFocus(widget(QStringLiteral("QT"), QStringLiteral("Done"))));
+    pointAt(widget(QStringLiteral("QT"), kLabelText));
+    QCOMPARE(captured(), kLabelText);
 }
 
 void TestCapture::captureAnswersAfterTheTargetFails_data()

@@ -1,14 +1,17 @@
 // The rules of text capture that need no other application: which candidate text wins,
 // which children the search for the element under the pointer goes into, the paragraph
-// around a point's offset, how a menu item's key binding reads, how a point outside every screen converts, and which bus
-// an accessibility bus address names.
+// around a point's offset, how a menu item's key binding reads, how a point outside every
+// screen converts, which bus an accessibility bus address names, when PRIMARY is fresh, and
+// which XTest key events are Tolkaro's own.
 
 #include "platform/atspi/AccessibilityBusWatcher.h"
 #include "platform/atspi/MenuKeyBinding.h"
 #include "platform/atspi/UIElementUtilities.h"
+#include "platform/x11/SyntheticKeyEvents.h"
 #include "pointing/ChildAtPoint.h"
 #include "text/CandidateTexts.h"
 #include "text/Paragraphs.h"
+#include "text/PrimarySelectionRule.h"
 
 #include <QGuiApplication>
 #include <QScreen>
@@ -52,6 +55,10 @@ private slots:
     void pointConversion();
     void busServerId_data();
     void busServerId();
+    void primarySelectionFreshness_data();
+    void primarySelectionFreshness();
+    void ownSyntheticKeys_data();
+    void ownSyntheticKeys();
 };
 
 void TestCaptureRules::longestTextWithLetters_data()
@@ -225,6 +232,73 @@ void TestCaptureRules::busServerId()
     QFETCH(QString, address);
     QFETCH(QString, expected);
     QCOMPARE(AccessibilityBusWatcher::serverIdOfAddress(address), expected);
+}
+
+// Captures in order, each "<answer><changes so far>": S shown, N none shown, U unknown, T no
+// tree; the expected freshness of each, + or -.
+void TestCaptureRules::primarySelectionFreshness_data()
+{
+    QTest::addColumn<QString>("captures");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("set before the first capture") << "U0" << "-";
+    QTest::newRow("kept since the last capture: a cleared selection") << "S1 U1" << "--";
+    QTest::newRow("the application said none, then a new selection") << "N3 U3 U4" << "--+";
+    QTest::newRow("no accessibility tree: whenever owned") << "T1 T1 U1" << "++-";
+}
+
+void TestCaptureRules::primarySelectionFreshness()
+{
+    QFETCH(QString, captures);
+    QFETCH(QString, expected);
+    static const QString kAnswers = QStringLiteral("SNUT");
+    PrimarySelectionRule rule;
+    QString fresh;
+    for (const QString &capture : captures.split(u' '))
+        fresh += rule.isFresh(AccessibleSelection(kAnswers.indexOf(capture[0])),
+                              capture.mid(1).toULongLong())
+                     ? u'+'
+                     : u'-';
+    QCOMPARE(fresh, expected);
+}
+
+// Steps: "a+37" announces a press of key code 37, "e-37" is an XTest release arriving, "m"
+// marks, "x" expires (up to the mark, if any); each arriving event is passed over (P) or
+// reported (R).
+void TestCaptureRules::ownSyntheticKeys_data()
+{
+    QTest::addColumn<QString>("steps");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("own Ctrl+V") << "a+37 a+55 a-55 a-37 e+37 e+55 e-55 e-37" << "PPPP";
+    QTest::newRow("another client's Control release after ours") << "a+37 a-37 e+37 e-37 e-37"
+                                                                  << "PPR";
+    QTest::newRow("a look-alike takes ours, ours is reported in its place") << "a-37 e-37 e-37"
+                                                                            << "PR";
+    QTest::newRow("a press the server dropped expires; key and direction count")
+        << "a+37 a-37 e-37 x e+37 a+37 e-37 e+105" << "PRRR";
+    QTest::newRow("a later batch outlives the expiry of an earlier one") << "a+37 m a-37 x e+37 e-37"
+                                                                         << "RP";
+}
+
+void TestCaptureRules::ownSyntheticKeys()
+{
+    QFETCH(QString, steps);
+    QFETCH(QString, expected);
+    SyntheticKeyFilter filter;
+    std::optional<quint64> mark;
+    QString seen;
+    for (const QString &step : steps.split(u' ')) {
+        const bool press = step.mid(1, 1) == u"+";
+        const auto keyCode = quint8(step.mid(2).toUInt());
+        if (step[0] == u'a')
+            filter.announce(keyCode, press);
+        else if (step[0] == u'e')
+            seen += filter.passOver(keyCode, press) ? u'P' : u'R';
+        else if (step[0] == u'm')
+            mark = filter.mark();
+        else
+            filter.expire(mark);
+    }
+    QCOMPARE(seen, expected);
 }
 
 QTEST_MAIN(TestCaptureRules)

@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QSocketNotifier>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <memory>
@@ -158,6 +159,7 @@ bool ModifierKeyMonitorX11::install()
     refreshXTestDevices();
     resyncPressedKeys();
 
+    SyntheticKeyEvents::setBatchSentHandler([this](quint64 mark) { catchUpWithServer(mark); });
     m_notifier =
         new QSocketNotifier(xcb_get_file_descriptor(m_connection), QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &ModifierKeyMonitorX11::readEvents);
@@ -173,6 +175,11 @@ void ModifierKeyMonitorX11::remove()
 
 void ModifierKeyMonitorX11::disconnectFromServer()
 {
+    if (m_connection)
+        SyntheticKeyEvents::setBatchSentHandler({});
+    for (const auto &[event, mark] : m_caughtUp)
+        std::free(event);
+    m_caughtUp.clear();
     delete m_notifier;
     m_notifier = nullptr;
     if (m_connection)
@@ -182,8 +189,32 @@ void ModifierKeyMonitorX11::disconnectFromServer()
     m_xtestDevices.clear();
 }
 
+void ModifierKeyMonitorX11::catchUpWithServer(quint64 announcedMark)
+{
+    // The key sender has waited for the server: a round trip here puts every event the
+    // server made of its keys into this connection's queue. They are set aside (handling
+    // them now would run the gesture inside the sender's call) with the mark after them.
+    if (!m_connection)
+        return;
+    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+    while (xcb_generic_event_t *event = xcb_poll_for_queued_event(m_connection))
+        m_caughtUp.push_back({event, 0});
+    m_caughtUp.push_back({nullptr, announcedMark});
+    QMetaObject::invokeMethod(this, &ModifierKeyMonitorX11::readEvents, Qt::QueuedConnection);
+}
+
 void ModifierKeyMonitorX11::readEvents()
 {
+    while (!m_caughtUp.empty()) {
+        const auto [event, announcedMark] = m_caughtUp.front();
+        m_caughtUp.pop_front();
+        if (!event) {
+            SyntheticKeyEvents::filter().expire(announcedMark);
+            continue;
+        }
+        handleEvent(event);
+        std::free(event);
+    }
     // Handling an event can make a round trip, which queues the events behind it: keep
     // reading until the queue is empty, not just what the socket announced.
     while (m_connection) {
@@ -228,10 +259,10 @@ void ModifierKeyMonitorX11::handleEvent(const xcb_generic_event_t *event)
 
 void ModifierKeyMonitorX11::handleRawKey(bool pressed, quint32 keycode, quint16 sourceDevice)
 {
-    for (const quint16 device : m_xtestDevices) {
-        if (device == sourceDevice && SyntheticKeyEvents::consumeAnnounced())
-            return;
-    }
+    const bool fromXTest = std::find(m_xtestDevices.cbegin(), m_xtestDevices.cend(),
+                                     sourceDevice) != m_xtestDevices.cend();
+    if (fromXTest && SyntheticKeyEvents::filter().passOver(quint8(keycode), pressed))
+        return;
     if (keycode >= m_roles.size())
         return;
     if (!m_roles[keycode]) {

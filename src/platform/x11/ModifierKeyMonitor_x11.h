@@ -6,6 +6,7 @@
 
 #include <array>
 #include <bitset>
+#include <deque>
 #include <optional>
 #include <vector>
 
@@ -19,8 +20,8 @@ class QSocketNotifier;
 // Keys are told apart by the keysym at the first level of their key code, looked up afresh
 // whenever the keyboard mapping changes, and reported as the gesture's keys: left and right
 // Control, left and right Alt (Meta and ISO_Level3_Shift count as Alt), and the configured
-// alternative-language key. Any other key is dropped on arrival and never stored or logged. Key events announced by Tolkaro's own key sender are passed over (see
-// SyntheticKeyEvents.h).
+// alternative-language key. Any other key is dropped on arrival and never stored or logged. Key
+// events announced by Tolkaro's own key sender are passed over (see SyntheticKeyEvents.h).
 class ModifierKeyMonitorX11 : public ModifierKeyMonitor
 {
     Q_OBJECT
@@ -44,6 +45,7 @@ private:
     using KeyRole = std::optional<GestureKey>;
 
     void readEvents();
+    void catchUpWithServer(quint64 announcedMark);
     void handleEvent(const xcb_generic_event_t *event);
     void handleRawKey(bool pressed, quint32 keycode, quint16 sourceDevice);
     void refreshKeyRoles();
@@ -60,4 +62,7 @@ private:
     std::array<KeyRole, 256> m_roles{};
     std::bitset<256> m_pressed; // only keys with a role are ever set
     std::vector<quint16> m_xtestDevices;
+    // Events read ahead by catchUpWithServer(), each batch followed by a null event carrying
+    // the mark of the announcements that expire there.
+    std::deque<std::pair<xcb_generic_event_t *, quint64>> m_caughtUp;
 };

@@ -1,43 +1,51 @@
 #include "platform/x11/SyntheticKeyEvents.h"
 
-#include <chrono>
+#include <algorithm>
 
-namespace {
-using Clock = std::chrono::steady_clock;
-int g_pending = 0;
-Clock::time_point g_expiry;
-
-void dropIfLapsed()
+void SyntheticKeyFilter::announce(quint8 keyCode, bool press)
 {
-    if (g_pending > 0 && Clock::now() > g_expiry)
-        g_pending = 0;
-}
-} // namespace
-
-namespace SyntheticKeyEvents {
-
-void announce(int count)
-{
-    if (count <= 0)
-        return;
-    dropIfLapsed();
-    g_pending += count;
-    g_expiry = Clock::now() + std::chrono::milliseconds(kAnnouncementLifetimeMs);
+    m_announced.push_back({keyCode, press, m_announcedCount++});
 }
 
-bool consumeAnnounced()
+bool SyntheticKeyFilter::passOver(quint8 keyCode, bool press)
 {
-    dropIfLapsed();
-    if (g_pending == 0)
+    const auto match = std::find_if(m_announced.begin(), m_announced.end(), [&](const Event &e) {
+        return e.keyCode == keyCode && e.press == press;
+    });
+    if (match == m_announced.end())
         return false;
-    --g_pending;
+    m_announced.erase(match);
     return true;
 }
 
-int pending()
+void SyntheticKeyFilter::expire(std::optional<quint64> mark)
 {
-    dropIfLapsed();
-    return g_pending;
+    const quint64 before = mark.value_or(m_announcedCount);
+    std::erase_if(m_announced, [before](const Event &e) { return e.number < before; });
+}
+
+namespace SyntheticKeyEvents {
+namespace {
+std::function<void(quint64)> g_batchSentHandler;
+}
+
+SyntheticKeyFilter &filter()
+{
+    static SyntheticKeyFilter instance;
+    return instance;
+}
+
+void batchSent()
+{
+    if (g_batchSentHandler)
+        g_batchSentHandler(filter().mark());
+    else
+        filter().expire();
+}
+
+void setBatchSentHandler(std::function<void(quint64)> handler)
+{
+    g_batchSentHandler = std::move(handler);
 }
 
 } // namespace SyntheticKeyEvents

@@ -4,6 +4,8 @@
 #include "platform/atspi/AtspiThread.h"
 #include "platform/x11/X11WindowQueries.h"
 
+#include <unistd.h>
+
 TextCaptureBackendX11::TextCaptureBackendX11(X11WindowQueries &windows, PointerLocator &locator,
                                              KeySender &keys)
     : m_windows(windows), m_locator(locator), m_keys(keys)
@@ -38,6 +40,26 @@ QString TextCaptureBackendX11::activeWindowClass()
 qint64 TextCaptureBackendX11::primarySelectionOwnerProcess()
 {
     return m_windows.processIdOfWindow(m_windows.selectionOwner("PRIMARY"));
+}
+
+bool TextCaptureBackendX11::primarySelectionOwnedAt(const QPoint &screenPoint)
+{
+    const unsigned long owner = m_windows.selectionOwner("PRIMARY");
+    if (!owner)
+        return false;
+    const auto window = m_windows.topLevelWindowAt(screenPoint, qint64(getpid()));
+    return window && m_windows.isWindowWithin(owner, window->id);
+}
+
+std::optional<QString> TextCaptureBackendX11::primarySelectionText()
+{
+    const std::optional<QByteArray> utf8 = m_windows.primarySelectionUtf8();
+    return utf8 ? std::optional<QString>(QString::fromUtf8(*utf8)) : std::nullopt;
+}
+
+quint64 TextCaptureBackendX11::primarySelectionChanges()
+{
+    return m_windows.primarySelectionChanges();
 }
 
 bool TextCaptureBackendX11::modifierKeysDown()

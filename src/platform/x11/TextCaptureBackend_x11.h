@@ -18,6 +18,9 @@ public:
     qint64 activeWindowProcess() override;
     QString activeWindowClass() override;
     qint64 primarySelectionOwnerProcess() override;
+    bool primarySelectionOwnedAt(const QPoint &screenPoint) override;
+    quint64 primarySelectionChanges() override;
+    std::optional<QString> primarySelectionText() override;
     bool modifierKeysDown() override;
     void releaseHeldModifiers() override;
     bool sendControlKeystroke(Qt::Key key) override;

@@ -6,7 +6,6 @@
 #include "platform/x11/GlobalHotKey_x11.h"
 #include "platform/x11/ModifierKeyMonitor_x11.h"
 #include "platform/x11/OutsideClickWatcher_x11.h"
-#include "platform/x11/SyntheticKeyEvents.h"
 #include "platform/x11/TextCaptureBackend_x11.h"
 #include "platform/x11/X11Input.h"
 #include "platform/x11/X11WindowQueries.h"
@@ -79,7 +78,6 @@ public:
             const uint8_t keyCode = m_keys.keyCodeForKeysym(keysym);
             if (keyCode == 0 || !pressed.contains(keyCode))
                 continue;
-            SyntheticKeyEvents::announce(1);
             m_keys.releaseKeyCode(keyCode);
         }
         m_keys.sync();
@@ -91,8 +89,6 @@ public:
         if (!m_keys.isValid() || key < Qt::Key_A || key > Qt::Key_Z)
             return false;
         const uint32_t keysym = XK_a + uint32_t(key - Qt::Key_A);
-        // Control down, key down, key up, Control up.
-        SyntheticKeyEvents::announce(4);
         const bool sent = m_keys.tapKeysym(keysym, {XK_Control_L});
         m_keys.sync();
         return sent;

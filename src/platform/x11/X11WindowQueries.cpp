@@ -1,18 +1,25 @@
 #include "platform/x11/X11WindowQueries.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QHash>
 
 #include <xcb/res.h>
 #include <xcb/xcb.h>
+#include <xcb/xfixes.h>
 
 #include <cstdlib>
 #include <memory>
+
+#include <poll.h>
 
 namespace {
 
 // How deep a client window may sit inside a window manager's frame.
 constexpr int kMaxFrameDepth = 4;
+// How long the owner of PRIMARY is given to answer, and how much of it is read (32-bit words).
+constexpr qint64 kSelectionWaitMs = 300;
+constexpr uint32_t kMaxSelectionWords = 64 * 1024;
 
 template <typename T>
 using Reply = std::unique_ptr<T, decltype(&std::free)>;
@@ -49,6 +56,112 @@ X11WindowQueries::X11WindowQueries(const QString &displayName)
                                           nullptr));
     m_hasXRes = version && (version->server_major > 1 ||
                             (version->server_major == 1 && version->server_minor >= 2));
+    watchPrimarySelection();
+}
+
+void X11WindowQueries::watchPrimarySelection()
+{
+    const xcb_query_extension_reply_t *xfixes = xcb_get_extension_data(m_connection, &xcb_xfixes_id);
+    if (!xfixes || !xfixes->present)
+        return;
+    // The version must be asked before any other XFixes request.
+    auto version = reply(xcb_xfixes_query_version_reply(
+        m_connection, xcb_xfixes_query_version(m_connection, 1, 0), nullptr));
+    if (!version)
+        return;
+    xcb_xfixes_select_selection_input(
+        m_connection, xcb_window_t(m_root), xcb_atom_t(internAtom("PRIMARY")),
+        XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
+            XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
+            XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
+    xcb_flush(m_connection);
+    m_selectionNotifyEvent = xfixes->first_event + XCB_XFIXES_SELECTION_NOTIFY;
+}
+
+void X11WindowQueries::countSelectionNotify(quint8 responseType)
+{
+    if (m_selectionNotifyEvent && (responseType & 0x7f) == m_selectionNotifyEvent)
+        ++m_primaryChanges;
+}
+
+quint64 X11WindowQueries::primarySelectionChanges()
+{
+    if (!m_connection || !m_selectionNotifyEvent)
+        return 0;
+    // A round trip puts every notification sent before now into the queue.
+    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+    while (xcb_generic_event_t *event = xcb_poll_for_queued_event(m_connection)) {
+        countSelectionNotify(event->response_type);
+        std::free(event);
+    }
+    return m_primaryChanges;
+}
+
+std::optional<QByteArray> X11WindowQueries::primarySelectionUtf8()
+{
+    if (!m_connection)
+        return std::nullopt;
+    if (!m_requestor) {
+        m_requestor = xcb_generate_id(m_connection);
+        xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, m_requestor, xcb_window_t(m_root),
+                          0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0,
+                          nullptr);
+    }
+    const xcb_atom_t property = xcb_atom_t(internAtom("_TOLKARO_PRIMARY"));
+    // CurrentTime: Xt programs refuse a request older than their selection, and this
+    // connection sees no events to take a newer time from.
+    xcb_convert_selection(m_connection, m_requestor, xcb_atom_t(internAtom("PRIMARY")),
+                          xcb_atom_t(internAtom("UTF8_STRING")), property, XCB_CURRENT_TIME);
+    xcb_flush(m_connection);
+    bool converted = false;
+    QElapsedTimer waited;
+    waited.start();
+    while (waited.elapsed() < kSelectionWaitMs) {
+        xcb_generic_event_t *event = xcb_poll_for_event(m_connection);
+        if (!event) {
+            pollfd socket{xcb_get_file_descriptor(m_connection), POLLIN, 0};
+            ::poll(&socket, 1, int(kSelectionWaitMs - waited.elapsed()));
+            if (xcb_connection_has_error(m_connection))
+                return std::nullopt;
+            continue;
+        }
+        countSelectionNotify(event->response_type);
+        const bool answered = (event->response_type & 0x7f) == XCB_SELECTION_NOTIFY &&
+                              reinterpret_cast<xcb_selection_notify_event_t *>(event)->requestor ==
+                                  m_requestor;
+        if (answered)
+            converted = reinterpret_cast<xcb_selection_notify_event_t *>(event)->property == property;
+        std::free(event);
+        if (answered)
+            break;
+    }
+    if (!converted)
+        return std::nullopt;
+    auto value = reply(xcb_get_property_reply(
+        m_connection,
+        xcb_get_property(m_connection, 1, m_requestor, property, XCB_ATOM_ANY, 0, kMaxSelectionWords),
+        nullptr));
+    // An incremental (INCR) transfer is not followed: a selection that large is no gesture's.
+    if (!value || value->format != 8 || value->type == internAtom("INCR"))
+        return std::nullopt;
+    return QByteArray(static_cast<const char *>(xcb_get_property_value(value.get())),
+                      xcb_get_property_value_length(value.get()));
+}
+
+bool X11WindowQueries::isWindowWithin(unsigned long window, unsigned long ancestor)
+{
+    // Up the tree to the root: a selection is owned by some inner window of a program.
+    for (int depth = 0; m_connection && window && depth < 64; ++depth) {
+        if (window == ancestor)
+            return true;
+        auto tree = reply(xcb_query_tree_reply(m_connection,
+                                               xcb_query_tree(m_connection, xcb_window_t(window)),
+                                               nullptr));
+        if (!tree || tree->parent == XCB_NONE || tree->parent == m_root)
+            return false;
+        window = tree->parent;
+    }
+    return false;
 }
 
 X11WindowQueries::~X11WindowQueries()

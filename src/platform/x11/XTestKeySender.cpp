@@ -46,7 +46,7 @@ bool XTestKeySender::sendKey(uint8_t keyCode, bool press)
     if (!m_display || keyCode < 8)
         return false;
     if (m_announces)
-        SyntheticKeyEvents::announce(1);
+        SyntheticKeyEvents::filter().announce(keyCode, press);
     const bool sent = XTestFakeKeyEvent(m_display, keyCode, press ? True : False, CurrentTime);
     XFlush(m_display);
     return sent;
@@ -119,6 +119,9 @@ QList<uint8_t> XTestKeySender::pressedKeyCodes() const
 
 void XTestKeySender::sync()
 {
-    if (m_display)
-        XSync(m_display, False);
+    if (!m_display)
+        return;
+    XSync(m_display, False);
+    if (m_announces)
+        SyntheticKeyEvents::batchSent();
 }

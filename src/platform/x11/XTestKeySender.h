@@ -46,7 +46,8 @@ public:
     // The key codes the server reports as down right now (all keys, not only modifiers).
     QList<uint8_t> pressedKeyCodes() const;
 
-    // Waits until the server has handled everything sent so far.
+    // Waits until the server has handled everything sent so far; announcements of events
+    // the key monitor has not seen by then expire.
     void sync();
 
     _XDisplay *display() const { return m_display; }
