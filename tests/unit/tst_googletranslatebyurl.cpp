@@ -27,7 +27,6 @@ using Behaviour = LoopbackTranslationServer::Behaviour;
 
 Q_DECLARE_METATYPE(LoopbackTranslationServer::Answer)
 Q_DECLARE_METATYPE(QList<LoopbackTranslationServer::Answer>)
-Q_DECLARE_METATYPE(TestCertificates::Kind)
 Q_DECLARE_METATYPE(TranslationEnd)
 
 namespace {
@@ -82,14 +81,6 @@ bool matchesPattern(const QString &line, const QString &pattern)
         .hasMatch();
 }
 
-// What ends a request before its answer arrives.
-enum class EndedBy
-{
-    NewRequest,
-    Cancel,
-    Destruction,
-};
-
 } // namespace
 
 class TestGoogleTranslateByURL : public QObject
@@ -111,8 +102,7 @@ private slots:
     void requestInFlightEndsOnce_data();
     void requestInFlightEndsOnce();
     void completionMayStartTheNextRequest();
-    void untrustedCertificateIsRefused_data();
-    void untrustedCertificateIsRefused();
+    void selfSignedCertificateIsRefused();
     void serviceReadsItsAnswers_data();
     void serviceReadsItsAnswers();
     void chainAsksTheNextServiceWhenOneRefuses_data();
@@ -197,6 +187,14 @@ void TestGoogleTranslateByURL::sendsExactRequestLine_data()
     QTest::newRow("non-ASCII letters")
         << QStringLiteral("Stra\u00dfe \u65e5\u672c") << QStringLiteral("en")
         << QByteArray("client=gtx&sl=auto&tl=en&dt=t&q=Stra%C3%9Fe+%E6%97%A5%E6%9C%AC");
+    QTest::newRow("unreserved bytes kept, reserved and control characters encoded")
+        << QStringLiteral("AZaz09-._~ #%?*'()!=/:;,@$\n\t") << QStringLiteral("de")
+        << QByteArray("client=gtx&sl=auto&tl=de&dt=t&q=AZaz09-._~+%23%25%3F%2A%27%28%29%21%3D%2F%3A%"
+                      "3B%2C%40%24%0A%09");
+    QTest::newRow("four-byte emoji") << QString::fromUtf8("\xF0\x9F\x98\x80") << QStringLiteral("de")
+                                     << QByteArray("client=gtx&sl=auto&tl=de&dt=t&q=%F0%9F%98%80");
+    QTest::newRow("NUL ends the text") << QString::fromLatin1("ab\0cd", 5) << QStringLiteral("de")
+                                       << QByteArray("client=gtx&sl=auto&tl=de&dt=t&q=ab");
 }
 
 void TestGoogleTranslateByURL::sendsExactRequestLine()
@@ -214,8 +212,7 @@ void TestGoogleTranslateByURL::sendsExactRequestLine()
     QCOMPARE(m_server->requests().constFirst().requestLine,
              "GET /translate_a/single?" + query + " HTTP/1.1");
     QVERIFY2(outcome.success, qPrintable(outcome.error));
-    QCOMPARE(outcome.text,
-             LoopbackTranslationServer::echoTranslation(text.isNull() ? QStringLiteral("") : text));
+    QCOMPARE(outcome.text, LoopbackTranslationServer::echoTranslation(text.split(QChar(0)).first()));
 }
 
 void TestGoogleTranslateByURL::sendsOnlyTransportHeadersBesideUserAgent()
@@ -296,13 +293,6 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
     failed("connection reset mid-body", Answer::of(Behaviour::ResetMidBody), kNoData, noAnswerLog);
     failed("redirect loop", Answer::of(Behaviour::RedirectLoop), kNoData,
            QStringLiteral("data is nil :(. Response: *, error: *edirect*"));
-    // Qt stops inflating past 10 MB at this ratio, and reports a body it cannot inflate as
-    // UnknownContentError beside status 200: no answer arrived.
-    failed("16 MB of spaces deflated into 16 KB", deflated(QByteArray(16 * 1024 * 1024, ' ')),
-           kNoData, noAnswerLog);
-    Answer notGzip = Answer::well(LoopbackTranslationServer::echoBody("Hello"));
-    notGzip.extraHeaders = {{"Content-Encoding", "gzip"}};
-    failed("gzip announced, plain answer sent", notGzip, kNoData, noAnswerLog);
     failed("request read, never answered", Answer::of(Behaviour::Silent), kNoData,
            QStringLiteral("data is nil :(. Response: (null), error: The request timed out."));
 }
@@ -403,15 +393,15 @@ void TestGoogleTranslateByURL::failsAtOnceWhenNoUrlCanBeFormed()
 
 void TestGoogleTranslateByURL::requestInFlightEndsOnce_data()
 {
-    QTest::addColumn<int>("how");
-    QTest::newRow("a new request") << int(EndedBy::NewRequest);
-    QTest::newRow("cancel") << int(EndedBy::Cancel);
-    QTest::newRow("the client's destruction") << int(EndedBy::Destruction);
+    QTest::addColumn<QString>("how"); // what ends the request before its answer arrives
+    QTest::newRow("a new request") << "new request";
+    QTest::newRow("cancel") << "cancel";
+    QTest::newRow("the client's destruction") << "destruction";
 }
 
 void TestGoogleTranslateByURL::requestInFlightEndsOnce()
 {
-    QFETCH(int, how);
+    QFETCH(QString, how);
     m_server->enqueueAnswer(Answer::of(Behaviour::Silent));
     auto client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
     TranslationOutcome ended;
@@ -420,28 +410,23 @@ void TestGoogleTranslateByURL::requestInFlightEndsOnce()
     QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, kWaitMs);
     takeLog();
 
-    switch (EndedBy(how)) {
-    case EndedBy::NewRequest:
+    if (how == "new request")
         client->translateText(QStringLiteral("second"), QStringLiteral("de"), next.recorder());
-        break;
-    case EndedBy::Cancel:
+    else if (how == "cancel")
         client->cancelCurrentTranslationRequestIfAny();
-        break;
-    case EndedBy::Destruction:
+    else
         client.reset();
-        break;
-    }
     // Ended before the call returned.
     QCOMPARE(ended.calls, 1);
     QCOMPARE(ended.success, false);
     QCOMPARE(ended.error, kNoData);
     QVERIFY(ended.guessed.isNull());
 
-    if (EndedBy(how) == EndedBy::NewRequest) {
+    if (how == "new request") {
         QTRY_COMPARE_WITH_TIMEOUT(next.calls, 1, kWaitMs);
         QVERIFY(next.success);
         QCOMPARE(next.text, LoopbackTranslationServer::echoTranslation(QStringLiteral("second")));
-    } else if (EndedBy(how) == EndedBy::Cancel) {
+    } else if (how == "cancel") {
         QCOMPARE(takeLog(),
                  QStringList{QStringLiteral("data is nil :(. Response: (null), error: cancelled")});
         // A second cancel, and the 4 s deadline of the cancelled request, change nothing.
@@ -471,19 +456,10 @@ void TestGoogleTranslateByURL::completionMayStartTheNextRequest()
     QCOMPARE(retried.text, LoopbackTranslationServer::echoTranslation(QStringLiteral("two")));
 }
 
-void TestGoogleTranslateByURL::untrustedCertificateIsRefused_data()
+// Which certificates fail is TLS's business; here, that the client leaves checking on.
+void TestGoogleTranslateByURL::selfSignedCertificateIsRefused()
 {
-    QTest::addColumn<TestCertificates::Kind>("kind");
-
-    QTest::newRow("self-signed") << TestCertificates::Kind::SelfSigned;
-    QTest::newRow("for another host name") << TestCertificates::Kind::OtherHostName;
-    QTest::newRow("expired") << TestCertificates::Kind::Expired;
-}
-
-void TestGoogleTranslateByURL::untrustedCertificateIsRefused()
-{
-    QFETCH(TestCertificates::Kind, kind);
-    const TlsIdentity untrusted = m_certificates->make(kind);
+    const TlsIdentity untrusted = m_certificates->make(TestCertificates::Kind::SelfSigned);
     QVERIFY2(!untrusted.isNull(), qPrintable(m_certificates->errorString()));
     const TlsIdentity trusted = m_certificates->make(TestCertificates::Kind::Trusted);
     QVERIFY2(!trusted.isNull(), qPrintable(m_certificates->errorString()));
@@ -546,8 +522,6 @@ void TestGoogleTranslateByURL::serviceReadsItsAnswers_data()
         End::Answered, hallo);
     row("alternative client: 429 with an HTML page", kAlternative, de, Answer::htmlPage(429),
         End::Refused);
-    row("alternative client: stalls past the time limit", kAlternative, de,
-        Answer::of(Behaviour::Silent), End::Unreachable);
 
     row("DeepL: translation, target code its own", kDeepL, QStringLiteral("pt"),
         Answer::well(R"({"translations":[{"detected_source_language":"EN","text":"Hallo Welt"}]})"),
@@ -567,7 +541,6 @@ void TestGoogleTranslateByURL::serviceReadsItsAnswers_data()
         Answer::withStatus(403, R"({"error":"Invalid API key"})"), End::Refused);
     row("LibreTranslate: an HTML page with status 200", kLibre, de, Answer::htmlPage(200),
         End::Unreadable);
-    row("LibreTranslate: reset mid-answer", kLibre, de, reset, End::Unreachable);
 
     const Answer twoPairs =
         Answer::well(R"({"responseData":[{"sourceLanguage":"eng","targetLanguage":"spa"},)"
