@@ -31,7 +31,8 @@ QString takeString(gchar *utf8)
 
 // One of the element's interfaces (null without it), released at the end of the statement
 // or scope that holds it.
-template <typename Interface> using InterfaceRef = std::unique_ptr<Interface, decltype(&g_object_unref)>;
+template <typename Interface>
+using InterfaceRef = std::unique_ptr<Interface, decltype(&g_object_unref)>;
 template <typename Interface>
 InterfaceRef<Interface> interfaceOf(AtspiAccessible *accessible,
                                     Interface *(*get)(AtspiAccessible *))
@@ -64,7 +65,8 @@ AtspiElement::~AtspiElement()
 
 QString AtspiElement::name() const
 {
-    return m_accessible ? takeString(atspi_accessible_get_name(m_accessible, NoError())) : QString();
+    return m_accessible ? takeString(atspi_accessible_get_name(m_accessible, NoError()))
+                        : QString();
 }
 
 QString AtspiElement::roleName() const
@@ -83,7 +85,8 @@ QList<AtspiElement> AtspiElement::children() const
     QList<AtspiElement> children;
     const int count = m_accessible ? atspi_accessible_get_child_count(m_accessible, NoError()) : 0;
     for (int i = 0; i < count; ++i) {
-        if (AtspiAccessible *child = atspi_accessible_get_child_at_index(m_accessible, i, NoError()))
+        if (AtspiAccessible *child =
+                atspi_accessible_get_child_at_index(m_accessible, i, NoError()))
             children.append(AtspiElement(child));
     }
     return children;

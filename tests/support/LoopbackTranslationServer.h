@@ -45,35 +45,25 @@ public:
         QList<QPair<QByteArray, QByteArray>> extraHeaders;          // added to the response
 
         static Answer echo() { return {}; }
+        static Answer of(Behaviour behaviour) { return {.behaviour = behaviour}; }
         static Answer well(const QByteArray &body)
         {
-            Answer answer = of(Behaviour::Well);
-            answer.body = body;
-            return answer;
+            return {.behaviour = Behaviour::Well, .body = body};
         }
         // A service's error answer, or any answer with a status of its own.
         static Answer withStatus(int status, const QByteArray &body,
                                  const QByteArray &contentType = "application/json")
         {
-            Answer answer = well(body);
-            answer.status = status;
-            answer.contentType = contentType;
-            return answer;
+            return {.behaviour = Behaviour::Well,
+                    .body = body,
+                    .status = status,
+                    .contentType = contentType};
         }
         // An HTML page where JSON belongs, as a service that turns a client away sends it.
         static Answer htmlPage(int status);
         static Answer slowly(const QByteArray &body, int delayMs)
         {
-            Answer answer = of(Behaviour::Slowly);
-            answer.body = body;
-            answer.delayMs = delayMs;
-            return answer;
-        }
-        static Answer of(Behaviour behaviour)
-        {
-            Answer answer;
-            answer.behaviour = behaviour;
-            return answer;
+            return {.behaviour = Behaviour::Slowly, .body = body, .delayMs = delayMs};
         }
     };
 
@@ -82,7 +72,7 @@ public:
         QByteArray requestLine;                       // "GET /path?query HTTP/1.1"
         QList<QPair<QByteArray, QByteArray>> headers; // in the order sent, as sent
         QByteArray body;                              // as sent (Content-Length bytes)
-        QByteArray target() const; // "/path?query"
+        QByteArray target() const;                    // "/path?query"
         QString queryText() const; // the q parameter, decoded ('+' a space, as form-encoded)
         QByteArray headerValue(const QByteArray &name) const; // case-insensitive; null if absent
         QList<QByteArray> headerNames() const;

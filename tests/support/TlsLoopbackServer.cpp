@@ -61,9 +61,9 @@ bool TestCertificates::openssl(const QString &arguments)
                   QString(arguments).replace(QStringLiteral("%D"), m_dir.path()).split(u' '));
     if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() != 0) {
-        m_error = QStringLiteral("openssl %1 failed: %2 %3")
-                      .arg(arguments, process.errorString(),
-                           QString::fromLocal8Bit(process.readAll()));
+        m_error =
+            QStringLiteral("openssl %1 failed: %2 %3")
+                .arg(arguments, process.errorString(), QString::fromLocal8Bit(process.readAll()));
         return false;
     }
     return true;
