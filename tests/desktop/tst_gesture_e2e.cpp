@@ -1,9 +1,10 @@
 // The gesture as a user makes it, against the real tolkaro process: the pointer over a GTK
 // application's text (which toolkits capture reads is the capture test's), left Control
-// pressed, released and pressed again and held, keys from XTest as from a keyboard. The translation endpoint is a loopback server in this
-// process; what the popover shows is read through tolkaro's test object on D-Bus (and the
-// translation also from tolkaro's accessibility tree, as a screen reader finds it). Last,
-// the accessibility bus is killed: tolkaro starts itself again and reads from the new one.
+// pressed, released and pressed again and held, keys from XTest as from a keyboard. The
+// translation endpoint is a loopback server in this process; what the popover shows is read
+// through tolkaro's test object on D-Bus (and the translation also from tolkaro's
+// accessibility tree, as a screen reader finds it). Last, the accessibility bus is killed:
+// tolkaro starts itself again and reads from the new one.
 
 #include "AtspiProbe.h"
 #include "DesktopClipboard.h"
