@@ -324,7 +324,8 @@ void TestModifierKeyMonitor::serverWithoutXInput2CannotBeMonitored()
 {
     QStringList log;
     tolkaro::setLogSink([&log](const QString &line) { log << line; });
-    QVERIFY(!ModifierKeyMonitorX11(QStringLiteral(":4711"), QStringLiteral("Super_L")).canInstall());
+    QVERIFY(
+        !ModifierKeyMonitorX11(QStringLiteral(":4711"), QStringLiteral("Super_L")).canInstall());
     tolkaro::setLogSink({});
     QCOMPARE(log, QStringList{QStringLiteral("Key monitor: cannot open the X display")});
 

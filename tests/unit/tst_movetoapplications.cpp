@@ -210,8 +210,8 @@ void TestMoveToApplications::move()
     };
     QCOMPARE(m_log.size(), log.size());
     for (qsizetype i = 0; i < log.size(); ++i) // "(*)": the system's reason follows
-        QVERIFY2(m_log[i] == expand(log)[i] || (log[i].endsWith("(*)") &&
-                                                m_log[i].startsWith(log[i].chopped(2))),
+        QVERIFY2(m_log[i] == expand(log)[i] ||
+                     (log[i].endsWith("(*)") && m_log[i].startsWith(log[i].chopped(2))),
                  qPrintable(m_log[i]));
     trashed = expand(trashed);
     trashed.sort();

@@ -231,7 +231,7 @@ void TestTranslationController::optionPastesOnlyAKeptTranslation()
 
 void TestTranslationController::actionsDriveTheTranslation_data()
 {
-    QTest::addColumn<QString>("actions"); // which keys make them is the gesture test's
+    QTest::addColumn<QString>("actions");       // which keys make them is the gesture test's
     QTest::addColumn<QStringList>("languages"); // of the requests, in order
     QTest::addColumn<bool>("pasted");
     QTest::addColumn<bool>("shownAtEnd");
@@ -241,8 +241,8 @@ void TestTranslationController::actionsDriveTheTranslation_data()
         << "translateAlt" << QStringList{"ja"} << false << true;
     QTest::newRow("alternative key pressed and released while held: popover stays")
         << "translate againAlt again" << QStringList{"de", "ja", "de"} << false << true;
-    QTest::newRow("left Alt while held pastes") << "translate paste" << QStringList{"de"} << true
-                                                << true;
+    QTest::newRow("left Alt while held pastes")
+        << "translate paste" << QStringList{"de"} << true << true;
 }
 
 void TestTranslationController::actionsDriveTheTranslation()
