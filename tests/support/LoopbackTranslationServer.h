@@ -45,25 +45,35 @@ public:
         QList<QPair<QByteArray, QByteArray>> extraHeaders;          // added to the response
 
         static Answer echo() { return {}; }
-        static Answer of(Behaviour behaviour) { return {.behaviour = behaviour}; }
         static Answer well(const QByteArray &body)
         {
-            return {.behaviour = Behaviour::Well, .body = body};
+            Answer answer = of(Behaviour::Well);
+            answer.body = body;
+            return answer;
         }
         // A service's error answer, or any answer with a status of its own.
         static Answer withStatus(int status, const QByteArray &body,
                                  const QByteArray &contentType = "application/json")
         {
-            return {.behaviour = Behaviour::Well,
-                    .body = body,
-                    .status = status,
-                    .contentType = contentType};
+            Answer answer = well(body);
+            answer.status = status;
+            answer.contentType = contentType;
+            return answer;
         }
         // An HTML page where JSON belongs, as a service that turns a client away sends it.
         static Answer htmlPage(int status);
         static Answer slowly(const QByteArray &body, int delayMs)
         {
-            return {.behaviour = Behaviour::Slowly, .body = body, .delayMs = delayMs};
+            Answer answer = of(Behaviour::Slowly);
+            answer.body = body;
+            answer.delayMs = delayMs;
+            return answer;
+        }
+        static Answer of(Behaviour behaviour)
+        {
+            Answer answer;
+            answer.behaviour = behaviour;
+            return answer;
         }
     };
 
