@@ -248,13 +248,14 @@ void TestCommandLine::offlineServiceTranslatesIntoSpanish()
     // It takes a few seconds to start: ready once it lists its pairs.
     QNetworkAccessManager network;
     std::unique_ptr<QNetworkReply> reply;
+    bool ready = false;
     const auto listsPairs = [&] {
-        if (reply && !reply->isFinished())
-            return false;
-        if (reply && reply->readAll().contains("spa"))
-            return true;
-        reply.reset(network.get(QNetworkRequest(QUrl(url + "/listPairs"))));
-        return false;
+        if (ready || (reply && !reply->isFinished()))
+            return ready;
+        ready = reply && reply->readAll().contains("spa");
+        if (!ready)
+            reply.reset(network.get(QNetworkRequest(QUrl(url + "/listPairs"))));
+        return ready;
     };
     QTRY_VERIFY_WITH_TIMEOUT(listsPairs(), 60000);
 
