@@ -195,8 +195,6 @@ void TestCommandLine::informationAndMisuse_data()
         << QByteArray("[General]\nTranslationServices=DeepL, Babel, Google\nDeepLAPIKey=k:fx\n")
         << QStringList{"--list-services"} << 0
         << QByteArray("DeepL: configured\nGoogle: configured\n") << QByteArray();
-    QTest::newRow("stray argument") << QByteArray() << QStringList{"--translate", "a", "b"} << 1
-                                    << QByteArray() << QByteArray("Unexpected argument 'b'");
     QTest::newRow("tray without a desktop: what is missing and what works")
         << QByteArray() << QStringList{} << 1 << QByteArray()
         << QByteArray("no graphical session found (DISPLAY and WAYLAND_DISPLAY are not set).\n"

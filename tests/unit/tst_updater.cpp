@@ -141,9 +141,6 @@ void TestUpdater::check_data()
         << server << forbidden << true << int(Outcome::Failed) << QStringList{"failed"};
     QTest::newRow("no feed, asked: the package manager")
         << "" << same << true << noFeed << QStringList{"no feed"};
-    QTest::newRow("no feed, background: silent") << "" << same << false << noFeed << QStringList{};
-    QTest::newRow("relative URL is no feed")
-        << "appcast.xml" << same << true << noFeed << QStringList{"no feed"};
 }
 
 void TestUpdater::check()
@@ -296,10 +293,6 @@ void TestUpdater::newestItem_data()
                 "<sparkle:shortVersionString>1.2.3</sparkle:shortVersionString></item>")
         << "1.2.3"
         << "https://example.invalid/get";
-    QTest::newRow("build number alone") << feed("<item><enclosure url=\"https://e.invalid/x\" "
-                                                "sparkle:version=\"45\"/></item>")
-                                        << "45"
-                                        << "https://e.invalid/x";
     QTest::newRow("items without a version ignored")
         << feed("<item><title>News</title></item>" + item("0.5")) << "0.5"
         << "https://example.invalid/Tolkaro-0.5.AppImage";
