@@ -29,17 +29,7 @@ public:
     void showFailureAlert() override { ++failures; }
 };
 
-enum class Obstacle
-{
-    None,
-    ExistingCopy,         // a copy with the same name is already in ~/Applications
-    ApplicationsReadOnly, // the copy cannot be written
-    NotStartable,         // the copied file is not executable
-};
-
 } // namespace
-
-Q_DECLARE_METATYPE(Obstacle)
 
 // A self-contained copy in ~/Downloads of a temporary $HOME, moved for real: real copies, the
 // real freedesktop trash under $XDG_DATA_HOME, and a real start of the moved copy.
@@ -136,28 +126,29 @@ MoveEnvironment TestMoveToApplications::environment(ScriptedAlerts *alerts)
 
 void TestMoveToApplications::move_data()
 {
-    QTest::addColumn<Obstacle>("obstacle");
+    // "existing copy" in ~/Applications, "read-only" ~/Applications, "not startable" copy.
+    QTest::addColumn<QString>("obstacle");
     QTest::addColumn<QStringList>("log"); // $D: the destination, $P: the running copy
     QTest::addColumn<QStringList>("trashed");
     QTest::addColumn<bool>("relaunched");
 
     const QString moving = "Moving myself to the Applications folder";
     QTest::newRow("moved, started from the new place")
-        << Obstacle::None << QStringList{moving} << QStringList{"$P"} << true;
+        << "" << QStringList{moving} << QStringList{"$P"} << true;
     QTest::newRow("existing copy goes to the trash first")
-        << Obstacle::ExistingCopy << QStringList{moving} << QStringList{"$D", "$P"} << true;
+        << "existing copy" << QStringList{moving} << QStringList{"$D", "$P"} << true;
     QTest::newRow("copy cannot be written")
-        << Obstacle::ApplicationsReadOnly
+        << "read-only"
         << QStringList{moving, "ERROR -- Could not copy myself to ~/Applications (*)"}
         << QStringList{} << false;
     QTest::newRow("moved copy does not start")
-        << Obstacle::NotStartable << QStringList{moving, "ERROR -- Could not start '$D'"}
+        << "not startable" << QStringList{moving, "ERROR -- Could not start '$D'"}
         << QStringList{"$P"} << false;
 }
 
 void TestMoveToApplications::move()
 {
-    QFETCH(Obstacle, obstacle);
+    QFETCH(QString, obstacle);
     QFETCH(QStringList, log);
     QFETCH(QStringList, trashed);
     QFETCH(bool, relaunched);
@@ -168,24 +159,15 @@ void TestMoveToApplications::move()
     alerts.answer = {true, true};
     MoveEnvironment moving = environment(&alerts);
 
-    if (obstacle == Obstacle::ExistingCopy || obstacle == Obstacle::ApplicationsReadOnly)
+    if (obstacle == "existing copy" || obstacle == "read-only")
         QVERIFY(QDir().mkpath(m_applications));
-    QFile old(destination);
-    switch (obstacle) {
-    case Obstacle::None:
-        break;
-    case Obstacle::ExistingCopy:
-        QVERIFY(old.open(QIODevice::WriteOnly));
-        old.write("old copy");
-        old.close();
-        break;
-    case Obstacle::ApplicationsReadOnly:
-        if (!makeUnwritable(m_applications))
-            QSKIP("cannot make a directory unwritable here");
-        break;
-    case Obstacle::NotStartable:
+    if (obstacle == "existing copy") {
+        QFile old(destination);
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old copy") > 0);
+    } else if (obstacle == "read-only" && !makeUnwritable(m_applications)) {
+        QSKIP("cannot make a directory unwritable here");
+    } else if (obstacle == "not startable") {
         QVERIFY(QFile::setPermissions(m_self, QFile::ReadOwner | QFile::WriteOwner));
-        break;
     }
 
     // The moved copy waits for the old process to end: a process of the test stands in.
