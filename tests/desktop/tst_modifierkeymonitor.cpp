@@ -7,6 +7,7 @@
 
 #include "AtspiProbe.h"
 #include "DesktopInput.h"
+#include "common/Log.h"
 #include "platform/x11/ModifierKeyMonitor_x11.h"
 #include "platform/x11/XTestKeySender.h"
 
@@ -315,10 +316,17 @@ void TestModifierKeyMonitor::removedMonitorReportsNothing()
     QCOMPARE(removed.reportedFor(key(kLeftControl, "tap")), kControlTap);
 }
 
-// Without the generic events that carry them there are no XInput 2 events. (A display that
-// cannot be opened is the trust monitor test's.)
+// Without the generic events that carry them there are no XInput 2 events; without a display,
+// nothing at all.
 void TestModifierKeyMonitor::serverWithoutXInput2CannotBeMonitored()
 {
+    QStringList log;
+    tolkaro::setLogSink([&log](const QString &line) { log << line; });
+    QVERIFY(
+        !ModifierKeyMonitorX11(QStringLiteral(":4711"), QStringLiteral("Super_L")).canInstall());
+    tolkaro::setLogSink({});
+    QCOMPARE(log, QStringList{QStringLiteral("Key monitor: cannot open the X display")});
+
     QProcess server;
     QTemporaryFile displayFile;
     QVERIFY(displayFile.open());

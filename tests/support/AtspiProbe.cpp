@@ -6,7 +6,7 @@
 #include <QCoreApplication>
 #include <QProcess>
 
-#include <functional>
+#include <memory>
 
 namespace {
 
@@ -14,15 +14,12 @@ namespace {
 // turning a search into minutes of D-Bus calls.
 constexpr int kMaxElementsSearched = 5000;
 
-// Owns a GError out-parameter and drops it: the callers answer with empty values instead.
-class ErrorSink
+// Every read answers an empty value on failure: its GError is dropped here.
+struct NoError
 {
-public:
-    ~ErrorSink() { g_clear_error(&m_error); }
-    GError **operator&() { return &m_error; }
-
-private:
-    GError *m_error = nullptr;
+    GError *error = nullptr;
+    ~NoError() { g_clear_error(&error); }
+    operator GError **() { return &error; }
 };
 
 QString takeString(gchar *utf8)
@@ -32,44 +29,15 @@ QString takeString(gchar *utf8)
     return text;
 }
 
-template <typename Interface> struct InterfaceRef
+// One of the element's interfaces (null without it), released at the end of the statement
+// or scope that holds it.
+template <typename Interface>
+using InterfaceRef = std::unique_ptr<Interface, decltype(&g_object_unref)>;
+template <typename Interface>
+InterfaceRef<Interface> interfaceOf(AtspiAccessible *accessible,
+                                    Interface *(*get)(AtspiAccessible *))
 {
-    Interface *iface;
-    ~InterfaceRef()
-    {
-        if (iface)
-            g_object_unref(iface);
-    }
-    explicit operator bool() const { return iface != nullptr; }
-};
-
-bool hasState(AtspiAccessible *accessible, AtspiStateType state)
-{
-    if (!accessible)
-        return false;
-    AtspiStateSet *states = atspi_accessible_get_state_set(accessible);
-    if (!states)
-        return false;
-    const bool has = atspi_state_set_contains(states, state);
-    g_object_unref(states);
-    return has;
-}
-
-// Depth first over `root` and what lies below it, until `match` answers true.
-AtspiElement searchBelow(const AtspiElement &root,
-                         const std::function<bool(const AtspiElement &)> &match)
-{
-    QList<AtspiElement> pending{root};
-    int searched = 0;
-    while (!pending.isEmpty() && searched++ < kMaxElementsSearched) {
-        const AtspiElement element = pending.takeFirst();
-        if (element.isNull())
-            continue;
-        if (match(element))
-            return element;
-        pending = element.children() + pending;
-    }
-    return AtspiElement();
+    return InterfaceRef<Interface>(accessible ? get(accessible) : nullptr, &g_object_unref);
 }
 
 } // namespace
@@ -84,11 +52,8 @@ AtspiElement::AtspiElement(const AtspiElement &other) : m_accessible(other.m_acc
 
 AtspiElement &AtspiElement::operator=(const AtspiElement &other)
 {
-    if (other.m_accessible)
-        g_object_ref(other.m_accessible);
-    if (m_accessible)
-        g_object_unref(m_accessible);
-    m_accessible = other.m_accessible;
+    AtspiElement copy(other);
+    std::swap(m_accessible, copy.m_accessible);
     return *this;
 }
 
@@ -100,34 +65,28 @@ AtspiElement::~AtspiElement()
 
 QString AtspiElement::name() const
 {
-    ErrorSink error;
-    return m_accessible ? takeString(atspi_accessible_get_name(m_accessible, &error)) : QString();
+    return m_accessible ? takeString(atspi_accessible_get_name(m_accessible, NoError()))
+                        : QString();
 }
 
 QString AtspiElement::roleName() const
 {
-    ErrorSink error;
-    return m_accessible ? takeString(atspi_accessible_get_role_name(m_accessible, &error))
+    return m_accessible ? takeString(atspi_accessible_get_role_name(m_accessible, NoError()))
                         : QString();
 }
 
 qint64 AtspiElement::processId() const
 {
-    ErrorSink error;
-    return m_accessible ? qint64(atspi_accessible_get_process_id(m_accessible, &error)) : -1;
+    return m_accessible ? qint64(atspi_accessible_get_process_id(m_accessible, NoError())) : -1;
 }
 
 QList<AtspiElement> AtspiElement::children() const
 {
     QList<AtspiElement> children;
-    if (!m_accessible)
-        return children;
-    ErrorSink countError;
-    const int count = atspi_accessible_get_child_count(m_accessible, &countError);
+    const int count = m_accessible ? atspi_accessible_get_child_count(m_accessible, NoError()) : 0;
     for (int i = 0; i < count; ++i) {
-        ErrorSink error;
-        AtspiAccessible *child = atspi_accessible_get_child_at_index(m_accessible, i, &error);
-        if (child)
+        if (AtspiAccessible *child =
+                atspi_accessible_get_child_at_index(m_accessible, i, NoError()))
             children.append(AtspiElement(child));
     }
     return children;
@@ -135,85 +94,80 @@ QList<AtspiElement> AtspiElement::children() const
 
 AtspiElement AtspiElement::find(const QString &name, const QString &roleName) const
 {
-    return searchBelow(*this, [&](const AtspiElement &element) {
-        return element.name() == name && (roleName.isEmpty() || element.roleName() == roleName);
-    });
+    // Depth first, this element included.
+    QList<AtspiElement> pending{*this};
+    for (int searched = 0; !pending.isEmpty() && searched < kMaxElementsSearched; ++searched) {
+        const AtspiElement element = pending.takeFirst();
+        if (element.isNull())
+            continue;
+        if (element.name() == name && (roleName.isEmpty() || element.roleName() == roleName))
+            return element;
+        pending = element.children() + pending;
+    }
+    return AtspiElement();
 }
 
 QString AtspiElement::text() const
 {
-    InterfaceRef<AtspiText> text{m_accessible ? atspi_accessible_get_text_iface(m_accessible)
-                                              : nullptr};
+    const auto text = interfaceOf(m_accessible, atspi_accessible_get_text_iface);
     if (!text)
         return QString();
-    ErrorSink countError, textError;
-    const int count = atspi_text_get_character_count(text.iface, &countError);
-    return takeString(atspi_text_get_text(text.iface, 0, count, &textError));
+    const int count = atspi_text_get_character_count(text.get(), NoError());
+    return takeString(atspi_text_get_text(text.get(), 0, count, NoError()));
 }
 
 QString AtspiElement::selectedText() const
 {
-    InterfaceRef<AtspiText> text{m_accessible ? atspi_accessible_get_text_iface(m_accessible)
-                                              : nullptr};
-    if (!text)
+    const auto text = interfaceOf(m_accessible, atspi_accessible_get_text_iface);
+    if (!text || atspi_text_get_n_selections(text.get(), NoError()) < 1)
         return QString();
-    ErrorSink countError, rangeError, textError;
-    if (atspi_text_get_n_selections(text.iface, &countError) < 1)
-        return QString();
-    AtspiRange *range = atspi_text_get_selection(text.iface, 0, &rangeError);
+    AtspiRange *range = atspi_text_get_selection(text.get(), 0, NoError());
     if (!range)
         return QString();
     const QString selected = takeString(
-        atspi_text_get_text(text.iface, range->start_offset, range->end_offset, &textError));
+        atspi_text_get_text(text.get(), range->start_offset, range->end_offset, NoError()));
     g_free(range);
     return selected;
 }
 
 bool AtspiElement::selectText(int start, int end) const
 {
-    InterfaceRef<AtspiText> text{m_accessible ? atspi_accessible_get_text_iface(m_accessible)
-                                              : nullptr};
+    const auto text = interfaceOf(m_accessible, atspi_accessible_get_text_iface);
     if (!text)
         return false;
-    ErrorSink countError, selectError;
-    if (atspi_text_get_n_selections(text.iface, &countError) > 0)
-        return atspi_text_set_selection(text.iface, 0, start, end, &selectError);
-    return atspi_text_add_selection(text.iface, start, end, &selectError);
+    if (atspi_text_get_n_selections(text.get(), NoError()) > 0)
+        return atspi_text_set_selection(text.get(), 0, start, end, NoError());
+    return atspi_text_add_selection(text.get(), start, end, NoError());
 }
 
 bool AtspiElement::setText(const QString &newText) const
 {
-    InterfaceRef<AtspiEditableText> editable{
-        m_accessible ? atspi_accessible_get_editable_text_iface(m_accessible) : nullptr};
-    if (!editable)
-        return false;
-    ErrorSink error;
-    return atspi_editable_text_set_text_contents(editable.iface, newText.toUtf8().constData(),
-                                                 &error);
+    const auto editable = interfaceOf(m_accessible, atspi_accessible_get_editable_text_iface);
+    return editable && atspi_editable_text_set_text_contents(
+                           editable.get(), newText.toUtf8().constData(), NoError());
 }
 
 bool AtspiElement::isFocused() const
 {
-    return hasState(m_accessible, ATSPI_STATE_FOCUSED);
+    AtspiStateSet *states = m_accessible ? atspi_accessible_get_state_set(m_accessible) : nullptr;
+    const bool focused = states && atspi_state_set_contains(states, ATSPI_STATE_FOCUSED);
+    if (states)
+        g_object_unref(states);
+    return focused;
 }
 
 bool AtspiElement::grabFocus() const
 {
-    InterfaceRef<AtspiComponent> component{
-        m_accessible ? atspi_accessible_get_component_iface(m_accessible) : nullptr};
-    ErrorSink error;
-    return component && atspi_component_grab_focus(component.iface, &error);
+    const auto component = interfaceOf(m_accessible, atspi_accessible_get_component_iface);
+    return component && atspi_component_grab_focus(component.get(), NoError());
 }
 
 QRect AtspiElement::screenRect() const
 {
-    InterfaceRef<AtspiComponent> component{
-        m_accessible ? atspi_accessible_get_component_iface(m_accessible) : nullptr};
-    if (!component)
-        return QRect();
-    ErrorSink error;
+    const auto component = interfaceOf(m_accessible, atspi_accessible_get_component_iface);
     AtspiRect *extents =
-        atspi_component_get_extents(component.iface, ATSPI_COORD_TYPE_SCREEN, &error);
+        component ? atspi_component_get_extents(component.get(), ATSPI_COORD_TYPE_SCREEN, NoError())
+                  : nullptr;
     if (!extents)
         return QRect();
     const QRect rect(extents->x, extents->y, extents->width, extents->height);
@@ -224,16 +178,10 @@ QRect AtspiElement::screenRect() const
 QStringList AtspiElement::actionNames() const
 {
     QStringList names;
-    InterfaceRef<AtspiAction> action{m_accessible ? atspi_accessible_get_action_iface(m_accessible)
-                                                  : nullptr};
-    if (!action)
-        return names;
-    ErrorSink countError;
-    const int count = atspi_action_get_n_actions(action.iface, &countError);
-    for (int i = 0; i < count; ++i) {
-        ErrorSink error;
-        names.append(takeString(atspi_action_get_action_name(action.iface, i, &error)));
-    }
+    const auto action = interfaceOf(m_accessible, atspi_accessible_get_action_iface);
+    const int count = action ? atspi_action_get_n_actions(action.get(), NoError()) : 0;
+    for (int i = 0; i < count; ++i)
+        names.append(takeString(atspi_action_get_action_name(action.get(), i, NoError())));
     return names;
 }
 
@@ -244,10 +192,8 @@ bool AtspiElement::doAction(const QString &actionName) const
 
 bool AtspiElement::doAction(int index) const
 {
-    InterfaceRef<AtspiAction> action{m_accessible ? atspi_accessible_get_action_iface(m_accessible)
-                                                  : nullptr};
-    ErrorSink error;
-    return action && index >= 0 && atspi_action_do_action(action.iface, index, &error);
+    const auto action = interfaceOf(m_accessible, atspi_accessible_get_action_iface);
+    return action && index >= 0 && atspi_action_do_action(action.get(), index, NoError());
 }
 
 namespace AtspiProbe {
@@ -256,11 +202,7 @@ bool init()
 {
     static const bool connected = [] {
         atspi_init();
-        AtspiAccessible *desktop = atspi_get_desktop(0);
-        if (!desktop)
-            return false;
-        g_object_unref(desktop);
-        return true;
+        return !AtspiElement(atspi_get_desktop(0)).isNull();
     }();
     return connected;
 }
@@ -274,13 +216,11 @@ QList<AtspiElement> applications()
     // not cached makes libatspi fetch them while it dispatches an incoming event, from inside
     // a blocking call, and libdbus deadlocks on its own dispatch lock.
     const AtspiElement desktop(atspi_get_desktop(0));
-    const qint64 ownPid = QCoreApplication::applicationPid();
     for (const AtspiElement &application : desktop.children()) {
         // The process id comes from the bus daemon, not from the application: safe to ask
         // before knowing whose it is.
-        if (application.processId() == ownPid)
-            continue;
-        found.append(application);
+        if (application.processId() != QCoreApplication::applicationPid())
+            found.append(application);
     }
     return found;
 }
@@ -314,12 +254,11 @@ bool setAccessibilityEnabled(bool enabled)
 {
     return QProcess::execute(
                QStringLiteral("gdbus"),
-               {QStringLiteral("call"), QStringLiteral("--session"), QStringLiteral("--timeout"),
-                QStringLiteral("5"), QStringLiteral("--dest"), QStringLiteral("org.a11y.Bus"),
-                QStringLiteral("--object-path"), QStringLiteral("/org/a11y/bus"),
-                QStringLiteral("--method"), QStringLiteral("org.freedesktop.DBus.Properties.Set"),
-                QStringLiteral("org.a11y.Status"), QStringLiteral("IsEnabled"),
-                enabled ? QStringLiteral("<true>") : QStringLiteral("<false>")}) == 0;
+               QStringLiteral("call --session --timeout 5 --dest org.a11y.Bus --object-path "
+                              "/org/a11y/bus --method org.freedesktop.DBus.Properties.Set "
+                              "org.a11y.Status IsEnabled %1")
+                   .arg(enabled ? QStringLiteral("<true>") : QStringLiteral("<false>"))
+                   .split(u' ')) == 0;
 }
 
 } // namespace AtspiProbe

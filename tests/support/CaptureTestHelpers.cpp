@@ -50,7 +50,7 @@ bool ClipboardOwner::own(const ClipboardFormats &formats)
 {
     stop();
     m_formats = formats;
-    QStringList arguments{QStringLiteral("--own-clipboard")};
+    QStringList arguments;
     for (qsizetype i = 0; i < formats.size(); ++i) {
         const QString path = m_files.filePath(QStringLiteral("format%1").arg(i));
         QFile file(path);

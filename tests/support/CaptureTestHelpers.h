@@ -31,8 +31,8 @@ bool clickToFocus(const UIElement &element);
 // Clipboard contents: (format, bytes) in the order offered.
 using ClipboardFormats = QList<QPair<QString, QByteArray>>;
 
-// Another application's clipboard: the capture probe (tolkaro-capture-probe at `probePath`)
-// owning the formats until it loses the clipboard or is stopped.
+// Another application's clipboard: tolkaro-clipboard-owner (at `probePath`) owning the
+// formats until it loses the clipboard or is stopped.
 class ClipboardOwner
 {
 public:

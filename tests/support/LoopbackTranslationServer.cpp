@@ -128,18 +128,10 @@ private:
     {
         RecordedRequest request;
         const QList<QByteArray> lines = head.split('\n');
-        for (qsizetype i = 0; i < lines.size(); ++i) {
-            QByteArray line = lines.at(i);
-            if (line.endsWith('\r'))
-                line.chop(1);
-            if (i == 0) {
-                request.requestLine = line;
-                continue;
-            }
-            const qsizetype colon = line.indexOf(':');
-            if (colon < 0)
-                continue;
-            request.headers.append({line.left(colon), line.mid(colon + 1).trimmed()});
+        request.requestLine = lines.value(0).trimmed();
+        for (const QByteArray &line : lines.mid(1)) {
+            if (const qsizetype colon = line.indexOf(':'); colon > 0)
+                request.headers.append({line.left(colon), line.mid(colon + 1).trimmed()});
         }
         return request;
     }
@@ -194,11 +186,13 @@ private:
             return;
         }
         case Behaviour::Garbage:
-            send(head(200, "text/plain", kGarbageBody.size(), answer) + kGarbageBody);
+            respond(socket, connection, request,
+                    Answer::withStatus(200, kGarbageBody, "text/plain"), closeAfter);
             return;
         case Behaviour::HtmlForbidden:
-            send(head(403, "text/html; charset=UTF-8", kHtmlForbiddenPage.size(), answer) +
-                 kHtmlForbiddenPage);
+            respond(socket, connection, request,
+                    Answer::withStatus(403, kHtmlForbiddenPage, "text/html; charset=UTF-8"),
+                    closeAfter);
             return;
         case Behaviour::ResetMidBody: {
             const QByteArray body = LoopbackTranslationServer::echoBody("reset");
@@ -249,8 +243,8 @@ QByteArray RecordedRequest::headerValue(const QByteArray &name) const
 QList<QByteArray> RecordedRequest::headerNames() const
 {
     QList<QByteArray> names;
-    for (const auto &header : headers)
-        names.append(header.first);
+    for (const auto &[name, value] : headers)
+        names.append(name);
     return names;
 }
 
@@ -303,8 +297,7 @@ QList<RecordedRequest> LoopbackTranslationServer::requests() const
 
 int LoopbackTranslationServer::requestCount() const
 {
-    QMutexLocker locker(&m_state->mutex);
-    return int(m_state->requests.size());
+    return int(requests().size());
 }
 
 void LoopbackTranslationServer::clearRequests()
@@ -352,10 +345,8 @@ QByteArray LoopbackTranslationServer::echoBody(const QByteArray &encodedQueryVal
 
 QByteArray LoopbackTranslationServer::echoBodyFor(const QByteArray &target)
 {
-    QByteArray query;
-    for (const QByteArray &pair : target.mid(target.indexOf('?') + 1).split('&')) {
-        if (pair.startsWith("q="))
-            query = pair.mid(2);
-    }
-    return echoBody(query);
+    const QList<QByteArray> pairs = target.mid(target.indexOf('?') + 1).split('&');
+    const auto query = std::find_if(pairs.cbegin(), pairs.cend(),
+                                    [](const QByteArray &pair) { return pair.startsWith("q="); });
+    return echoBody(query == pairs.cend() ? QByteArray() : query->mid(2));
 }

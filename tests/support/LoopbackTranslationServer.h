@@ -82,7 +82,7 @@ public:
         QByteArray requestLine;                       // "GET /path?query HTTP/1.1"
         QList<QPair<QByteArray, QByteArray>> headers; // in the order sent, as sent
         QByteArray body;                              // as sent (Content-Length bytes)
-        QByteArray target() const; // "/path?query"
+        QByteArray target() const;                    // "/path?query"
         QString queryText() const; // the q parameter, decoded ('+' a space, as form-encoded)
         QByteArray headerValue(const QByteArray &name) const; // case-insensitive; null if absent
         QList<QByteArray> headerNames() const;

@@ -11,9 +11,8 @@
 
 namespace {
 
-const QStringList kEcKey{QStringLiteral("-newkey"), QStringLiteral("ec"),
-                         QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:prime256v1"),
-                         QStringLiteral("-nodes")};
+const QString kNewKey =
+    QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 ");
 
 QByteArray readFile(const QString &path)
 {
@@ -25,86 +24,46 @@ QByteArray readFile(const QString &path)
 
 TestCertificates::TestCertificates()
 {
-    if (!m_dir.isValid()) {
+    if (!m_dir.isValid())
         m_error = QStringLiteral("no temporary directory: ") + m_dir.errorString();
-        return;
-    }
-    if (!openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + kEcKey +
-                 QStringList{QStringLiteral("-keyout"), m_dir.filePath(QStringLiteral("ca.key")),
-                             QStringLiteral("-out"), m_dir.filePath(QStringLiteral("ca.pem")),
-                             QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
-                             QStringLiteral("/CN=Tolkaro test authority")}))
-        return;
-    m_authority = QSslCertificate(readFile(m_dir.filePath(QStringLiteral("ca.pem"))));
-    if (m_authority.isNull())
+    else if (openssl(kNewKey + QStringLiteral("-keyout %D/ca.key -out %D/ca.pem "
+                                              "-subj /CN=Tolkaro-test-authority")))
+        m_authority = QSslCertificate(readFile(m_dir.filePath(QStringLiteral("ca.pem"))));
+    if (isValid() && m_authority.isNull())
         m_error = QStringLiteral("openssl wrote no readable authority certificate");
 }
 
 TlsIdentity TestCertificates::make(Kind kind)
 {
-    if (!isValid())
+    const QString name = QStringLiteral("%D/leaf%1").arg(++m_made);
+    if (!isValid() ||
+        !openssl(kNewKey +
+                 (kind == Kind::Trusted ? QStringLiteral("-CA %D/ca.pem -CAkey %D/ca.key ")
+                                        : QString()) +
+                 QStringLiteral("-keyout %1.key -out %1.pem -subj /CN=127.0.0.1 -addext "
+                                "subjectAltName=IP:127.0.0.1 -addext "
+                                "basicConstraints=critical,CA:FALSE")
+                     .arg(name)))
         return TlsIdentity();
-    const QString name = QStringLiteral("leaf%1").arg(++m_made);
-    const QString key = m_dir.filePath(name + QStringLiteral(".key"));
-    const QString certificate = m_dir.filePath(name + QStringLiteral(".pem"));
-    const QString extensions = m_dir.filePath(name + QStringLiteral(".ext"));
-
-    {
-        QFile file(extensions);
-        if (!file.open(QIODevice::WriteOnly)) {
-            m_error = QStringLiteral("cannot write ") + extensions;
-            return TlsIdentity();
-        }
-        file.write(kind == Kind::OtherHostName ? "subjectAltName=DNS:translate.example\n"
-                                               : "subjectAltName=IP:127.0.0.1\n");
-    }
-
-    bool made = false;
-    if (kind == Kind::SelfSigned) {
-        made = openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + kEcKey +
-                       QStringList{QStringLiteral("-keyout"), key, QStringLiteral("-out"),
-                                   certificate, QStringLiteral("-days"), QStringLiteral("2"),
-                                   QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
-                                   QStringLiteral("-addext"),
-                                   QStringLiteral("subjectAltName=IP:127.0.0.1")});
-    } else {
-        const QString request = m_dir.filePath(name + QStringLiteral(".csr"));
-        // Qt accepts a matching common name even beside alternative names, so the other
-        // host's certificate names it in both places.
-        const QString commonName = kind == Kind::OtherHostName
-                                       ? QStringLiteral("/CN=translate.example")
-                                       : QStringLiteral("/CN=127.0.0.1");
-        // A negative validity puts the end before the start: expired from the first second.
-        const QString days = kind == Kind::Expired ? QStringLiteral("-1") : QStringLiteral("2");
-        made = openssl(QStringList{QStringLiteral("req"), QStringLiteral("-new")} + kEcKey +
-                       QStringList{QStringLiteral("-keyout"), key, QStringLiteral("-out"), request,
-                                   QStringLiteral("-subj"), commonName}) &&
-               openssl({QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
-                        request, QStringLiteral("-CA"), m_dir.filePath(QStringLiteral("ca.pem")),
-                        QStringLiteral("-CAkey"), m_dir.filePath(QStringLiteral("ca.key")),
-                        QStringLiteral("-set_serial"), QString::number(1000 + m_made),
-                        QStringLiteral("-days"), days, QStringLiteral("-extfile"), extensions,
-                        QStringLiteral("-out"), certificate});
-    }
-    if (!made)
-        return TlsIdentity();
-
-    TlsIdentity identity{QSslCertificate(readFile(certificate)), QSslKey(readFile(key), QSsl::Ec)};
+    const QString path = QString(name).replace(QStringLiteral("%D"), m_dir.path());
+    TlsIdentity identity{QSslCertificate(readFile(path + QStringLiteral(".pem"))),
+                         QSslKey(readFile(path + QStringLiteral(".key")), QSsl::Ec)};
     if (identity.isNull())
-        m_error = QStringLiteral("openssl wrote no readable certificate or key for ") + name;
+        m_error = QStringLiteral("openssl wrote no readable certificate or key for ") + path;
     return identity;
 }
 
-bool TestCertificates::openssl(const QStringList &arguments)
+bool TestCertificates::openssl(const QString &arguments)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(QStringLiteral("openssl"), arguments);
+    process.start(QStringLiteral("openssl"),
+                  QString(arguments).replace(QStringLiteral("%D"), m_dir.path()).split(u' '));
     if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() != 0) {
-        m_error = QStringLiteral("openssl %1 failed: %2 %3")
-                      .arg(arguments.join(QLatin1Char(' ')), process.errorString(),
-                           QString::fromLocal8Bit(process.readAll()));
+        m_error =
+            QStringLiteral("openssl %1 failed: %2 %3")
+                .arg(arguments, process.errorString(), QString::fromLocal8Bit(process.readAll()));
         return false;
     }
     return true;

@@ -22,10 +22,8 @@ class TestCertificates
 public:
     enum class Kind
     {
-        Trusted,       // signed by the authority, for 127.0.0.1, valid now
-        SelfSigned,    // for 127.0.0.1, valid now, signed by nobody the client knows
-        OtherHostName, // signed by the authority, valid now, for another host name
-        Expired,       // signed by the authority, for 127.0.0.1, expired yesterday
+        Trusted,    // signed by the authority
+        SelfSigned, // signed by nobody the client knows
     };
 
     TestCertificates();
@@ -37,7 +35,8 @@ public:
     TlsIdentity make(Kind kind);
 
 private:
-    bool openssl(const QStringList &arguments);
+    // Runs openssl with the arguments (split at spaces; "%D" the directory's path).
+    bool openssl(const QString &arguments);
 
     QTemporaryDir m_dir;
     QSslCertificate m_authority;

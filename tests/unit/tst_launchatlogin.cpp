@@ -245,10 +245,7 @@ void TestLaunchAtLogin::splitExec_data()
         << R"("/a\"b\`c\$d\\e")" << true << QStringList{R"(/a"b`c$d\e)"};
     QTest::newRow("field codes dropped, %% kept")
         << "tolkaro %U --rate=100%% %f" << true << QStringList{"tolkaro", "--rate=100%"};
-    QTest::newRow("empty quoted argument kept")
-        << "tolkaro \"\"" << true << QStringList{"tolkaro", ""};
     QTest::newRow("unterminated quote") << "\"/usr/bin/tolkaro" << false << QStringList{};
-    QTest::newRow("empty") << "" << true << QStringList{};
 }
 
 void TestLaunchAtLogin::splitExec()

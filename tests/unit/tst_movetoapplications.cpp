@@ -29,17 +29,7 @@ public:
     void showFailureAlert() override { ++failures; }
 };
 
-enum class Obstacle
-{
-    None,
-    ExistingCopy,         // a copy with the same name is already in ~/Applications
-    ApplicationsReadOnly, // the copy cannot be written
-    NotStartable,         // the copied file is not executable
-};
-
 } // namespace
-
-Q_DECLARE_METATYPE(Obstacle)
 
 // A self-contained copy in ~/Downloads of a temporary $HOME, moved for real: real copies, the
 // real freedesktop trash under $XDG_DATA_HOME, and a real start of the moved copy.
@@ -56,7 +46,6 @@ private slots:
     void declineIsRemembered();
     void decideMoveOffer_data();
     void decideMoveOffer();
-    void directories();
 
 private:
     bool makeUnwritable(const QString &directory);
@@ -137,28 +126,29 @@ MoveEnvironment TestMoveToApplications::environment(ScriptedAlerts *alerts)
 
 void TestMoveToApplications::move_data()
 {
-    QTest::addColumn<Obstacle>("obstacle");
+    // "existing copy" in ~/Applications, "read-only" ~/Applications, "not startable" copy.
+    QTest::addColumn<QString>("obstacle");
     QTest::addColumn<QStringList>("log"); // $D: the destination, $P: the running copy
     QTest::addColumn<QStringList>("trashed");
     QTest::addColumn<bool>("relaunched");
 
     const QString moving = "Moving myself to the Applications folder";
     QTest::newRow("moved, started from the new place")
-        << Obstacle::None << QStringList{moving} << QStringList{"$P"} << true;
+        << "" << QStringList{moving} << QStringList{"$P"} << true;
     QTest::newRow("existing copy goes to the trash first")
-        << Obstacle::ExistingCopy << QStringList{moving} << QStringList{"$D", "$P"} << true;
+        << "existing copy" << QStringList{moving} << QStringList{"$D", "$P"} << true;
     QTest::newRow("copy cannot be written")
-        << Obstacle::ApplicationsReadOnly
+        << "read-only"
         << QStringList{moving, "ERROR -- Could not copy myself to ~/Applications (*)"}
         << QStringList{} << false;
     QTest::newRow("moved copy does not start")
-        << Obstacle::NotStartable << QStringList{moving, "ERROR -- Could not start '$D'"}
+        << "not startable" << QStringList{moving, "ERROR -- Could not start '$D'"}
         << QStringList{"$P"} << false;
 }
 
 void TestMoveToApplications::move()
 {
-    QFETCH(Obstacle, obstacle);
+    QFETCH(QString, obstacle);
     QFETCH(QStringList, log);
     QFETCH(QStringList, trashed);
     QFETCH(bool, relaunched);
@@ -169,24 +159,15 @@ void TestMoveToApplications::move()
     alerts.answer = {true, true};
     MoveEnvironment moving = environment(&alerts);
 
-    if (obstacle == Obstacle::ExistingCopy || obstacle == Obstacle::ApplicationsReadOnly)
+    if (obstacle == "existing copy" || obstacle == "read-only")
         QVERIFY(QDir().mkpath(m_applications));
-    QFile old(destination);
-    switch (obstacle) {
-    case Obstacle::None:
-        break;
-    case Obstacle::ExistingCopy:
-        QVERIFY(old.open(QIODevice::WriteOnly));
-        old.write("old copy");
-        old.close();
-        break;
-    case Obstacle::ApplicationsReadOnly:
-        if (!makeUnwritable(m_applications))
-            QSKIP("cannot make a directory unwritable here");
-        break;
-    case Obstacle::NotStartable:
+    if (obstacle == "existing copy") {
+        QFile old(destination);
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old copy") > 0);
+    } else if (obstacle == "read-only" && !makeUnwritable(m_applications)) {
+        QSKIP("cannot make a directory unwritable here");
+    } else if (obstacle == "not startable") {
         QVERIFY(QFile::setPermissions(m_self, QFile::ReadOwner | QFile::WriteOwner));
-        break;
     }
 
     // The moved copy waits for the old process to end: a process of the test stands in.
@@ -204,17 +185,17 @@ void TestMoveToApplications::move()
 
     QCOMPARE(alerts.questions, 1);
     QCOMPARE(alerts.failures, log.last().startsWith("ERROR") ? 1 : 0);
+    const auto expand = [&](QStringList lines) {
+        for (QString &line : lines)
+            line.replace("$D", destination).replace("$P", m_self);
+        return lines;
+    };
     QCOMPARE(m_log.size(), log.size());
-    for (qsizetype i = 0; i < log.size(); ++i) {
-        const QString expected = QString(log[i]).replace("$D", destination).replace("$P", m_self);
-        if (expected.endsWith("(*)"))
-            QVERIFY2(m_log[i].startsWith(expected.chopped(2)) && m_log[i].size() > expected.size(),
-                     qPrintable(m_log[i]));
-        else
-            QCOMPARE(m_log[i], expected);
-    }
-    for (QString &path : trashed)
-        path.replace("$D", destination).replace("$P", m_self);
+    for (qsizetype i = 0; i < log.size(); ++i) // "(*)": the system's reason follows
+        QVERIFY2(m_log[i] == expand(log)[i] ||
+                     (log[i].endsWith("(*)") && m_log[i].startsWith(log[i].chopped(2))),
+                 qPrintable(m_log[i]));
+    trashed = expand(trashed);
     trashed.sort();
     QCOMPARE(trashedPaths(), trashed);
     QVERIFY(!m_preferences->moveToApplicationsFolderAlertSuppress());
@@ -272,18 +253,12 @@ void TestMoveToApplications::decideMoveOffer_data()
     row("~/Applications", "/home/u/Applications/Tolkaro.AppImage", false,
         MoveOffer::AlreadyInApplications);
     row("/opt", "/opt/tolkaro/tolkaro", false, MoveOffer::AlreadyInApplications);
-    // A plain prefix test: a sibling whose name starts like an applications directory counts.
-    row("/optional is inside /opt", "/optional/tolkaro", false, MoveOffer::AlreadyInApplications);
     row("build directory", "/home/u/src/tolkaro/build/src/app/tolkaro", false,
-        MoveOffer::DevelopmentBuild);
-    row("BuIlD in mixed case inside a name", "/home/u/MyBuIlDs/tolkaro", false,
         MoveOffer::DevelopmentBuild);
     // Suppression is looked at first.
     row("build, suppressed", "/home/u/build/tolkaro", true, MoveOffer::Suppressed);
     // "build" is looked at right after the first directory, before the others.
     row("build below /opt", "/opt/build/tolkaro", false, MoveOffer::DevelopmentBuild);
-    row("build below ~/Applications", "/home/u/Applications/build/tolkaro", false,
-        MoveOffer::AlreadyInApplications);
     row("other user's Applications", "/home/other/Applications/Tolkaro.AppImage", false,
         MoveOffer::Offer);
 }
@@ -296,14 +271,6 @@ void TestMoveToApplications::decideMoveOffer()
 
     const QStringList directories = MoveRules::applicationsDirectories("/home/u");
     QCOMPARE(int(MoveRules::decideMoveOffer(selfPath, directories, suppressed)), expected);
-}
-
-void TestMoveToApplications::directories()
-{
-    // Where a real move lands is checked above.
-    QVERIFY(MoveRules::applicationsDestination("").isEmpty());
-    // With no directory to compare with, "build" is never looked at.
-    QCOMPARE(MoveRules::decideMoveOffer("/build/tolkaro", {}, false), MoveOffer::Offer);
 }
 
 QTEST_GUILESS_MAIN(TestMoveToApplications)

@@ -166,10 +166,6 @@ void TestPopover::textFieldSize_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("wraps");
     QTest::newRow("a short word: one line") << QStringLiteral("Hallo") << false;
-    QTest::newRow("a sentence: wraps at the maximum width")
-        << QStringLiteral("The quick brown fox jumps over the lazy dog, again and again, until the "
-                          "dog finally wakes up and chases it away.")
-        << true;
     QTest::newRow("one long unbroken word: broken anywhere")
         << QStringLiteral("https://example.org/").append(QString(200, QLatin1Char('x'))) << true;
 }

@@ -1,3 +1,5 @@
+#include "common/Log.h"
+#include "languages/LanguageTable.h"
 #include "settings/Preferences.h"
 
 #include <QFile>
@@ -6,23 +8,49 @@
 
 #include <sys/stat.h>
 
+namespace {
+
+LanguageEntry entry(const char *code)
+{
+    return *LanguageTable::languageWithCode(QString::fromLatin1(code));
+}
+
+QString fileText(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll());
+}
+
+} // namespace
+
+// The settings file, and the language table with the choices stored in it.
 class TestPreferences : public QObject
 {
     Q_OBJECT
 private slots:
     void init();
+    void cleanup();
     void shortcutWrittenByHand_data();
     void shortcutWrittenByHand();
     void translationServiceURL_data();
     void translationServiceURL();
     void fileIsTheUsersAlone_data();
     void fileIsTheUsersAlone();
+    void tableInvariants();
+    void lookup_data();
+    void lookup();
+    void startUpDestination_data();
+    void startUpDestination();
+    void choicesAreStoredAtOnce();
 
 private:
     QString writeIni(const QByteArray &contents);
 
     QTemporaryDir m_dir;
     QString m_iniPath;
+    QStringList m_logged;
 };
 
 void TestPreferences::init()
@@ -33,6 +61,13 @@ void TestPreferences::init()
                                    .arg(QString::fromLatin1(QTest::currentDataTag())
                                             .replace(QLatin1Char(' '), QLatin1Char('_'))));
     QFile::remove(m_iniPath);
+    m_logged.clear();
+    tolkaro::setLogSink([this](const QString &line) { m_logged << line; });
+}
+
+void TestPreferences::cleanup()
+{
+    tolkaro::setLogSink({});
 }
 
 QString TestPreferences::writeIni(const QByteArray &contents)
@@ -145,6 +180,105 @@ void TestPreferences::fileIsTheUsersAlone()
     ::umask(savedUmask);
     QCOMPARE(permissions(), userOnly);
     QCOMPARE(Preferences(m_iniPath).settings().allKeys().size(), 1);
+}
+
+void TestPreferences::tableInvariants()
+{
+    // The menus are built from the table and map an item back by its position.
+    const QList<LanguageEntry> &table = LanguageTable::entries();
+    for (int i = 0; i < table.size(); ++i) {
+        const LanguageEntry &language = table[i];
+        if (i > 0)
+            QVERIFY2(table[i - 1].name < language.name, qPrintable(language.name));
+        QVERIFY2(language.flag.size() == 4, qPrintable(language.name));
+        QCOMPARE(LanguageTable::indexOf(language), i);
+    }
+}
+
+void TestPreferences::lookup_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<bool>("byName");
+    QTest::addColumn<QString>("expectedCode"); // empty: nothing found
+
+    QTest::newRow("iw is Hebrew") << "iw" << false << "iw";
+    QTest::newRow("zh alone") << "zh" << false << "";
+    QTest::newRow("name") << "Chinese (Simplified)" << true << "zh-CN";
+    QTest::newRow("name prefix of two names") << "Chinese" << true << "";
+}
+
+void TestPreferences::lookup()
+{
+    QFETCH(QString, key);
+    QFETCH(bool, byName);
+    QFETCH(QString, expectedCode);
+
+    const std::optional<LanguageEntry> found =
+        byName ? LanguageTable::languageWithName(key) : LanguageTable::languageWithCode(key);
+    QCOMPARE(found ? found->code : QString(), expectedCode);
+}
+
+void TestPreferences::startUpDestination_data()
+{
+    QTest::addColumn<bool>("hasStoredCode");
+    QTest::addColumn<QString>("storedCode");
+    QTest::addColumn<QStringList>("systemLanguages");
+    QTest::addColumn<QString>("expectedCode");
+    QTest::addColumn<QString>("expectedLog");
+
+    const QString noLog;
+    QTest::newRow("system en-GB") << false << "" << QStringList{"en-GB", "en"} << "en"
+                                  << "Bing doesnt support system language code en-GB";
+    QTest::newRow("system zh-TW") << false << "" << QStringList{"zh-TW", "zh-Hant-TW"} << "zh-TW"
+                                  << noLog;
+    QTest::newRow("no system languages") << false << "" << QStringList{} << "en"
+                                         << "Bing doesnt support system language code ";
+    QTest::newRow("stored code beats system") << true << "de" << QStringList{"ru"} << "de" << noLog;
+    QTest::newRow("bogus stored code") << true << "xx" << QStringList{"ru"} << "ru" << noLog;
+    QTest::newRow("empty stored code") << true << "" << QStringList{"fi"} << "fi" << noLog;
+}
+
+void TestPreferences::startUpDestination()
+{
+    QFETCH(bool, hasStoredCode);
+    QFETCH(QString, storedCode);
+    QFETCH(QStringList, systemLanguages);
+    QFETCH(QString, expectedCode);
+    QFETCH(QString, expectedLog);
+
+    Preferences preferences(m_iniPath);
+    if (hasStoredCode)
+        preferences.setPreviouslyUsedLanguageCode(storedCode);
+    LanguageSelection selection(preferences);
+
+    QCOMPARE(selection.getPreviouslyUsedLanguage(systemLanguages), entry(qPrintable(expectedCode)));
+    QCOMPARE(m_logged, expectedLog.isEmpty() ? QStringList() : QStringList{expectedLog});
+}
+
+void TestPreferences::choicesAreStoredAtOnce()
+{
+    Preferences preferences(m_iniPath);
+    LanguageSelection selection(preferences);
+    QList<int> destinationIndexes;
+    QList<int> alternativeIndexes;
+    connect(&selection, &LanguageSelection::languageChanged, this,
+            [&](const LanguageEntry &, int index) { destinationIndexes << index; });
+    connect(&selection, &LanguageSelection::language2Changed, this,
+            [&](const LanguageEntry &, int index) { alternativeIndexes << index; });
+
+    selection.setLanguage(entry("fr"));
+    QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("fr"));
+    // Flushed to the file at once, not just held by QSettings.
+    QVERIFY(fileText(m_iniPath).contains(QStringLiteral("previouslyUsedLanguageCode=fr")));
+
+    selection.setLanguage2(entry("th"));
+    QCOMPARE(selection.currentDstLanguageCode2(), QStringLiteral("th"));
+    QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("fr"));
+    // The second key holds the destination's code, not the alternative's.
+    QVERIFY(fileText(m_iniPath).contains(QStringLiteral("previouslyUsedLanguageCode2=fr")));
+
+    QCOMPARE(destinationIndexes, QList<int>{12});
+    QCOMPARE(alternativeIndexes, QList<int>{34});
 }
 
 QTEST_GUILESS_MAIN(TestPreferences)

@@ -4,7 +4,6 @@
 
 #include <QApplication>
 #include <QMenu>
-#include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -16,8 +15,6 @@ private slots:
     void init();
     void cleanup();
     void untrustedMenuOffersTrustAndQuit();
-    void invertedImageWhileAMenuIsOpen_data();
-    void invertedImageWhileAMenuIsOpen();
     void choosingByCode_data();
     void choosingByCode();
     void sessionLimitsAreToldAndReplaced();
@@ -66,27 +63,6 @@ void TestStatusMenu::choose(const QString &code, bool alternative)
         m_languages->setLanguage2(*entry);
     else
         m_languages->setLanguage(*entry);
-}
-
-void TestStatusMenu::invertedImageWhileAMenuIsOpen_data()
-{
-    QTest::addColumn<bool>("trusted");
-    QTest::newRow("full menu") << true;
-    QTest::newRow("reduced menu") << false;
-}
-
-void TestStatusMenu::invertedImageWhileAMenuIsOpen()
-{
-    QFETCH(bool, trusted);
-    m_menu->showMenuForTrust(trusted);
-    QMenu *menu = m_menu->attachedMenu();
-    QVERIFY(menu);
-    const qint64 closed = m_menu->statusItem()->icon().cacheKey();
-    emit menu->aboutToShow();
-    const qint64 open = m_menu->statusItem()->icon().cacheKey();
-    QVERIFY(open != closed);
-    emit menu->aboutToHide();
-    QCOMPARE(m_menu->statusItem()->icon().cacheKey(), closed);
 }
 
 // The trusted menu as the user meets it is read from the running tray in the tray desktop test.

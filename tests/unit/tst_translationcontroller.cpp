@@ -3,7 +3,6 @@
 
 #include "controller/TranslationController.h"
 #include "languages/LanguageTable.h"
-#include "platform/ModifierKeyMonitor.h"
 #include "settings/Preferences.h"
 #include "translation/GoogleTranslateByURL.h"
 
@@ -60,34 +59,6 @@ struct ScriptedTextSource : TextSource
     }
 };
 
-// A key source that replays a script: "+LC" left Control down, "-LC" up; LA left Alt, AL
-// the alternative-language key. Each step comes 0.1 s after the one before.
-class ScriptedKeySource : public ModifierKeyMonitor
-{
-public:
-    bool install() override { return true; }
-    void remove() override {}
-    bool isInstalled() const override { return true; }
-    bool canInstall() const override { return true; }
-
-    void play(const QString &script)
-    {
-        static const QHash<QString, GestureKey> keys{{"LC", GestureKey::LeftControl},
-                                                     {"LA", GestureKey::LeftAlt},
-                                                     {"AL", GestureKey::AlternativeLanguage}};
-        for (const QString &step : script.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
-            const GestureKey key = keys.value(step.mid(1));
-            m_held.setFlag(key, step.startsWith(QLatin1Char('+')));
-            m_time += std::chrono::milliseconds(100);
-            emit keyEvent({key, m_held, m_time});
-        }
-    }
-
-private:
-    GestureKeys m_held;
-    std::chrono::steady_clock::time_point m_time{std::chrono::hours(1)};
-};
-
 } // namespace
 
 class TestTranslationController : public QObject
@@ -102,8 +73,8 @@ private slots:
     void noTextShowsMessageAndSendsNothing();
     void releaseWhilePendingHidesAndCountsTheCancel();
     void optionPastesOnlyAKeptTranslation();
-    void keysDriveTheTranslation_data();
-    void keysDriveTheTranslation();
+    void actionsDriveTheTranslation_data();
+    void actionsDriveTheTranslation();
 
 private:
     // Runs one gesture's press and waits for the answer to be shown.
@@ -258,36 +229,29 @@ void TestTranslationController::optionPastesOnlyAKeptTranslation()
     QCOMPARE(m_source->pasted.size(), 1);
 }
 
-void TestTranslationController::keysDriveTheTranslation_data()
+void TestTranslationController::actionsDriveTheTranslation_data()
 {
-    QTest::addColumn<QString>("script");
+    QTest::addColumn<QString>("actions");       // which keys make them is the gesture test's
     QTest::addColumn<QStringList>("languages"); // of the requests, in order
-    QTest::addColumn<int>("opened");
     QTest::addColumn<bool>("pasted");
     QTest::addColumn<bool>("shownAtEnd");
 
-    // A plain double press, held and released, is the gesture's and the tests above.
-    QTest::newRow("released") << "+LC -LC +LC -LC" << QStringList{"de"} << 1 << false << false;
+    QTest::newRow("released") << "translate hide" << QStringList{"de"} << false << false;
     QTest::newRow("with the alternative key held")
-        << "+AL +LC -LC +LC" << QStringList{"ja"} << 1 << false << true;
+        << "translateAlt" << QStringList{"ja"} << false << true;
     QTest::newRow("alternative key pressed and released while held: popover stays")
-        << "+LC -LC +LC +AL -AL" << QStringList{"de", "ja", "de"} << 1 << false << true;
+        << "translate againAlt again" << QStringList{"de", "ja", "de"} << false << true;
     QTest::newRow("left Alt while held pastes")
-        << "+LC -LC +LC +LA -LA" << QStringList{"de"} << 1 << true << true;
+        << "translate paste" << QStringList{"de"} << true << true;
 }
 
-void TestTranslationController::keysDriveTheTranslation()
+void TestTranslationController::actionsDriveTheTranslation()
 {
-    QFETCH(QString, script);
+    QFETCH(QString, actions);
     QFETCH(QStringList, languages);
-    QFETCH(int, opened);
     QFETCH(bool, pasted);
     QFETCH(bool, shownAtEnd);
 
-    ScriptedKeySource keySource;
-    ModifierGestureDetector gesture(*m_controller);
-    connect(&keySource, &ModifierKeyMonitor::keyEvent, this,
-            [&gesture](const GestureKeyEvent &event) { gesture.keyboardTapEvent(event); });
     // The paste needs a translation kept from an earlier gesture.
     m_source->text = "Hello";
     pressAndWaitForAnswer();
@@ -301,10 +265,20 @@ void TestTranslationController::keysDriveTheTranslation()
         if (const QRegularExpressionMatch match = translating.match(line); match.hasMatch())
             sent << match.captured(1);
     });
-    keySource.play(script);
+    GestureActions &gesture = *m_controller;
+    for (const QString &action : actions.split(QLatin1Char(' '))) {
+        if (action.startsWith("translate"))
+            gesture.controlDoublePressed(action.endsWith("Alt"));
+        else if (action.startsWith("again"))
+            gesture.alternativeLanguageSwitched(action.endsWith("Alt"));
+        else if (action == "paste")
+            gesture.altPressedWhenControlIsDoublePressed();
+        else
+            gesture.controlDoublePressReleased();
+    }
     tolkaro::setLogSink({});
     QCOMPARE(sent, languages);
-    QCOMPARE(m_presenter->texts.filter(QRegularExpression("^open:")).size(), opened);
+    QCOMPARE(m_presenter->texts.filter(QRegularExpression("^open:")).size(), 1);
     QCOMPARE(m_source->pasted.size(), pasted ? 1 : 0);
     QCOMPARE(m_presenter->isPopoverShown(), shownAtEnd);
 }

@@ -4,6 +4,7 @@
 // and the panel's growth with its top edge kept are the desktop test's.
 
 #include "LoopbackTranslationServer.h"
+#include "common/NotificationCenter.h"
 #include "common/UsageEvents.h"
 #include "platform/Platform.h"
 #include "translation/GoogleTranslateByURL.h"
@@ -30,6 +31,8 @@ private slots:
     void failedTranslationShowsAndPastesTheErrorText();
     void returnBeforeAnyTranslationAsksAtOnce();
     void shortcutClosesThroughTheOpeningPath();
+    void observerEndsWithItsContext();
+    void handlerMayAddObservers();
 
 private:
     SpotlightWindowController *spotlight() const { return m_coordinator->spotlight(); }
@@ -154,6 +157,44 @@ void TestTypingPanel::shortcutClosesThroughTheOpeningPath()
     QCOMPARE(usage.size(), 2);
     for (const QList<QVariant> &event : usage)
         QCOMPARE(event.at(0).toString(), QLatin1String(UsageEvents::kTypingModeOpened));
+}
+
+// The named notifications (the shortcut's opens the panel in the typing desktop test): an
+// observer ends with its context.
+void TestTypingPanel::observerEndsWithItsContext()
+{
+    NotificationCenter center;
+    int calls = 0;
+    auto context = std::make_unique<QObject>();
+    center.addObserver(NotificationNames::kOpenTypingModeNotification, context.get(),
+                       [&](const QVariantMap &) { ++calls; });
+    center.post(NotificationNames::kOpenTypingModeNotification);
+    context.reset();
+    center.post(NotificationNames::kOpenTypingModeNotification);
+    QCOMPARE(calls, 1);
+
+    QObject other;
+    center.addObserver(NotificationNames::kOpenTypingModeNotification, &other,
+                       [&](const QVariantMap &) { ++calls; });
+    center.removeObservers(&other);
+    center.post(NotificationNames::kOpenTypingModeNotification);
+    QCOMPARE(calls, 1);
+}
+
+void TestTypingPanel::handlerMayAddObservers()
+{
+    NotificationCenter center;
+    int late = 0;
+    center.addObserver(NotificationNames::kOpenTypingModeNotification, nullptr,
+                       [&](const QVariantMap &) {
+                           center.addObserver(NotificationNames::kOpenTypingModeNotification,
+                                              nullptr, [&](const QVariantMap &) { ++late; });
+                       });
+    center.post(NotificationNames::kOpenTypingModeNotification);
+    // An observer added during a post hears the next one, not the current one.
+    QCOMPARE(late, 0);
+    center.post(NotificationNames::kOpenTypingModeNotification);
+    QCOMPARE(late, 1);
 }
 
 QTEST_MAIN(TestTypingPanel)

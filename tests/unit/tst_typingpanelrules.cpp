@@ -13,67 +13,35 @@ private slots:
     void quickEditsShareOneTranslation();
 };
 
-// One step of the field's life: start or stop editing, or ask for the size with the
-// text's measured height (-1: no text layout to measure).
-struct GrowthStep
-{
-    enum Kind
-    {
-        BeginEditing,
-        EndEditing,
-        Measure
-    } kind;
-    qreal usedTextHeight = -1.0;
-    QSizeF expected;
-};
-Q_DECLARE_METATYPE(QList<GrowthStep>)
-
 void TestTypingPanelRules::textGrowth_data()
 {
-    using S = GrowthStep;
-    const QSizeF inherited(200.0, 22.0);
-    auto begin = [] { return S{S::BeginEditing, -1.0, {}}; };
-    auto end = [] { return S{S::EndEditing, -1.0, {}}; };
-    auto measure = [](qreal height, QSizeF expected) { return S{S::Measure, height, expected}; };
-    QTest::addColumn<QList<GrowthStep>>("steps");
-    QTest::newRow("no text layout: the inherited height")
-        << QList<S>{begin(), measure(-1.0, inherited)};
-    QTest::newRow("one to three lines follows the text")
-        << QList<S>{begin(), measure(17.0, {200.0, 17.0}), measure(34.0, {200.0, 34.0}),
-                    measure(51.0, {200.0, 51.0})};
-    QTest::newRow("exactly at the cap is accepted")
-        << QList<S>{begin(), measure(100.0, {200.0, 100.0})};
+    // The field's life, step by step: "begin" and "end" of editing, or "H=E": asked for its
+    // size with the text measured H high (-1: no text layout to measure), it answers E high
+    // and 200 wide (E 0: a zero size). The inherited size is 200 by 22.
+    QTest::addColumn<QString>("steps");
+    QTest::newRow("no text layout: the inherited height") << "begin -1=22";
+    QTest::newRow("one to three lines follows the text") << "begin 17=17 34=34 51=51";
+    QTest::newRow("exactly at the cap is accepted") << "begin 100=100";
     QTest::newRow("past the cap keeps the last height, then follows again")
-        << QList<S>{begin(), measure(85.0, {200.0, 85.0}), measure(102.0, {200.0, 85.0}),
-                    measure(170.0, {200.0, 85.0}), measure(68.0, {200.0, 68.0})};
-    QTest::newRow("first measurement above the cap answers zero")
-        << QList<S>{begin(), measure(120.0, {0.0, 0.0})};
-    QTest::newRow("outside editing the stored size stands")
-        << QList<S>{begin(), measure(34.0, {200.0, 34.0}), end(), measure(68.0, {200.0, 34.0}),
-                    begin(), measure(68.0, {200.0, 68.0})};
-    QTest::newRow("never measured: measures even outside editing")
-        << QList<S>{measure(17.0, {200.0, 17.0}), measure(34.0, {200.0, 17.0})};
+        << "begin 85=85 102=85 170=85 68=68";
+    QTest::newRow("first measurement above the cap answers zero") << "begin 120=0";
+    QTest::newRow("outside editing the stored size stands") << "begin 34=34 end 68=34 begin 68=68";
+    QTest::newRow("never measured: measures even outside editing") << "17=17 34=17";
 }
 
 void TestTypingPanelRules::textGrowth()
 {
-    QFETCH(QList<GrowthStep>, steps);
+    QFETCH(QString, steps);
     TextGrowthRule rule;
-    int index = 0;
-    for (const GrowthStep &step : steps) {
-        switch (step.kind) {
-        case GrowthStep::BeginEditing:
-            rule.setEditing(true);
-            break;
-        case GrowthStep::EndEditing:
-            rule.setEditing(false);
-            break;
-        case GrowthStep::Measure:
-            QVERIFY2(rule.intrinsicSize(QSizeF(200.0, 22.0), step.usedTextHeight) == step.expected,
-                     qPrintable(QStringLiteral("step %1").arg(index)));
-            break;
+    for (const QString &step : steps.split(u' ')) {
+        if (step == u"begin" || step == u"end") {
+            rule.setEditing(step == u"begin");
+            continue;
         }
-        ++index;
+        const qreal measured = step.section(u'=', 0, 0).toDouble();
+        const qreal height = step.section(u'=', 1).toDouble();
+        const QSizeF expected = height == 0 ? QSizeF(0, 0) : QSizeF(200, height);
+        QVERIFY2(rule.intrinsicSize(QSizeF(200, 22), measured) == expected, qPrintable(step));
     }
 }
 

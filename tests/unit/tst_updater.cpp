@@ -3,6 +3,8 @@
 #include "common/Log.h"
 #include "settings/Preferences.h"
 #include "system/Updater.h"
+#include "updates/Appcast.h"
+#include "updates/VersionComparator.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -40,21 +42,27 @@ private:
     }
 };
 
-QByteArray appcast(const QByteArray &version)
+QByteArray feed(const QByteArray &items)
 {
-    return "<?xml version=\"1.0\"?>\n<rss version=\"2.0\" "
-           "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>"
-           "<title>Tolkaro</title><item><title>Tolkaro " +
-           version +
+    return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+           "<rss version=\"2.0\" "
+           "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\""
+           " xmlns:dc=\"http://purl.org/dc/elements/1.1/\">\n"
+           "<channel><title>Tolkaro</title><link>https://example.invalid/</link>\n" +
+           items + "</channel></rss>\n";
+}
+
+QByteArray item(const QByteArray &version, const QByteArray &extra = {})
+{
+    return "<item><title>Version " + version +
            "</title>"
-           "<sparkle:releaseNotesLink>https://example.invalid/notes.html</sparkle:releaseNotesLink>"
+           "<sparkle:releaseNotesLink>https://example.invalid/notes/" +
+           version +
+           "</sparkle:releaseNotesLink>"
            "<enclosure url=\"https://example.invalid/Tolkaro-" +
-           version +
-           ".AppImage\" "
-           "sparkle:shortVersionString=\"" +
-           version +
-           "\" sparkle:version=\"1\" length=\"1\" "
-           "type=\"application/octet-stream\"/></item></channel></rss>\n";
+           version + ".AppImage\" sparkle:shortVersionString=\"" + version +
+           "\" sparkle:version=\"77\" " + extra +
+           " length=\"1\" type=\"application/octet-stream\"/></item>\n";
 }
 
 } // namespace
@@ -72,6 +80,10 @@ private slots:
     void firstBackgroundCheckAsks_data();
     void firstBackgroundCheckAsks();
     void askingDuringBackgroundCheckSpeaksUp();
+    void compareVersions_data();
+    void compareVersions();
+    void newestItem_data();
+    void newestItem();
 
 private:
     std::unique_ptr<QTemporaryDir> m_root;
@@ -109,10 +121,10 @@ void TestUpdater::check_data()
     QTest::addColumn<int>("outcome");
     QTest::addColumn<QStringList>("shown");
 
-    // Which version is newer is the update feed test's; here, what each outcome shows.
+    // Which version is newer is compareVersions's; here, what each outcome shows.
     const QString server;
-    const Answer newer = Answer::well(appcast("0.2.0"));
-    const Answer same = Answer::well(appcast(TOLKARO_VERSION));
+    const Answer newer = Answer::well(feed(item("0.2.0")));
+    const Answer same = Answer::well(feed(item(TOLKARO_VERSION)));
     const Answer malformed = Answer::well("<rss><channel><item><title>cut off");
     const Answer forbidden = Answer::of(Behaviour::HtmlForbidden);
     const int noFeed = int(Outcome::NoFeed);
@@ -129,9 +141,6 @@ void TestUpdater::check_data()
         << server << forbidden << true << int(Outcome::Failed) << QStringList{"failed"};
     QTest::newRow("no feed, asked: the package manager")
         << "" << same << true << noFeed << QStringList{"no feed"};
-    QTest::newRow("no feed, background: silent") << "" << same << false << noFeed << QStringList{};
-    QTest::newRow("relative URL is no feed")
-        << "appcast.xml" << same << true << noFeed << QStringList{"no feed"};
 }
 
 void TestUpdater::check()
@@ -189,7 +198,7 @@ void TestUpdater::firstBackgroundCheckAsks()
     m_preferences->settings().remove("CheckForUpdatesAutomatically");
     m_preferences->settings().setValue("UpdateFeedURL",
                                        m_server->baseUrl() + "/appcast.xml?channel=beta");
-    m_server->setDefaultAnswer(Answer::well(appcast(TOLKARO_VERSION)));
+    m_server->setDefaultAnswer(Answer::well(feed(item(TOLKARO_VERSION))));
     RecordingPresenter presenter;
     presenter.permission = {checkAutomatically, sendProfile};
     Updater updater(m_preferences.get(), &presenter);
@@ -220,7 +229,7 @@ void TestUpdater::firstBackgroundCheckAsks()
 
 void TestUpdater::askingDuringBackgroundCheckSpeaksUp()
 {
-    m_server->setDefaultAnswer(Answer::slowly(appcast(TOLKARO_VERSION), 300));
+    m_server->setDefaultAnswer(Answer::slowly(feed(item(TOLKARO_VERSION)), 300));
     RecordingPresenter presenter;
     Updater updater(m_preferences.get(), &presenter);
     QSignalSpy finished(&updater, &Updater::updateCheckFinished);
@@ -230,6 +239,85 @@ void TestUpdater::askingDuringBackgroundCheckSpeaksUp()
     // One request answers both, and the user hears of it.
     QCOMPARE(m_server->requestCount(), 1);
     QCOMPARE(presenter.shown, QStringList{"up to date"});
+}
+
+void TestUpdater::compareVersions_data()
+{
+    QTest::addColumn<QString>("a");
+    QTest::addColumn<QString>("b");
+    QTest::addColumn<int>("expected");
+
+    const auto row = [](const char *name, const char *a, const char *b, int expected) {
+        QTest::newRow(name) << QString(a) << QString(b) << expected;
+    };
+    row("numbers by value, not text", "1.10", "1.9", 1);
+    row("trailing zeros do not count", "1.0", "1.0.0", 0);
+    row("extra non-zero part is newer", "1.0", "1.0.1", -1);
+    row("beta before release", "1.0b2", "1.0", -1);
+    row("rc with dash before release", "1.0-rc1", "1.0", -1);
+    row("alpha before beta", "1.0alpha", "1.0beta", -1);
+    row("release after pre-release of next", "1.1b1", "1.0", 1);
+    row("leading v ignored", "v0.2.0", "0.2.0", 0);
+    row("build metadata ignored", "1.0.0+20261122", "1.0.0", 0);
+    row("numbers longer than 64 bits", "1.123456789012345678901234567890",
+        "1.123456789012345678901234567889", 1);
+}
+
+void TestUpdater::compareVersions()
+{
+    QFETCH(QString, a);
+    QFETCH(QString, b);
+    QFETCH(int, expected);
+
+    QCOMPARE(VersionComparator::compareVersions(a, b), expected);
+    QCOMPARE(VersionComparator::compareVersions(b, a), -expected);
+}
+
+void TestUpdater::newestItem_data()
+{
+    QTest::addColumn<QByteArray>("document");
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("downloadURL");
+
+    QTest::newRow("newest by version, not by position")
+        << feed(item("0.9.0") + item("0.10.0") + item("0.2.0")) << "0.10.0"
+        << "https://example.invalid/Tolkaro-0.10.0.AppImage";
+    QTest::newRow("items for other systems skipped")
+        << feed(item("0.3.0") + item("9.0", "sparkle:os=\"macos\"") +
+                item("0.4.0", "sparkle:os=\"linux\""))
+        << "0.4.0"
+        << "https://example.invalid/Tolkaro-0.4.0.AppImage";
+    QTest::newRow("version as item elements, download from link")
+        << feed("<item><title>T</title><link>https://example.invalid/get</link>"
+                "<sparkle:version>123</sparkle:version>"
+                "<sparkle:shortVersionString>1.2.3</sparkle:shortVersionString></item>")
+        << "1.2.3"
+        << "https://example.invalid/get";
+    QTest::newRow("items without a version ignored")
+        << feed("<item><title>News</title></item>" + item("0.5")) << "0.5"
+        << "https://example.invalid/Tolkaro-0.5.AppImage";
+    QTest::newRow("malformed XML") << QByteArray("<rss><channel><item>") << ""
+                                   << "";
+    QTest::newRow("truncated after a good item") << feed(item("0.2.0")).left(420) << ""
+                                                 << "";
+}
+
+void TestUpdater::newestItem()
+{
+    QFETCH(QByteArray, document);
+    QFETCH(QString, version);
+    QFETCH(QString, downloadURL);
+
+    QString error;
+    const std::optional<Appcast::Item> newest = Appcast::newestItem(document, &error);
+    if (version.isEmpty()) {
+        QVERIFY(!newest.has_value());
+        QVERIFY(!error.isEmpty());
+        return;
+    }
+    QVERIFY2(newest.has_value(), qPrintable(error));
+    QCOMPARE(newest->version, version);
+    QCOMPARE(newest->downloadURL.toString(), downloadURL);
 }
 
 QTEST_GUILESS_MAIN(TestUpdater)

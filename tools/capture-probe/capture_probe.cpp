@@ -7,12 +7,6 @@
 //   tolkaro-capture-probe --paste-at X,Y TEXT     captures at X,Y, then pastes TEXT where a
 //                                                 translation would go, and prints the
 //                                                 clipboard as it was left
-//   tolkaro-capture-probe --own-clipboard FORMAT=FILE...
-//                                                 puts the files' bytes on the clipboard
-//                                                 under those formats, prints "OWNING" and
-//                                                 serves them until it loses the clipboard
-//                                                 or is terminated (another application's
-//                                                 clipboard, for the tests)
 //
 // Coordinates are screen pixels. Exit status 1 when nothing was captured.
 
@@ -24,8 +18,6 @@
 
 #include <QClipboard>
 #include <QCursor>
-#include <QFile>
-#include <QMimeData>
 #include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QStringList>
@@ -94,27 +86,9 @@ int main(int argc, char **argv)
             << QStringLiteral("CLIPBOARD %1").arg(QGuiApplication::clipboard()->text()) << "\n";
         return text ? 0 : 1;
     }
-    if (args.size() >= 2 && args[1] == u"--own-clipboard") {
-        auto *data = new QMimeData;
-        for (const QString &pair : args.mid(2)) {
-            const qsizetype equals = pair.indexOf(u'=');
-            QFile file(pair.mid(equals + 1));
-            if (equals <= 0 || !file.open(QIODevice::ReadOnly))
-                return 2;
-            data->setData(pair.left(equals), file.readAll());
-        }
-        QClipboard *clipboard = QGuiApplication::clipboard();
-        clipboard->setMimeData(data, QClipboard::Clipboard);
-        QObject::connect(clipboard, &QClipboard::dataChanged, &app, [clipboard, &app] {
-            if (!clipboard->ownsClipboard())
-                app.quit();
-        });
-        out << "OWNING" << Qt::endl;
-        return app.exec();
-    }
     std::fprintf(stderr,
                  "usage: %s --capture-at X,Y | --describe-at X,Y | --paste-into PID TEXT | "
-                 "--paste-at X,Y TEXT | --own-clipboard FORMAT=FILE...\n",
+                 "--paste-at X,Y TEXT\n",
                  argv[0]);
     return 2;
 }
