@@ -20,18 +20,7 @@ step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
 gtk_title="Tolkaro GTK target"
 qt_title="Tolkaro Qt target"
 
-log() { echo "test-desktop: $*" >&2; }
-now_ms() { date +%s%3N; }
-stop_pids() {
-    local pid i
-    for ((i = $# ; i > 0 ; i--)); do
-        pid="${!i}"
-        kill -TERM "$pid" 2>/dev/null || continue
-        for _ in $(seq 40); do kill -0 "$pid" 2>/dev/null || break; sleep 0.05; done
-        kill -KILL "$pid" 2>/dev/null && log "had to kill pid $pid"
-        wait "$pid" 2>/dev/null
-    done
-}
+. "$root/scripts/desktop-lib.sh"
 
 # A built helper: $BUILD_DIR, ./build, the newest other build tree, then $PATH.
 find_built() {
@@ -113,28 +102,6 @@ inner_teardown() {
 trap inner_teardown EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
-step() { [ "$verbose" = 1 ] && log "$1 after $(($(now_ms) - started_ms)) ms"; }
-fail() {
-    log "error: $1"
-    [ -n "${2:-}" ] && [ -s "$2" ] && tail -n 20 "$2" | sed 's/^/  | /' >&2
-    exit 125
-}
-wait_until() {
-    local what=$1 pid=$2 logfile=$3
-    shift 3
-    local deadline=$(($(now_ms) + step_timeout * 1000))
-    until "$@" >/dev/null 2>&1; do
-        [ -z "$pid" ] || kill -0 "$pid" 2>/dev/null || fail "$what: the process exited" "$logfile"
-        [ "$(now_ms)" -lt "$deadline" ] || fail "$what did not come up within ${step_timeout} s" "$logfile"
-        sleep 0.05
-    done
-}
-start() {
-    local name=$1
-    shift
-    "$@" </dev/null >"$logs/$name.log" 2>&1 &
-    pids+=($!)
-}
 kwin_call() {
     local dest=org.kde.KWin
     [ "$2" = /kglobalaccel ] && dest=org.kde.kglobalaccel
@@ -208,17 +175,4 @@ log "kde-wayland desktop up (WAYLAND_DISPLAY=$WAYLAND_DISPLAY, XWayland $DISPLAY
 bringing_up=0
 export QT_QPA_PLATFORM=xcb XDG_CURRENT_DESKTOP=KDE XDG_SESSION_TYPE=wayland \
     TOLKARO_DESKTOP_SESSION=kde-wayland
-exec 5<&0
-if [ "$TOLKARO_DESKTOP__TIMEOUT" != 0 ]; then
-    timeout --kill-after=5 "$TOLKARO_DESKTOP__TIMEOUT" "$@" <&5 5<&- &
-else
-    "$@" <&5 5<&- &
-fi
-command_pid=$!
-pids+=("$command_pid")
-wait "$command_pid"
-status=$?
-unset 'pids[-1]'
-[ "$status" = 124 ] && [ "$TOLKARO_DESKTOP__TIMEOUT" != 0 ] &&
-    log "error: the command timed out after $TOLKARO_DESKTOP__TIMEOUT s"
-exit "$status"
+run_command "$@"
