@@ -34,14 +34,9 @@ find_built() {
 }
 
 if [ "${1:-}" != "--inner" ]; then
-    # scripts/test-desktop.sh has read the options.
-    targets="${TOLKARO_DESKTOP__TARGETS:-1}" command_timeout="${TOLKARO_DESKTOP__TIMEOUT:-0}"
-    verbose="${TOLKARO_DESKTOP__VERBOSE:-0}" qt_target="${TOLKARO_QT_TARGET:-}"
-    screenshot="${TOLKARO_DESKTOP__SCREENSHOT:-${TOLKARO_DESKTOP_SCREENSHOT:-}}"
-    keep_logs="${TOLKARO_DESKTOP__LOGS:-${TOLKARO_DESKTOP_LOGS:-}}"
+    # scripts/test-desktop.sh has read the options (TOLKARO_DESKTOP__*) and found the Qt target.
+    keep_logs="${TOLKARO_DESKTOP__LOGS:-}"
     [ $# -gt 0 ] || { log "no command given"; exit 2; }
-    [ "$targets" = 0 ] || [ -n "$qt_target" ] || qt_target="$(find_built tests/fixtures/tolkaro-qt-target)" ||
-        { log "error: no tolkaro-qt-target executable; pass --qt-target PATH"; exit 125; }
     fake_input="${TOLKARO_FAKE_INPUT:-$(find_built tests/support/tolkaro-fake-input)}" ||
         { log "error: no tolkaro-fake-input executable; build it (cmake --build BUILD --target tolkaro-fake-input)"; exit 125; }
     for tool in kwin_wayland Xwayland dbus-run-session gdbus /usr/bin/python3; do
@@ -65,10 +60,8 @@ if [ "${1:-}" != "--inner" ]; then
     cp "$(command -v kwin_wayland)" "$dir/kwin_wayland"
     export XDG_RUNTIME_DIR="$dir/runtime" XDG_CONFIG_HOME="$dir/config" \
         XDG_DATA_HOME="$dir/data" XDG_CACHE_HOME="$dir/cache" TOLKARO_DESKTOP_DIR="$dir" \
-        TOLKARO_DESKTOP_INPUT="$fake_input" TOLKARO_QT_TARGET="$qt_target"
-    export TOLKARO_DESKTOP__TARGETS="$targets" TOLKARO_DESKTOP__TIMEOUT="$command_timeout" \
-        TOLKARO_DESKTOP__SCREENSHOT="$screenshot" TOLKARO_DESKTOP__VERBOSE="$verbose" \
-        TOLKARO_DESKTOP__STARTED_MS="$started_ms"
+        TOLKARO_DESKTOP_INPUT="$fake_input"
+    export TOLKARO_DESKTOP__STARTED_MS="$started_ms"
     unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY NO_AT_BRIDGE
     exec 4<&0 6>&1 7>&2
     dbus-run-session -- "$self" --inner "$@" <&4 4<&- >"$dir/logs/dbus.log" 2>&1
