@@ -3,8 +3,8 @@
 // here) to the popover's window being mapped, text captured and all, and the time from the
 // loopback server sending the translation to the popover's field holding it (this includes
 // the 300 ms fade-out of the old text: the new text is set when it ends). Median and 95th
-// percentile. Run it in the test desktop (any session: keys go through the compositor's
-// input program where the desktop names one):
+// percentile. Run it in the test desktop (X11, or kde-wayland, whose input program takes
+// its commands on stdin: keys then go through the compositor):
 //   scripts/test-desktop.sh --qt-target build/tests/fixtures/tolkaro-qt-target
 //       -- build/bench/tolkaro-bench-gesture [ROUNDS]
 

@@ -20,18 +20,7 @@ step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
 gtk_title="Tolkaro GTK target"
 qt_title="Tolkaro Qt target"
 
-log() { echo "test-desktop: $*" >&2; }
-now_ms() { date +%s%3N; }
-stop_pids() {
-    local pid i
-    for ((i = $# ; i > 0 ; i--)); do
-        pid="${!i}"
-        kill -TERM "$pid" 2>/dev/null || continue
-        for _ in $(seq 40); do kill -0 "$pid" 2>/dev/null || break; sleep 0.05; done
-        kill -KILL "$pid" 2>/dev/null && log "had to kill pid $pid"
-        wait "$pid" 2>/dev/null
-    done
-}
+. "$root/scripts/desktop-lib.sh"
 
 # A built helper: $BUILD_DIR, ./build, the newest other build tree, then $PATH.
 find_built() {
@@ -45,14 +34,9 @@ find_built() {
 }
 
 if [ "${1:-}" != "--inner" ]; then
-    # scripts/test-desktop.sh has read the options.
-    targets="${TOLKARO_DESKTOP__TARGETS:-1}" command_timeout="${TOLKARO_DESKTOP__TIMEOUT:-0}"
-    verbose="${TOLKARO_DESKTOP__VERBOSE:-0}" qt_target="${TOLKARO_QT_TARGET:-}"
-    screenshot="${TOLKARO_DESKTOP__SCREENSHOT:-${TOLKARO_DESKTOP_SCREENSHOT:-}}"
-    keep_logs="${TOLKARO_DESKTOP__LOGS:-${TOLKARO_DESKTOP_LOGS:-}}"
+    # scripts/test-desktop.sh has read the options (TOLKARO_DESKTOP__*) and found the Qt target.
+    keep_logs="${TOLKARO_DESKTOP__LOGS:-}"
     [ $# -gt 0 ] || { log "no command given"; exit 2; }
-    [ "$targets" = 0 ] || [ -n "$qt_target" ] || qt_target="$(find_built tests/fixtures/tolkaro-qt-target)" ||
-        { log "error: no tolkaro-qt-target executable; pass --qt-target PATH"; exit 125; }
     fake_input="${TOLKARO_FAKE_INPUT:-$(find_built tests/support/tolkaro-fake-input)}" ||
         { log "error: no tolkaro-fake-input executable; build it (cmake --build BUILD --target tolkaro-fake-input)"; exit 125; }
     for tool in kwin_wayland Xwayland dbus-run-session gdbus /usr/bin/python3; do
@@ -76,10 +60,8 @@ if [ "${1:-}" != "--inner" ]; then
     cp "$(command -v kwin_wayland)" "$dir/kwin_wayland"
     export XDG_RUNTIME_DIR="$dir/runtime" XDG_CONFIG_HOME="$dir/config" \
         XDG_DATA_HOME="$dir/data" XDG_CACHE_HOME="$dir/cache" TOLKARO_DESKTOP_DIR="$dir" \
-        TOLKARO_DESKTOP_INPUT="$fake_input" TOLKARO_QT_TARGET="$qt_target"
-    export TOLKARO_DESKTOP__TARGETS="$targets" TOLKARO_DESKTOP__TIMEOUT="$command_timeout" \
-        TOLKARO_DESKTOP__SCREENSHOT="$screenshot" TOLKARO_DESKTOP__VERBOSE="$verbose" \
-        TOLKARO_DESKTOP__STARTED_MS="$started_ms"
+        TOLKARO_DESKTOP_INPUT="$fake_input"
+    export TOLKARO_DESKTOP__STARTED_MS="$started_ms"
     unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY NO_AT_BRIDGE
     exec 4<&0 6>&1 7>&2
     dbus-run-session -- "$self" --inner "$@" <&4 4<&- >"$dir/logs/dbus.log" 2>&1
@@ -113,28 +95,6 @@ inner_teardown() {
 trap inner_teardown EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
-step() { [ "$verbose" = 1 ] && log "$1 after $(($(now_ms) - started_ms)) ms"; }
-fail() {
-    log "error: $1"
-    [ -n "${2:-}" ] && [ -s "$2" ] && tail -n 20 "$2" | sed 's/^/  | /' >&2
-    exit 125
-}
-wait_until() {
-    local what=$1 pid=$2 logfile=$3
-    shift 3
-    local deadline=$(($(now_ms) + step_timeout * 1000))
-    until "$@" >/dev/null 2>&1; do
-        [ -z "$pid" ] || kill -0 "$pid" 2>/dev/null || fail "$what: the process exited" "$logfile"
-        [ "$(now_ms)" -lt "$deadline" ] || fail "$what did not come up within ${step_timeout} s" "$logfile"
-        sleep 0.05
-    done
-}
-start() {
-    local name=$1
-    shift
-    "$@" </dev/null >"$logs/$name.log" 2>&1 &
-    pids+=($!)
-}
 kwin_call() {
     local dest=org.kde.KWin
     [ "$2" = /kglobalaccel ] && dest=org.kde.kglobalaccel
@@ -208,17 +168,4 @@ log "kde-wayland desktop up (WAYLAND_DISPLAY=$WAYLAND_DISPLAY, XWayland $DISPLAY
 bringing_up=0
 export QT_QPA_PLATFORM=xcb XDG_CURRENT_DESKTOP=KDE XDG_SESSION_TYPE=wayland \
     TOLKARO_DESKTOP_SESSION=kde-wayland
-exec 5<&0
-if [ "$TOLKARO_DESKTOP__TIMEOUT" != 0 ]; then
-    timeout --kill-after=5 "$TOLKARO_DESKTOP__TIMEOUT" "$@" <&5 5<&- &
-else
-    "$@" <&5 5<&- &
-fi
-command_pid=$!
-pids+=("$command_pid")
-wait "$command_pid"
-status=$?
-unset 'pids[-1]'
-[ "$status" = 124 ] && [ "$TOLKARO_DESKTOP__TIMEOUT" != 0 ] &&
-    log "error: the command timed out after $TOLKARO_DESKTOP__TIMEOUT s"
-exit "$status"
+run_command "$@"

@@ -142,7 +142,9 @@ QStringList X11Platform::sessionLimits()
     if (m_scope == Scope::WholeSession)
         return {};
     return {QStringLiteral("This Wayland desktop has no Tolkaro backend: only applications "
-                           "running under XWayland can be read")};
+                           "running under XWayland can be read"),
+            QStringLiteral("For the typing panel, bind \"tolkaro --typing-mode\" to a key in "
+                           "your compositor's configuration")};
 }
 
 X11WindowQueries &X11Platform::windowQueries()
