@@ -7,6 +7,8 @@
 
 #include <Qt>
 
+#include <chrono>
+
 // What text capture needs from the windowing system, beside AT-SPI: whose window is under
 // the pointer, which window is active, who owns the PRIMARY selection, the modifier keys,
 // and synthetic keystrokes (through the platform's key sender). One backend per session,
@@ -39,4 +41,10 @@ public:
     virtual void releaseHeldModifiers() = 0;
     // Sends Ctrl and a letter key (Qt::Key_C, Qt::Key_V) to the focused window.
     virtual bool sendControlKeystroke(Qt::Key key) = 0;
+    // How long a clipboard Tolkaro just set takes to reach the other applications (a
+    // Wayland compositor hands XWayland's clipboard on to its own clients a moment later).
+    virtual std::chrono::milliseconds clipboardHandOverDelay() const
+    {
+        return std::chrono::milliseconds(0);
+    }
 };

@@ -248,6 +248,8 @@ void TestWaylandGesture::alternativeKeyAsksAgain()
     QTRY_COMPARE(m_server.requestCount(), 2);
     QVERIFY(m_server.requests().at(1).target().contains("tl=en"));
     QCOMPARE(m_server.requests().at(1).queryText(), kLabelText);
+    // Releasing Super opens GNOME's overview, which would keep the keys of the next rows.
+    QVERIFY(input(QStringLiteral("keyup 133 keyup 37 sleep 0.5 key Escape")));
 }
 
 void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard_data()
@@ -275,6 +277,8 @@ void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard()
 
 void TestWaylandGesture::withoutTheHelperTheDialogAndTheShortMenu()
 {
+    if (qEnvironmentVariable("TOLKARO_DESKTOP_SESSION") != u"gnome-wayland")
+        QSKIP("the GNOME Shell helper belongs to GNOME sessions");
     QVERIFY(setHelperEnabled(false));
     // The next trust check (every 5 s): the short menu, and the dialog saying what to do.
     QTRY_COMPARE_WITH_TIMEOUT(TolkaroUnderTest::statusMenuItemCount(), 2, 8000);
