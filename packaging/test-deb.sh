@@ -67,6 +67,8 @@ dpkg-deb -c "$deb" | awk '{print $6}' | sed 's|^\./|/|' | grep -v '/$' | sort >"
 expected="/usr/bin/tolkaro
 /usr/share/applications/tolkaro.desktop
 /usr/share/doc/tolkaro/copyright
+/usr/share/gnome-shell/extensions/tolkaro-helper@tolkaro.org/extension.js
+/usr/share/gnome-shell/extensions/tolkaro-helper@tolkaro.org/metadata.json
 /usr/share/icons/hicolor/128x128/apps/tolkaro.png
 /usr/share/icons/hicolor/256x256/apps/tolkaro.png
 /usr/share/icons/hicolor/48x48/apps/tolkaro.png

@@ -265,6 +265,10 @@ void pasteThroughClipboard(const QString &text, const std::function<void()> &pre
     auto *served = new ServedText(read);
     served->setText(text);
     QGuiApplication::clipboard()->setMimeData(served, QClipboard::Clipboard);
+    // A paste before the hand-over would read the cleared clipboard.
+    if (const auto handOver = TextCaptureBackend::instance().clipboardHandOverDelay();
+        handOver.count() > 0)
+        waitUntil([] { return false; }, handOver);
     press();
     AccessibilityManager::settle();
     // X11 applications read the clipboard asynchronously, and a busy one may ask after the

@@ -7,6 +7,7 @@
 
 #include <Qt>
 
+#include <chrono>
 #include <optional>
 
 // What text capture needs from the windowing system, beside AT-SPI: whose window is under
@@ -57,4 +58,10 @@ public:
     // What Tolkaro puts on the clipboard reaches the active window (KWin hands the clipboard
     // of an X11 client to native Wayland windows only while an X11 window is active).
     virtual bool clipboardReachesActiveWindow() { return true; }
+    // How long a clipboard Tolkaro just set takes to reach the other applications (a
+    // Wayland compositor hands XWayland's clipboard on to its own clients a moment later).
+    virtual std::chrono::milliseconds clipboardHandOverDelay() const
+    {
+        return std::chrono::milliseconds(0);
+    }
 };

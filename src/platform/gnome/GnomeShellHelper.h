@@ -35,9 +35,10 @@ public:
     };
 
     explicit GnomeShellHelper(QObject *parent = nullptr);
+    ~GnomeShellHelper() override = default;
 
-    // The helper answers on the session bus now.
-    bool isRunning() const;
+    // The helper answers on the session bus now. Virtual, like pointer(), for tests.
+    virtual bool isRunning() const;
     // Where the helper stands, for the permission dialog.
     enum class State
     {
@@ -58,7 +59,7 @@ public:
         QPoint position;
         quint32 modifiers = 0;
     };
-    std::optional<Pointer> pointer() const;
+    virtual std::optional<Pointer> pointer() const;
 
     struct Window
     {
