@@ -249,13 +249,12 @@ void TestMoveToApplications::decideMoveOffer_data()
         QTest::newRow(name) << path << suppressed << int(offer);
     };
     row("Downloads", "/home/u/Downloads/Tolkaro-x86_64.AppImage", false, MoveOffer::Offer);
-    row("Downloads, suppressed", "/home/u/Downloads/Tolkaro.AppImage", true, MoveOffer::Suppressed);
     row("~/Applications", "/home/u/Applications/Tolkaro.AppImage", false,
         MoveOffer::AlreadyInApplications);
     row("/opt", "/opt/tolkaro/tolkaro", false, MoveOffer::AlreadyInApplications);
     row("build directory", "/home/u/src/tolkaro/build/src/app/tolkaro", false,
         MoveOffer::DevelopmentBuild);
-    // Suppression is looked at first.
+    // Suppression is looked at first, even before the build directory.
     row("build, suppressed", "/home/u/build/tolkaro", true, MoveOffer::Suppressed);
     // "build" is looked at right after the first directory, before the others.
     row("build below /opt", "/opt/build/tolkaro", false, MoveOffer::DevelopmentBuild);
