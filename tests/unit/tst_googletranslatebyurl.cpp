@@ -275,7 +275,8 @@ void TestGoogleTranslateByURL::endsEachAnswerWithOneOutcome_data()
         << Answer::well(R"([[["Hallo","Hello",null,null,10]]])") << true << QStringLiteral("Hallo")
         << QString() << QString() << QStringLiteral("[[[\"Hallo\",\"Hello\",null,null,10]]]");
     failed("HTML page with status 403", Answer::of(Behaviour::HtmlForbidden), kUnable, unableLog);
-    failed("10 MB of unclosed arrays", Answer::well(QByteArray(10 * 1024 * 1024, '[')), kUnable, unableLog);
+    failed("10 MB of unclosed arrays", Answer::well(QByteArray(10 * 1024 * 1024, '[')), kUnable,
+           unableLog);
     failed("answer whose last byte is not UTF-8",
            Answer::well(R"([[["Hallo","Hello",null,null,10]]])"
                         "\xFF"),

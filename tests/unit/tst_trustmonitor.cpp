@@ -96,7 +96,6 @@ private:
 const QString kWhere = QStringLiteral(
     " To choose another one: Tolkaro's tray menu, My Tolkaro, Keyboard Preferences...");
 
-
 } // namespace
 
 class TestTrustMonitor : public QObject

@@ -322,7 +322,8 @@ void TestUpdater::newestItem()
     QCOMPARE(newest->downloadURL.toString(), downloadURL);
 }
 
-QList<LoopbackTranslationServer::RecordedRequest> TestUpdater::sentTo(const QByteArray &target) const
+QList<LoopbackTranslationServer::RecordedRequest>
+TestUpdater::sentTo(const QByteArray &target) const
 {
     QList<LoopbackTranslationServer::RecordedRequest> sent;
     for (const auto &request : m_server->requests()) {
