@@ -60,14 +60,6 @@ bool isViewable(WindowId window)
     return windowInfo(window).value(QStringLiteral("Map State")) == QLatin1String("IsViewable");
 }
 
-QRect geometry(WindowId window)
-{
-    const QMap<QString, QString> values = windowInfo(window);
-    const auto value = [&](const char *key) { return values.value(QLatin1String(key)).toInt(); };
-    return QRect(value("Absolute upper-left X"), value("Absolute upper-left Y"), value("Width"),
-                 value("Height"));
-}
-
 // The parent window, 0 for a top-level one.
 WindowId parentOf(WindowId window)
 {
@@ -416,8 +408,6 @@ void TestTrayApplication::popoverUnderACompositorIsRoundAndShadowed()
     QCOMPARE(windowInfo(popover).value(QStringLiteral("Depth")), QStringLiteral("32"));
     QTest::qWait(300); // the compositor paints on its own schedule
     const QRect body = rectOf(popOverState());
-    QVERIFY(geometry(popover).contains(body));
-    QVERIFY(geometry(popover) != body);
     const QString shot =
         QStringLiteral(TOLKARO_DESKTOP_TEST_OUTPUT_DIR "/tst_trayapplication-composited.png");
     QCOMPARE(QProcess::execute(QStringLiteral("import"),

@@ -175,25 +175,15 @@ QRect AtspiElement::screenRect() const
     return rect;
 }
 
-QStringList AtspiElement::actionNames() const
-{
-    QStringList names;
-    const auto action = interfaceOf(m_accessible, atspi_accessible_get_action_iface);
-    const int count = action ? atspi_action_get_n_actions(action.get(), NoError()) : 0;
-    for (int i = 0; i < count; ++i)
-        names.append(takeString(atspi_action_get_action_name(action.get(), i, NoError())));
-    return names;
-}
-
 bool AtspiElement::doAction(const QString &actionName) const
 {
-    return doAction(int(actionNames().indexOf(actionName)));
-}
-
-bool AtspiElement::doAction(int index) const
-{
     const auto action = interfaceOf(m_accessible, atspi_accessible_get_action_iface);
-    return action && index >= 0 && atspi_action_do_action(action.get(), index, NoError());
+    const int count = action ? atspi_action_get_n_actions(action.get(), NoError()) : 0;
+    for (int i = 0; i < count; ++i) {
+        if (takeString(atspi_action_get_action_name(action.get(), i, NoError())) == actionName)
+            return atspi_action_do_action(action.get(), i, NoError());
+    }
+    return false;
 }
 
 namespace AtspiProbe {

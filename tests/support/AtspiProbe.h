@@ -48,10 +48,8 @@ public:
     bool grabFocus() const;
     QRect screenRect() const;
 
-    // The Action interface: the names of the actions, doing one.
-    QStringList actionNames() const;
+    // The Action interface: does the action of that name.
     bool doAction(const QString &actionName) const;
-    bool doAction(int index) const;
 
 private:
     _AtspiAccessible *m_accessible = nullptr;

@@ -44,7 +44,6 @@ struct LoopbackServerState
     QQueue<Answer> scripted;
     QList<RecordedRequest> requests;
     std::function<void(const RecordedRequest &)> observer;
-    int connections = 0;
 
     Answer takeAnswer()
     {
@@ -81,10 +80,6 @@ private:
 
     void accept(QTcpSocket *socket)
     {
-        {
-            QMutexLocker locker(&m_state.mutex);
-            ++m_state.connections;
-        }
         auto connection = std::make_shared<Connection>();
         connect(socket, &QTcpSocket::readyRead, socket, [this, socket, connection] {
             connection->buffer.append(socket->readAll());
@@ -311,12 +306,6 @@ void LoopbackTranslationServer::setRequestObserver(
 {
     QMutexLocker locker(&m_state->mutex);
     m_state->observer = std::move(observer);
-}
-
-int LoopbackTranslationServer::connectionCount() const
-{
-    QMutexLocker locker(&m_state->mutex);
-    return m_state->connections;
 }
 
 Answer LoopbackTranslationServer::Answer::htmlPage(int status)

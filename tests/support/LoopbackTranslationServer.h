@@ -106,9 +106,6 @@ public:
     // Called on the server's thread for every request, after it is recorded.
     void setRequestObserver(std::function<void(const RecordedRequest &)> observer);
 
-    // Connections accepted so far (a client reusing one connection counts once).
-    int connectionCount() const;
-
     // The echo answer for a query value as it appears in the URL (form-encoded).
     static QByteArray echoBody(const QByteArray &encodedQueryValue);
     // The echo answer for a request target ("/path?...&q=<text>").

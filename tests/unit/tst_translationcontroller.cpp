@@ -102,6 +102,7 @@ void TestTranslationController::init()
     m_languages->setLanguage2(*LanguageTable::languageWithCode("ja"));
     m_presenter = std::make_unique<RecordingPresenter>();
     m_source = std::make_unique<ScriptedTextSource>();
+    m_source->text = "Hello"; // what the pointer is over, unless a test says otherwise
     m_controller = std::make_unique<TranslationController>(*m_client, *m_languages, *m_preferences,
                                                            *m_presenter, *m_source);
     m_events.clear();
@@ -177,7 +178,6 @@ void TestTranslationController::gestureShowsSourceThenAnswer()
 
 void TestTranslationController::noTextShowsMessageAndSendsNothing()
 {
-    m_source->text = "Hello";
     pressAndWaitForAnswer();
     QVERIFY(m_controller->lastTranslatedText());
 
@@ -194,7 +194,6 @@ void TestTranslationController::noTextShowsMessageAndSendsNothing()
 
 void TestTranslationController::releaseWhilePendingHidesAndCountsTheCancel()
 {
-    m_source->text = "Hello";
     pressAndWaitForAnswer();
     QVERIFY(m_controller->lastTranslatedText());
 
@@ -218,7 +217,6 @@ void TestTranslationController::optionPastesOnlyAKeptTranslation()
     m_controller->altPressedWhenControlIsDoublePressed();
     QVERIFY(m_source->pasted.isEmpty());
 
-    m_source->text = "Hello";
     pressAndWaitForAnswer();
     m_controller->altPressedWhenControlIsDoublePressed();
     QCOMPARE(m_source->pasted, QStringList{LoopbackTranslationServer::echoTranslation("Hello")});
@@ -253,7 +251,6 @@ void TestTranslationController::actionsDriveTheTranslation()
     QFETCH(bool, shownAtEnd);
 
     // The paste needs a translation kept from an earlier gesture.
-    m_source->text = "Hello";
     pressAndWaitForAnswer();
     m_presenter->hidePopOver();
     m_presenter->texts.clear();

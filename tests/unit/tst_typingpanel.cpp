@@ -1,7 +1,8 @@
 // The typing panel and the application's side of it, without a desktop: the panel's
 // signals, its collapsed size, what goes to a real client talking to a loopback
 // endpoint, and what reaches the paste. The keyboard grab, the paste into another application
-// and the panel's growth with its top edge kept are the desktop test's.
+// and the panel's growth with its top edge kept are the desktop test's. Last, the rules of
+// the panel's shortcut: which keys record, its grabs, its matching and its text.
 
 #include "LoopbackTranslationServer.h"
 #include "common/NotificationCenter.h"
@@ -13,10 +14,21 @@
 #include "typing/TSTTextGrowth.h"
 #include "typing/TypingModeCoordinator.h"
 #include "typing/TypingModeRules.h"
+#include "typing/TypingShortcut.h"
 
 #include <QLabel>
 #include <QSignalSpy>
 #include <QTest>
+
+using namespace TypingShortcut;
+
+namespace {
+constexpr quint32 kShift = Qt::ShiftModifier;
+constexpr quint32 kCtrl = Qt::ControlModifier;
+constexpr quint32 kAlt = Qt::AltModifier;
+constexpr quint32 kMeta = Qt::MetaModifier;
+constexpr quint32 kKeypad = Qt::KeypadModifier;
+} // namespace
 
 class TestTypingPanel : public QObject
 {
@@ -31,8 +43,15 @@ private slots:
     void failedTranslationShowsAndPastesTheErrorText();
     void returnBeforeAnyTranslationAsksAtOnce();
     void shortcutClosesThroughTheOpeningPath();
-    void observerEndsWithItsContext();
-    void handlerMayAddObservers();
+    void notificationObservers();
+    void recordedKey_data();
+    void recordedKey();
+    void grabVariants_data();
+    void grabVariants();
+    void matching_data();
+    void matching();
+    void displayText_data();
+    void displayText();
 
 private:
     SpotlightWindowController *spotlight() const { return m_coordinator->spotlight(); }
@@ -160,41 +179,126 @@ void TestTypingPanel::shortcutClosesThroughTheOpeningPath()
 }
 
 // The named notifications (the shortcut's opens the panel in the typing desktop test): an
-// observer ends with its context.
-void TestTypingPanel::observerEndsWithItsContext()
+// observer ends with its context, and one added during a post hears the next post only.
+void TestTypingPanel::notificationObservers()
 {
+    const auto open = NotificationNames::kOpenTypingModeNotification;
     NotificationCenter center;
     int calls = 0;
     auto context = std::make_unique<QObject>();
-    center.addObserver(NotificationNames::kOpenTypingModeNotification, context.get(),
-                       [&](const QVariantMap &) { ++calls; });
-    center.post(NotificationNames::kOpenTypingModeNotification);
+    center.addObserver(open, context.get(), [&](const QVariantMap &) { ++calls; });
+    center.post(open);
     context.reset();
-    center.post(NotificationNames::kOpenTypingModeNotification);
+    center.post(open);
     QCOMPARE(calls, 1);
 
     QObject other;
-    center.addObserver(NotificationNames::kOpenTypingModeNotification, &other,
-                       [&](const QVariantMap &) { ++calls; });
+    center.addObserver(open, &other, [&](const QVariantMap &) { ++calls; });
     center.removeObservers(&other);
-    center.post(NotificationNames::kOpenTypingModeNotification);
+    center.post(open);
     QCOMPARE(calls, 1);
+
+    int late = 0;
+    center.addObserver(open, nullptr, [&](const QVariantMap &) {
+        center.addObserver(open, nullptr, [&](const QVariantMap &) { ++late; });
+    });
+    center.post(open);
+    QCOMPARE(late, 0);
+    center.post(open);
+    QCOMPARE(late, 1);
 }
 
-void TestTypingPanel::handlerMayAddObservers()
+void TestTypingPanel::recordedKey_data()
 {
-    NotificationCenter center;
-    int late = 0;
-    center.addObserver(NotificationNames::kOpenTypingModeNotification, nullptr,
-                       [&](const QVariantMap &) {
-                           center.addObserver(NotificationNames::kOpenTypingModeNotification,
-                                              nullptr, [&](const QVariantMap &) { ++late; });
-                       });
-    center.post(NotificationNames::kOpenTypingModeNotification);
-    // An observer added during a post hears the next one, not the current one.
-    QCOMPARE(late, 0);
-    center.post(NotificationNames::kOpenTypingModeNotification);
-    QCOMPARE(late, 1);
+    QTest::addColumn<quint32>("keySym");
+    QTest::addColumn<quint32>("modifiers");
+    QTest::addColumn<int>("expected");
+    auto row = [](const char *name, quint32 keySym, quint32 modifiers, RecordedKey expected) {
+        QTest::newRow(name) << keySym << modifiers << int(expected);
+    };
+    // Alt+Space and Ctrl+Shift+T are recorded for real in the typing desktop test.
+    row("Super+Return", 0xff0d, kMeta, RecordedKey::Accept);
+    row("bare F5", 0xffc2, 0, RecordedKey::Accept);
+    row("Shift+letter", 'A', kShift, RecordedKey::Reject);
+    row("keypad flag alone", 0xffb5, kKeypad, RecordedKey::Reject);
+    row("Alt held alone", 0xffe9, kAlt, RecordedKey::Ignore);
+    row("Escape", 0xff1b, 0, RecordedKey::Cancel);
+    row("Ctrl+Escape is a shortcut", 0xff1b, kCtrl, RecordedKey::Accept);
+    row("Backspace", 0xff08, 0, RecordedKey::Clear);
+}
+
+void TestTypingPanel::recordedKey()
+{
+    QFETCH(quint32, keySym);
+    QFETCH(quint32, modifiers);
+    QFETCH(int, expected);
+    QCOMPARE(int(decideRecordedKey(keySym, modifiers)), expected);
+}
+
+void TestTypingPanel::grabVariants_data()
+{
+    QTest::addColumn<quint32>("qtModifiers");
+    QTest::addColumn<quint16>("numLockMask");
+    QTest::addColumn<QList<quint16>>("expected");
+    QTest::newRow("Alt with Num Lock on Mod2")
+        << kAlt << X11Mask::kMod2 << QList<quint16>{0x08, 0x0a, 0x18, 0x1a};
+    QTest::newRow("no Num Lock key") << kAlt << quint16(0) << QList<quint16>{0x08, 0x0a};
+    QTest::newRow("Super with Shift")
+        << (kMeta | kShift) << X11Mask::kMod2 << QList<quint16>{0x41, 0x43, 0x51, 0x53};
+    QTest::newRow("keypad flag is not a grab bit")
+        << (kAlt | kKeypad) << X11Mask::kMod2 << QList<quint16>{0x08, 0x0a, 0x18, 0x1a};
+}
+
+void TestTypingPanel::grabVariants()
+{
+    QFETCH(quint32, qtModifiers);
+    QFETCH(quint16, numLockMask);
+    QFETCH(QList<quint16>, expected);
+    QCOMPARE(grabModifierVariants(x11ModifierMask(qtModifiers), numLockMask), expected);
+}
+
+void TestTypingPanel::matching_data()
+{
+    QTest::addColumn<quint32>("keySym");
+    QTest::addColumn<quint32>("modifiers");
+    QTest::addColumn<bool>("expected");
+    // Against Ctrl+Shift+t as recorded.
+    QTest::newRow("same key, capital from Shift") << quint32('T') << (kCtrl | kShift) << true;
+    QTest::newRow("same key, small letter") << quint32('t') << (kCtrl | kShift) << true;
+    QTest::newRow("missing Shift") << quint32('t') << kCtrl << false;
+    QTest::newRow("extra Alt") << quint32('T') << (kCtrl | kShift | kAlt) << false;
+    QTest::newRow("keypad flag ignored") << quint32('T') << (kCtrl | kShift | kKeypad) << true;
+    QTest::newRow("other key") << quint32('y') << (kCtrl | kShift) << false;
+}
+
+void TestTypingPanel::matching()
+{
+    QFETCH(quint32, keySym);
+    QFETCH(quint32, modifiers);
+    QFETCH(bool, expected);
+    QCOMPARE(matches(StoredShortcut{'t', kCtrl | kShift}, keySym, modifiers), expected);
+}
+
+void TestTypingPanel::displayText_data()
+{
+    QTest::addColumn<quint32>("keySym");
+    QTest::addColumn<quint32>("modifiers");
+    QTest::addColumn<QString>("expected");
+    // The default and a recorded shortcut are read off the recorder's button in the typing
+    // desktop test, which also clears back to the default without writing it.
+    QTest::newRow("modifiers in a fixed order") << quint32('t') << (kMeta | kShift | kAlt | kCtrl)
+                                                << QStringLiteral("Ctrl+Alt+Shift+Super+T");
+    QTest::newRow("function key") << quint32(0xffc9) << quint32(0) << QStringLiteral("F12");
+    QTest::newRow("unnamed key") << quint32(0x1008ff13) << kCtrl
+                                 << QStringLiteral("Ctrl+0x1008ff13");
+}
+
+void TestTypingPanel::displayText()
+{
+    QFETCH(quint32, keySym);
+    QFETCH(quint32, modifiers);
+    QFETCH(QString, expected);
+    QCOMPARE(TypingShortcut::displayText(StoredShortcut{keySym, modifiers}), expected);
 }
 
 QTEST_MAIN(TestTypingPanel)

