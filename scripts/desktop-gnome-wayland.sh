@@ -22,39 +22,20 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 self="$root/scripts/desktop-gnome-wayland.sh"
 step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
 uuid="tolkaro-helper@tolkaro.org"
-log() { echo "test-desktop (gnome-wayland): $*" >&2; }
-now_ms() { date +%s%3N; }
-started_ms="${TOLKARO_DESKTOP__STARTED_MS:-$(now_ms)}"
-step() { [ "${TOLKARO_DESKTOP__VERBOSE:-0}" = 1 ] && log "$1 after $(($(now_ms) - started_ms)) ms"; }
+gtk_title="Tolkaro GTK target"
+qt_title="Tolkaro Qt target"
 
-stop_pids() {
-    local pid i
-    for ((i = $# ; i > 0 ; i--)); do
-        pid="${!i}"
-        kill -TERM "$pid" 2>/dev/null || continue
-        for _ in $(seq 40); do kill -0 "$pid" 2>/dev/null || break; sleep 0.05; done
-        kill -KILL "$pid" 2>/dev/null
-        wait "$pid" 2>/dev/null
-    done
-}
+. "$root/scripts/desktop-lib.sh"
 
 if [ "${1:-}" != "--inner" ]; then
     if [ -z "${TOLKARO_GNOME__NAMESPACE:-}" ]; then
-        for tool in gnome-shell pipewire Xwayland dbus-run-session dbus-daemon gdbus unshare ss; do
-            command -v "$tool" >/dev/null ||
-                { log "error: $tool is missing (scripts/install-deps.sh)"; exit 125; }
-        done
+        require_tools gnome-shell pipewire Xwayland dbus-run-session dbus-daemon gdbus unshare ss
         TOLKARO_GNOME__NAMESPACE=1 exec unshare -m --propagation private "$self" "$@"
     fi
     # ---- Outer stage, in the private namespace: directories, settings, the system bus. ----
     [ -d /run/systemd ] && mount -t tmpfs none /run/systemd
-    dir="$(mktemp -d "${TMPDIR:-/tmp}/tolkaro-gnome.XXXXXX")" || exit 125
-    mkdir -p "$dir/config/glib-2.0/settings" "$dir/data/gnome-shell/extensions" "$dir/cache" \
-        "$dir/logs"
-    mkdir -m 0700 "$dir/runtime"
-    export XDG_RUNTIME_DIR="$dir/runtime" XDG_CONFIG_HOME="$dir/config" \
-        XDG_DATA_HOME="$dir/data" XDG_CACHE_HOME="$dir/cache" TOLKARO_DESKTOP_DIR="$dir"
-    unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY NO_AT_BRIDGE
+    make_desktop_dir gnome
+    mkdir -p "$dir/config/glib-2.0/settings" "$dir/data/gnome-shell/extensions"
     cp -r "$root/data/gnome-shell/$uuid" "$dir/data/gnome-shell/extensions/"
     export TOLKARO_GNOME_HELPER_DIR="$dir/data/gnome-shell/extensions/$uuid"
     # Settings in a key file: no dconf service to start. The helper on, no welcome tour,
@@ -79,10 +60,7 @@ SETTINGS
         local status=$?
         trap - EXIT INT TERM
         [ -n "$system_bus_pid" ] && stop_pids "$system_bus_pid"
-        if [ "$status" -ne 0 ] && [ -n "${TOLKARO_DESKTOP__LOGS:-}" ]; then
-            mkdir -p "$TOLKARO_DESKTOP__LOGS" && cp "$dir"/logs/*.log "$TOLKARO_DESKTOP__LOGS"/ \
-                2>/dev/null && log "logs kept in $TOLKARO_DESKTOP__LOGS"
-        fi
+        keep_logs_on_failure "$status" "${TOLKARO_DESKTOP__LOGS:-}"
         rm -rf "$dir"
         exit "$status"
     }
@@ -93,59 +71,16 @@ SETTINGS
         --print-pid) || { log "error: the stand-in system bus did not start"; exit 125; }
     export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$dir/system.sock"
 
-    exec 4<&0 6>&1 7>&2
-    dbus-run-session -- "$self" --inner "$@" <&4 4<&- >"$dir/logs/dbus.log" 2>&1 &
-    session_pid=$!
-    wait "$session_pid"
+    run_inner_stage "$@"
     exit $?
 fi
 
 # ---- Inner stage, in the D-Bus session: PipeWire, the shell, input, targets, COMMAND. ----
 shift
-exec 1>&6 2>&7 6>&- 7>&-
-dir="$TOLKARO_DESKTOP_DIR"
-logs="$dir/logs"
-pids=()
-bringing_up=1
-inner_teardown() {
-    local status=$?
-    trap - EXIT INT TERM
-    [ "$bringing_up" = 1 ] && [ "$status" -ne 0 ] && status=125
-    [ ${#pids[@]} -gt 0 ] && stop_pids "${pids[@]}"
-    exit "$status"
-}
-trap inner_teardown EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-fail() {
-    log "error: $1"
-    [ -n "${2:-}" ] && [ -s "$2" ] && tail -n 20 "$2" | sed 's/^/  | /' >&2
-    exit 125
-}
-wait_until() {
-    local what=$1 pid=$2 logfile=$3
-    shift 3
-    local deadline=$(($(now_ms) + step_timeout * 1000))
-    until "$@" >/dev/null 2>&1; do
-        [ -n "$pid" ] && ! kill -0 "$pid" 2>/dev/null && fail "$what: the process exited" "$logfile"
-        [ "$(now_ms)" -lt "$deadline" ] || fail "$what did not come up within ${step_timeout} s" "$logfile"
-        sleep 0.05
-    done
-}
-start() {
-    local name=$1
-    shift
-    "$@" </dev/null >"$logs/$name.log" 2>&1 &
-    pids+=($!)
-}
+begin_inner_stage
 bus_has() {
     gdbus call --session --timeout 2 --dest org.freedesktop.DBus --object-path / \
         --method org.freedesktop.DBus.NameHasOwner "$1" | grep -q true
-}
-set_a11y_enabled() {
-    gdbus call --session --timeout 5 --dest org.a11y.Bus --object-path /org/a11y/bus \
-        --method org.freedesktop.DBus.Properties.Set org.a11y.Status IsEnabled '<true>'
 }
 # The X display the shell listens on for XWayland (it may start XWayland on demand).
 xwayland_display() {
@@ -185,23 +120,8 @@ $TOLKARO_DESKTOP_INPUT key Escape || fail "the first key through the compositor"
 step "compositor input up"
 
 export TOLKARO_GTK_TARGET="$root/tests/fixtures/gtk_target.py"
-if [ "${TOLKARO_DESKTOP__TARGETS:-1}" = 1 ]; then
-    gtk_title="Tolkaro GTK target" qt_title="Tolkaro Qt target"
-    export TOLKARO_GTK_TARGET_TITLE="$gtk_title" TOLKARO_QT_TARGET_TITLE="$qt_title"
-    export TOLKARO_GTK_TARGET_LOG="$logs/gtk-target.log" TOLKARO_QT_TARGET_LOG="$logs/qt-target.log"
-    start gtk-target env GDK_BACKEND=wayland /usr/bin/python3 "$TOLKARO_GTK_TARGET" --title "$gtk_title"
-    export TOLKARO_GTK_TARGET_PID=${pids[-1]}
-    wait_until "the GTK target's window" "$TOLKARO_GTK_TARGET_PID" "$TOLKARO_GTK_TARGET_LOG" \
-        grep -q '^READY' "$TOLKARO_GTK_TARGET_LOG"
-    start qt-target env QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_QPA_PLATFORM=wayland \
-        "$TOLKARO_QT_TARGET" --title "$qt_title"
-    export TOLKARO_QT_TARGET_PID=${pids[-1]}
-    wait_until "the Qt target's window" "$TOLKARO_QT_TARGET_PID" "$TOLKARO_QT_TARGET_LOG" \
-        grep -q '^READY' "$TOLKARO_QT_TARGET_LOG"
-    /usr/bin/python3 "$root/scripts/test-desktop-wait.py" atspi-windows "$step_timeout" \
-        "$TOLKARO_GTK_TARGET_PID=$gtk_title" "$TOLKARO_QT_TARGET_PID=$qt_title" \
-        2>"$logs/atspi-wait.log" ||
-        fail "the targets did not appear on the AT-SPI desktop" "$logs/atspi-wait.log"
+if [ "$TOLKARO_DESKTOP__TARGETS" = 1 ]; then
+    start_targets wayland wayland
     # The shell places the windows itself: where they landed, for the tests' pointer.
     for which in GTK QT; do
         pid_var="TOLKARO_${which}_TARGET_PID"
@@ -209,21 +129,9 @@ if [ "${TOLKARO_DESKTOP__TARGETS:-1}" = 1 ]; then
             fail "the $which target's window was not found on the screen"
         export "TOLKARO_${which}_TARGET_ORIGIN=$origin"
     done
-    step "targets on the AT-SPI desktop"
+    step "target origins found"
 fi
 
 log "desktop up on $WAYLAND_DISPLAY (XWayland $DISPLAY) in $(($(now_ms) - started_ms)) ms"
 bringing_up=0
-exec 5<&0
-if [ "${TOLKARO_DESKTOP__TIMEOUT:-0}" != 0 ]; then
-    timeout --kill-after=5 "$TOLKARO_DESKTOP__TIMEOUT" "$@" <&5 5<&- &
-else
-    "$@" <&5 5<&- &
-fi
-command_pid=$!
-pids+=("$command_pid")
-wait "$command_pid"
-status=$?
-unset 'pids[-1]'
-[ "$status" = 124 ] && log "error: the command timed out after $TOLKARO_DESKTOP__TIMEOUT s"
-exit "$status"
+run_command "$@"

@@ -15,23 +15,11 @@ set -uo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 self="$root/scripts/desktop-kde-wayland.sh"
-wait_helper=(/usr/bin/python3 "$root/scripts/test-desktop-wait.py")
 step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
 gtk_title="Tolkaro GTK target"
 qt_title="Tolkaro Qt target"
 
 . "$root/scripts/desktop-lib.sh"
-
-# A built helper: $BUILD_DIR, ./build, the newest other build tree, then $PATH.
-find_built() {
-    local relative=$1 newest candidate
-    newest="$(ls -t "$root"/build*/"$relative" 2>/dev/null | head -n 1)"
-    for candidate in "${BUILD_DIR:-}/$relative" "$root/build/$relative" "$newest" \
-        "$(command -v "$(basename "$relative")")"; do
-        [ -x "$candidate" ] && [ -f "$candidate" ] && { echo "$candidate"; return 0; }
-    done
-    return 1
-}
 
 if [ "${1:-}" != "--inner" ]; then
     # scripts/test-desktop.sh has read the options (TOLKARO_DESKTOP__*) and found the Qt target.
@@ -39,15 +27,12 @@ if [ "${1:-}" != "--inner" ]; then
     [ $# -gt 0 ] || { log "no command given"; exit 2; }
     fake_input="${TOLKARO_FAKE_INPUT:-$(find_built tests/support/tolkaro-fake-input)}" ||
         { log "error: no tolkaro-fake-input executable; build it (cmake --build BUILD --target tolkaro-fake-input)"; exit 125; }
-    for tool in kwin_wayland Xwayland dbus-run-session gdbus /usr/bin/python3; do
-        command -v "$tool" >/dev/null || { log "error: $tool is missing (scripts/install-deps.sh)"; exit 125; }
-    done
+    require_tools kwin_wayland Xwayland dbus-run-session gdbus /usr/bin/python3
 
     started_ms="${TOLKARO_DESKTOP__STARTED_MS:-$(now_ms)}"
-    dir="$(mktemp -d "${TMPDIR:-/tmp}/tolkaro-kde.XXXXXX")" || exit 125
+    make_desktop_dir kde
     trap 'rm -rf "$dir"' EXIT
-    mkdir -p "$dir/config" "$dir/data/applications" "$dir/cache" "$dir/logs"
-    mkdir -m 0700 "$dir/runtime"
+    mkdir -p "$dir/data/applications"
     # KWin grants its fake-input protocol only to a program whose desktop file asks for it
     # and whose Exec= is that program's own path.
     fake_input="$(readlink -f "$fake_input")"
@@ -58,52 +43,23 @@ if [ "${1:-}" != "--inner" ]; then
     printf '[Xwayland]\nXwaylandEavesdrops=Modifiers\n' >"$dir/config/kwinrc"
     # The installed binary carries file capabilities that a container refuses to honour.
     cp "$(command -v kwin_wayland)" "$dir/kwin_wayland"
-    export XDG_RUNTIME_DIR="$dir/runtime" XDG_CONFIG_HOME="$dir/config" \
-        XDG_DATA_HOME="$dir/data" XDG_CACHE_HOME="$dir/cache" TOLKARO_DESKTOP_DIR="$dir" \
-        TOLKARO_DESKTOP_INPUT="$fake_input"
-    export TOLKARO_DESKTOP__STARTED_MS="$started_ms"
-    unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY NO_AT_BRIDGE
-    exec 4<&0 6>&1 7>&2
-    dbus-run-session -- "$self" --inner "$@" <&4 4<&- >"$dir/logs/dbus.log" 2>&1
+    export TOLKARO_DESKTOP_INPUT="$fake_input" TOLKARO_DESKTOP__STARTED_MS="$started_ms"
+    run_inner_stage "$@"
     status=$?
-    if [ "$status" -ne 0 ] && [ -n "$keep_logs" ]; then
-        mkdir -p "$keep_logs" && cp "$dir"/logs/*.log "$keep_logs"/ 2>/dev/null && log "logs kept in $keep_logs"
-    fi
+    keep_logs_on_failure "$status" "$keep_logs"
     exit "$status"
 fi
 
 # ---- Inner stage, inside the D-Bus session. ----
 shift
-exec 1>&6 2>&7 6>&- 7>&-
-dir="$TOLKARO_DESKTOP_DIR"
-logs="$dir/logs"
-verbose="$TOLKARO_DESKTOP__VERBOSE"
-started_ms="$TOLKARO_DESKTOP__STARTED_MS"
-pids=()
-bringing_up=1
-inner_teardown() {
-    local status=$?
-    trap - EXIT INT TERM
-    if [ "$status" -ne 0 ] && [ -n "$TOLKARO_DESKTOP__SCREENSHOT" ] && [ -n "${DISPLAY:-}" ]; then
-        import -window root "$TOLKARO_DESKTOP__SCREENSHOT" 2>/dev/null &&
-            log "screenshot (XWayland windows only) saved to $TOLKARO_DESKTOP__SCREENSHOT"
-    fi
-    [ "$bringing_up" = 1 ] && [ "$status" -ne 0 ] && status=125
-    [ ${#pids[@]} -gt 0 ] && stop_pids "${pids[@]}"
-    exit "$status"
-}
-trap inner_teardown EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
+begin_inner_stage
 kwin_call() {
     local dest=org.kde.KWin
     [ "$2" = /kglobalaccel ] && dest=org.kde.kglobalaccel
     gdbus call --session --timeout 5 --dest "$dest" "$@"
 }
 
-wait_until "the accessibility switch (org.a11y.Status)" "" "" \
-    gdbus call --session --timeout 5 --dest org.a11y.Bus --object-path /org/a11y/bus \
-    --method org.freedesktop.DBus.Properties.Set org.a11y.Status IsEnabled '<true>'
+wait_until "the accessibility switch (org.a11y.Status)" "" "" set_a11y_enabled
 step "accessibility on"
 
 start kwin "$dir/kwin_wayland" --virtual --xwayland --width 1280 --height 800 --socket wayland-tolkaro
@@ -145,23 +101,9 @@ kwin_call --object-path "/$id" --method org.kde.kwin.Script.run >/dev/null ||
 
 export TOLKARO_GTK_TARGET="$root/tests/fixtures/gtk_target.py"
 if [ "$TOLKARO_DESKTOP__TARGETS" = 1 ]; then
-    export TOLKARO_GTK_TARGET_TITLE="$gtk_title" TOLKARO_QT_TARGET_TITLE="$qt_title"
-    export TOLKARO_GTK_TARGET_LOG="$logs/gtk-target.log" TOLKARO_QT_TARGET_LOG="$logs/qt-target.log"
     # Their toolkits give AT-SPI positions within the window: add these for the screen.
     export TOLKARO_GTK_TARGET_ORIGIN=40,40 TOLKARO_QT_TARGET_ORIGIN=680,40
-    start gtk-target env GDK_BACKEND=wayland /usr/bin/python3 "$TOLKARO_GTK_TARGET" --title "$gtk_title"
-    export TOLKARO_GTK_TARGET_PID=$!
-    start qt-target env QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_QPA_PLATFORM=wayland \
-        "$TOLKARO_QT_TARGET" --title "$qt_title"
-    export TOLKARO_QT_TARGET_PID=$!
-    wait_until "the GTK target's window (READY in its output)" "$TOLKARO_GTK_TARGET_PID" \
-        "$TOLKARO_GTK_TARGET_LOG" grep -q '^READY' "$TOLKARO_GTK_TARGET_LOG"
-    wait_until "the Qt target's window (READY in its output)" "$TOLKARO_QT_TARGET_PID" \
-        "$TOLKARO_QT_TARGET_LOG" grep -q '^READY' "$TOLKARO_QT_TARGET_LOG"
-    "${wait_helper[@]}" atspi-windows "$step_timeout" \
-        "$TOLKARO_GTK_TARGET_PID=$gtk_title" "$TOLKARO_QT_TARGET_PID=$qt_title" 2>"$logs/atspi-wait.log" ||
-        fail "the targets did not appear on the AT-SPI desktop within ${step_timeout} s:" "$logs/atspi-wait.log"
-    step "targets on the AT-SPI desktop"
+    start_targets wayland wayland
 fi
 
 log "kde-wayland desktop up (WAYLAND_DISPLAY=$WAYLAND_DISPLAY, XWayland $DISPLAY) in $(($(now_ms) - started_ms)) ms"

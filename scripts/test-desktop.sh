@@ -35,7 +35,6 @@ set -uo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 self="$root/scripts/test-desktop.sh"
-wait_helper=(/usr/bin/python3 "$root/scripts/test-desktop-wait.py")
 step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
 gtk_title="Tolkaro GTK target"
 qt_title="Tolkaro Qt target"
@@ -67,13 +66,7 @@ if [ "${1:-}" != "--inner" ]; then
     [ $# -gt 0 ] || { log "no command given"; usage; }
 
     if [ "$targets" = 1 ] && [ -z "$qt_target" ]; then
-        # $BUILD_DIR, ./build, the newest of the other build trees, then $PATH.
-        newest_build="$(ls -t "$root"/build*/tests/fixtures/tolkaro-qt-target 2>/dev/null | head -n 1)"
-        for candidate in "${BUILD_DIR:-}/tests/fixtures/tolkaro-qt-target" \
-            "$root/build/tests/fixtures/tolkaro-qt-target" "$newest_build" \
-            "$(command -v tolkaro-qt-target)"; do
-            [ -x "$candidate" ] && [ -f "$candidate" ] && { qt_target="$candidate"; break; }
-        done
+        qt_target="$(find_built tests/fixtures/tolkaro-qt-target)"
     fi
     if [ "$targets" = 1 ] && [ ! -x "$qt_target" ]; then
         log "error: no tolkaro-qt-target executable; build it (cmake --build BUILD --target" \
@@ -89,20 +82,13 @@ if [ "${1:-}" != "--inner" ]; then
             TOLKARO_DESKTOP__STARTED_MS="$(now_ms)" TOLKARO_QT_TARGET="$qt_target"
         exec "$root/scripts/desktop-$session.sh" "$@"
     fi
-    for tool in Xvfb dbus-run-session gdbus openbox trayer xprop /usr/bin/python3; do
-        command -v "$tool" >/dev/null || { log "error: $tool is missing (scripts/install-deps.sh)"; exit 125; }
-    done
+    require_tools Xvfb dbus-run-session gdbus openbox trayer xprop /usr/bin/python3
 
     started_ms=$(now_ms)
-    dir="$(mktemp -d "${TMPDIR:-/tmp}/tolkaro-desktop.XXXXXX")" || exit 125
-    mkdir -p "$dir/config" "$dir/data" "$dir/cache" "$dir/logs"
-    mkdir -m 0700 "$dir/runtime"
-    export XDG_RUNTIME_DIR="$dir/runtime" XDG_CONFIG_HOME="$dir/config" \
-        XDG_DATA_HOME="$dir/data" XDG_CACHE_HOME="$dir/cache" TOLKARO_DESKTOP_DIR="$dir"
+    make_desktop_dir desktop
     export TOLKARO_DESKTOP__TARGETS="$targets" TOLKARO_DESKTOP__TIMEOUT="$command_timeout" \
         TOLKARO_DESKTOP__SCREENSHOT="$screenshot" TOLKARO_DESKTOP__VERBOSE="$verbose" \
         TOLKARO_DESKTOP__STARTED_MS="$started_ms" TOLKARO_QT_TARGET="$qt_target"
-    unset DBUS_SESSION_BUS_ADDRESS AT_SPI_BUS_ADDRESS WAYLAND_DISPLAY DISPLAY NO_AT_BRIDGE
 
     xvfb_pid="" session_pid=""
     outer_teardown() {
@@ -115,10 +101,7 @@ if [ "${1:-}" != "--inner" ]; then
             stop_pids "$session_pid"
         fi
         [ -n "$xvfb_pid" ] && stop_pids "$xvfb_pid"
-        if [ "$status" -ne 0 ] && [ -n "$keep_logs" ]; then
-            mkdir -p "$keep_logs" && cp "$dir"/logs/*.log "$keep_logs"/ 2>/dev/null &&
-                log "logs kept in $keep_logs"
-        fi
+        keep_logs_on_failure "$status" "$keep_logs"
         rm -rf "$dir"
         exit "$status"
     }
@@ -143,49 +126,15 @@ if [ "${1:-}" != "--inner" ]; then
     export DISPLAY=":$(cat "$dir/display")"
     [ "$verbose" = 1 ] && log "Xvfb on $DISPLAY after $(($(now_ms) - started_ms)) ms"
 
-    # The inner stage runs inside the D-Bus session, which ends (taking the accessibility
-    # bus with it) when the inner stage exits.
-    # The bus daemons write their chatter to the session's stdout and stderr: send that to
-    # a log and hand the inner stage our own stdout and stderr on fds 6 and 7.
-    exec 4<&0 6>&1 7>&2
-    dbus-run-session -- "$self" --inner "$@" <&4 4<&- >"$dir/logs/dbus.log" 2>&1 &
-    session_pid=$!
-    wait "$session_pid"
-    status=$?
-    session_pid=""
-    exit "$status"
+    run_inner_stage "$@"
+    exit $?
 fi
 
 # ---- Inner stage: accessibility, window manager, tray, targets, the command. ----
 shift
-exec 1>&6 2>&7 6>&- 7>&-
-dir="$TOLKARO_DESKTOP_DIR"
-logs="$dir/logs"
-verbose="$TOLKARO_DESKTOP__VERBOSE"
-started_ms="$TOLKARO_DESKTOP__STARTED_MS"
-screenshot="$TOLKARO_DESKTOP__SCREENSHOT"
+begin_inner_stage
 echo $$ >"$dir/inner.pid"
 
-pids=()
-bringing_up=1
-inner_teardown() {
-    local status=$?
-    trap - EXIT INT TERM
-    if [ "$status" -ne 0 ] && [ -n "$screenshot" ]; then
-        import -window root "$screenshot" 2>/dev/null && log "screenshot saved to $screenshot"
-    fi
-    [ "$bringing_up" = 1 ] && [ "$status" -ne 0 ] && status=125
-    [ ${#pids[@]} -gt 0 ] && stop_pids "${pids[@]}"
-    exit "$status"
-}
-trap inner_teardown EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-set_a11y_enabled() {
-    gdbus call --session --timeout 5 --dest org.a11y.Bus --object-path /org/a11y/bus \
-        --method org.freedesktop.DBus.Properties.Set org.a11y.Status IsEnabled '<true>'
-}
 a11y_registry_answers() {
     local address
     address=$(gdbus call --session --timeout 2 --dest org.a11y.Bus --object-path /org/a11y/bus \
@@ -198,7 +147,6 @@ a11y_registry_answers() {
 }
 wm_is_running() { xprop -root _NET_SUPPORTING_WM_CHECK | grep -q 'window id'; }
 
-# Accessibility first: applications check it once, when they start.
 wait_until "the accessibility switch (org.a11y.Status on the session bus)" "" "" set_a11y_enabled
 wait_until "the AT-SPI registry (accessibility bus)" "" "" a11y_registry_answers
 step "accessibility bus up"
@@ -213,30 +161,11 @@ start trayer trayer --edge bottom --align right --widthtype request --height 24 
     --SetDockType true --SetPartialStrut true --transparent false --tint 0x303030
 export TOLKARO_TRAY_PID=$!
 wait_until "the system tray (trayer; owner of _NET_SYSTEM_TRAY_S0)" "$TOLKARO_TRAY_PID" \
-    "$logs/trayer.log" "${wait_helper[@]}" selection-owner _NET_SYSTEM_TRAY_S0 0
+    "$logs/trayer.log" /usr/bin/python3 "$root/scripts/test-desktop-wait.py" selection-owner _NET_SYSTEM_TRAY_S0 0
 step "tray up"
 
 export TOLKARO_GTK_TARGET="$root/tests/fixtures/gtk_target.py"
-if [ "$TOLKARO_DESKTOP__TARGETS" = 1 ]; then
-    export TOLKARO_GTK_TARGET_TITLE="$gtk_title" TOLKARO_QT_TARGET_TITLE="$qt_title"
-    export TOLKARO_GTK_TARGET_LOG="$logs/gtk-target.log" TOLKARO_QT_TARGET_LOG="$logs/qt-target.log"
-    start gtk-target env GDK_BACKEND=x11 /usr/bin/python3 "$root/tests/fixtures/gtk_target.py" \
-        --title "$gtk_title"
-    export TOLKARO_GTK_TARGET_PID=$!
-    start qt-target env QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_QPA_PLATFORM=xcb \
-        "$TOLKARO_QT_TARGET" --title "$qt_title"
-    export TOLKARO_QT_TARGET_PID=$!
-    wait_until "the GTK target's window (READY in its output)" "$TOLKARO_GTK_TARGET_PID" \
-        "$TOLKARO_GTK_TARGET_LOG" grep -q '^READY' "$TOLKARO_GTK_TARGET_LOG"
-    wait_until "the Qt target's window (READY in its output)" "$TOLKARO_QT_TARGET_PID" \
-        "$TOLKARO_QT_TARGET_LOG" grep -q '^READY' "$TOLKARO_QT_TARGET_LOG"
-    step "target windows mapped"
-    "${wait_helper[@]}" atspi-windows "$step_timeout" \
-        "$TOLKARO_GTK_TARGET_PID=$gtk_title" "$TOLKARO_QT_TARGET_PID=$qt_title" 2>"$logs/atspi-wait.log" ||
-        fail "the target applications did not appear on the AT-SPI desktop within ${step_timeout} s:" \
-            "$logs/atspi-wait.log"
-    step "targets on the AT-SPI desktop"
-fi
+[ "$TOLKARO_DESKTOP__TARGETS" = 1 ] && start_targets x11 xcb
 
 log "desktop up on $DISPLAY in $(($(now_ms) - started_ms)) ms"
 bringing_up=0
