@@ -20,10 +20,7 @@ set -uo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 self="$root/scripts/desktop-gnome-wayland.sh"
-step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
 uuid="tolkaro-helper@tolkaro.org"
-gtk_title="Tolkaro GTK target"
-qt_title="Tolkaro Qt target"
 
 . "$root/scripts/desktop-lib.sh"
 

@@ -15,9 +15,6 @@ set -uo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 self="$root/scripts/desktop-kde-wayland.sh"
-step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
-gtk_title="Tolkaro GTK target"
-qt_title="Tolkaro Qt target"
 
 . "$root/scripts/desktop-lib.sh"
 

@@ -1,7 +1,11 @@
 # Functions shared by the test desktop's sessions (scripts/test-desktop.sh and the
 # scripts/desktop-*.sh it runs); sourced, not run. They use the caller's root, self, dir,
-# step_timeout, verbose, started_ms, logs, pids, gtk_title, qt_title and the
-# TOLKARO_DESKTOP__* settings.
+# verbose, started_ms, logs, pids and the TOLKARO_DESKTOP__* settings.
+
+# What every session shares: the bound on each wait of the bring-up, the targets' titles.
+step_timeout="${TOLKARO_DESKTOP_STEP_TIMEOUT:-15}"
+gtk_title="Tolkaro GTK target"
+qt_title="Tolkaro Qt target"
 
 log() { echo "test-desktop: $*" >&2; }
 now_ms() { date +%s%3N; }
