@@ -1,9 +1,6 @@
-// The X11 key monitor on a real desktop: modifier keys pressed through XTest while a GTK
-// application has the focus arrive as the gesture's key events, in order, with the keys
-// held after each; every other key is dropped and still reaches the
-// application; keyboard mapping changes are followed; held keys are picked up at install;
-// Tolkaro's own announced keystrokes are passed over; and a server without XInput 2 is
-// found out before the monitor is installed.
+// The X11 key monitor on a real desktop, keys sent through XTest to a focused GTK window:
+// modifiers arrive in order with the keys held after each, other keys only reach the window,
+// mapping changes are followed, and a server without XInput 2 is found out before install.
 
 #include "AtspiProbe.h"
 #include "DesktopInput.h"
@@ -23,9 +20,8 @@ namespace {
 constexpr int kLeftControl = 37, kRightControl = 105, kLeftAlt = 64, kRightAlt = 108,
               kLeftSuper = 133, kMenuKey = 135;
 
-// What a test expects of one event: the key and the keys held after the change.
-using Reported = QPair<int, int>;
-using ReportedList = QList<Reported>;
+// Per event: the key and the keys held after the change.
+using ReportedList = QList<QPair<int, int>>;
 
 // xdotool's "keydown 37", "keyup 37" or "key 37" (a tap).
 QStringList key(int keyCode, const char *what)
@@ -39,8 +35,7 @@ constexpr int LC = int(GestureKey::LeftControl), RC = int(GestureKey::RightContr
               LA = int(GestureKey::LeftAlt), RA = int(GestureKey::RightAlt),
               AL = int(GestureKey::AlternativeLanguage);
 
-// A monitor of the desktop's X server (alternative-language key left Super) and what it
-// reports.
+// A monitor of the desktop's X server and what it reports.
 class Recorder
 {
 public:
@@ -99,7 +94,6 @@ auto remapKey(int keyCode, const char *keysymName)
     });
 }
 
-// A gesture key's press and release as reported.
 ReportedList tapOf(int key)
 {
     return {{key, key}, {key, 0}};

@@ -1,8 +1,6 @@
-// The gesture and the replace over applications running natively on a
-// Wayland desktop, against the real tolkaro, keys and pointer through the compositor's own
-// input path ($TOLKARO_DESKTOP_INPUT). Shared by the Wayland test desktops: the elements'
-// accessibility extents are window-relative there, so points on the screen are their
-// window's origin (TOLKARO_<TARGET>_TARGET_ORIGIN) plus those extents.
+// The gesture and the replace over native applications on the Wayland test desktops, against
+// the real tolkaro, input through the compositor ($TOLKARO_DESKTOP_INPUT). Extents are
+// window-relative there: a screen point is TOLKARO_<TARGET>_TARGET_ORIGIN plus them.
 
 #include "AtspiProbe.h"
 #include "DesktopClipboard.h"
@@ -48,6 +46,11 @@ QPoint pointAt(const QString &target, const AtspiElement &element)
             .split(u',');
     return QPoint(origin.value(0).toInt(), origin.value(1).toInt()) +
            element.screenRect().center();
+}
+
+QPoint labelPoint(const QString &target)
+{
+    return pointAt(target, element(target, kLabelText, QStringLiteral("label")));
 }
 
 bool input(const QString &words)
@@ -142,9 +145,7 @@ void TestWaylandGesture::cleanupTestCase()
 bool TestWaylandGesture::selectWorld(const QString &target)
 {
     const AtspiElement entry = element(target, kEntry);
-    return input(QStringLiteral("mousemove %1 %2 click 1")
-                     .arg(pointAt(target, entry).x())
-                     .arg(pointAt(target, entry).y())) &&
+    return DesktopInput::click(pointAt(target, entry)) &&
            QTest::qWaitFor([&] { return entry.isFocused(); }, 5000) &&
            entry.setText(QStringLiteral("Hello world")) && entry.selectText(6, 11) &&
            QTest::qWaitFor([&] { return entry.selectedText() == u"world"; }, 5000);
@@ -174,8 +175,7 @@ void TestWaylandGesture::gestureShowsTheTextThenItsTranslation()
     const QString shown = text.isEmpty() ? name : text;
     m_server.enqueueAnswer(Answer::slowly(LoopbackTranslationServer::echoBody("Übersetzt"), 1500));
     const QPoint pointer = pointAt(target, pointed);
-    QVERIFY(input(QStringLiteral("mousemove %1 %2").arg(pointer.x()).arg(pointer.y())));
-    QVERIFY(input(QStringLiteral("keydown 37 sleep 0.06 keyup 37 sleep 0.1 keydown 37")));
+    QVERIFY(DesktopInput::moveTo(pointer) && DesktopInput::doublePressAndHold(37));
     QTRY_COMPARE_WITH_TIMEOUT(popoverText(), shown, 5000);
 
     // At the pointer: over or under it, never covering it.
@@ -208,11 +208,7 @@ void TestWaylandGesture::selectionWins()
     QFETCH(QString, target);
     QVERIFY(selectWorld(target));
     // Pointing at the label of the same window: the selection is what the user means.
-    const QPoint label = pointAt(target, element(target, kLabelText, QStringLiteral("label")));
-    QVERIFY(input(QStringLiteral("mousemove %1 %2 keydown 37 sleep 0.06 keyup 37 sleep 0.1 "
-                                 "keydown 37")
-                      .arg(label.x())
-                      .arg(label.y())));
+    QVERIFY(DesktopInput::moveTo(labelPoint(target)) && DesktopInput::doublePressAndHold(37));
     QTRY_COMPARE(popoverText(), LoopbackTranslationServer::echoTranslation(QStringLiteral("world")));
 }
 
@@ -229,11 +225,9 @@ void TestWaylandGesture::gesturesThatDoNothing()
     // The GTK 3 window focused: it tells the keys' sides (GTK 4 windows do not; Qt 6.4 on
     // Wayland forwards no keys at all).
     const AtspiElement entry = element(QStringLiteral("GTK"), kEntry);
-    const QPoint focus = pointAt(QStringLiteral("GTK"), entry);
-    QVERIFY(input(QStringLiteral("mousemove %1 %2 click 1").arg(focus.x()).arg(focus.y())));
+    QVERIFY(DesktopInput::click(pointAt(QStringLiteral("GTK"), entry)));
     QTRY_VERIFY(entry.isFocused());
-    const QPoint label = pointAt(QStringLiteral("GTK"),
-                                 element(QStringLiteral("GTK"), kLabelText, QStringLiteral("label")));
+    const QPoint label = labelPoint(QStringLiteral("GTK"));
     QVERIFY(input(QStringLiteral("mousemove %1 %2 %3").arg(label.x()).arg(label.y()).arg(keys)));
     QTest::qWait(kNothingHappensWait);
     QVERIFY(!popoverShown());
@@ -244,12 +238,8 @@ void TestWaylandGesture::alternativeKeyAsksAgain()
 {
     if (!onGnome())
         QSKIP("KWin keeps Meta (Super) to itself while a native Qt window has the focus");
-    const QPoint label = pointAt(QStringLiteral("GTK"),
-                                 element(QStringLiteral("GTK"), kLabelText, QStringLiteral("label")));
-    QVERIFY(input(QStringLiteral("mousemove %1 %2 keydown 37 sleep 0.06 keyup 37 sleep 0.1 "
-                                 "keydown 37")
-                      .arg(label.x())
-                      .arg(label.y())));
+    QVERIFY(DesktopInput::moveTo(labelPoint(QStringLiteral("GTK"))) &&
+            DesktopInput::doublePressAndHold(37));
     QTRY_COMPARE(m_server.requestCount(), 1);
     // Super_L, the alternative-language key by default: the same text, into English.
     QVERIFY(input(QStringLiteral("keydown 133")));
@@ -273,7 +263,7 @@ void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard()
     QVERIFY(DesktopClipboard::setText(before));
     m_server.enqueueAnswer(
         Answer::well(QByteArrayLiteral(R"([[["Welt","world",null,null,10]],null,"en"])")));
-    QVERIFY(input(QStringLiteral("keydown 37 sleep 0.06 keyup 37 sleep 0.1 keydown 37")));
+    QVERIFY(DesktopInput::doublePressAndHold(37));
     QTRY_COMPARE(popoverText(), QStringLiteral("Welt"));
     QVERIFY(input(QStringLiteral("keydown 64 sleep 0.08 keyup 64")));
     const AtspiElement entry = element(target, kEntry);
