@@ -1,8 +1,6 @@
 #include "UIElementHitTest.h"
 
-#include "AtspiCoordinates.h"
 #include "AtspiGuard.h"
-#include "UIElementText.h"
 #include "UIElementUtilities.h"
 #include "pointing/ChildAtPoint.h"
 
@@ -25,6 +23,11 @@ constexpr int kMaxChildrenSearched = 64;
 // a slow application cannot stall the gesture; the deepest element found so far stands.
 constexpr int kMaxElementsVisited = 300;
 constexpr qint64 kMaxSearchMs = 500;
+
+AtspiCoordType coordinateType(const UIElementHitTest::ApplicationPoint &at)
+{
+    return at.windowRelative ? ATSPI_COORD_TYPE_WINDOW : ATSPI_COORD_TYPE_SCREEN;
+}
 
 // Whether the element's extents contain the point; nullopt when it cannot say.
 std::optional<bool> contains(const UIElement &element, const UIElementHitTest::ApplicationPoint &at)
@@ -176,6 +179,17 @@ UIElement windowAt(const UIElement &application, const UIElementHitTest::Applica
     return window;
 }
 
+// The number of characters of the element's text; nullopt without one.
+std::optional<gint> characterCount(const UIElement &element)
+{
+    const auto text = interfaceOf(element.accessible(), atspi_accessible_get_text_iface);
+    if (!text)
+        return std::nullopt;
+    GError *error = nullptr;
+    const gint count = atspi_text_get_character_count(text.get(), &error);
+    return failed(error) ? std::nullopt : std::optional<gint>(count);
+}
+
 // What the user points at, for the element get_accessible_at_point ended with.
 UIElement pointedElement(const UIElement &deepest, const UIElement &window)
 {
@@ -239,13 +253,13 @@ UIElement UIElementHitTest::elementAtScreenPoint(const UIElement &application,
             return {};
         const UIElement pointed =
             pointedElement(PointSearch(at, true).deepestWithin(window, true, 0), window);
-        if (UIElementText::characterCount(pointed) != 0 || gaveUpOnThisThread())
+        if (characterCount(pointed) != 0 || gaveUpOnThisThread())
             return pointed;
         // An empty text: Qt answers with the first child that claims the point, even one
         // that another child covers (an empty bar beneath a text view). By extents alone, a
         // text may be found.
         const UIElement byExtents =
             pointedElement(PointSearch(at, false).deepestWithin(window, true, 0), window);
-        return UIElementText::characterCount(byExtents).value_or(0) > 0 ? byExtents : pointed;
+        return characterCount(byExtents).value_or(0) > 0 ? byExtents : pointed;
     });
 }

@@ -1,7 +1,7 @@
 #include "UIElementText.h"
 
-#include "AtspiCoordinates.h"
 #include "AtspiGuard.h"
+#include "UIElementHitTest.h"
 #include "UIElementUtilities.h"
 #include "text/Paragraphs.h"
 
@@ -27,21 +27,6 @@ constexpr char32_t kEmbeddedObject = U'\uFFFC';
 GObjectRef<AtspiText> textOf(AtspiAccessible *accessible)
 {
     return interfaceOf(accessible, atspi_accessible_get_text_iface);
-}
-
-// The number of characters of a text; nullopt when the application does not say.
-std::optional<gint> characterCountOf(AtspiText *text)
-{
-    GError *error = nullptr;
-    const gint count = atspi_text_get_character_count(text, &error);
-    return failed(error) ? std::nullopt : std::optional<gint>(count);
-}
-
-// Qt counts offsets and lengths in UTF-16 units, where other toolkits count characters.
-bool isQtToolkit(const UIElement &element)
-{
-    return UIElementUtilities::toolkitOfUIElement(element).name.compare(QLatin1String("qt"),
-                                                                        Qt::CaseInsensitive) == 0;
 }
 
 std::optional<QString> selectionOf(AtspiAccessible *accessible, int depth, int &budget);
@@ -153,6 +138,11 @@ std::optional<QString> contentsOf(AtspiAccessible *accessible, int depth, int &b
     if (failed(error))
         return std::nullopt;
     return withEmbeddedObjects(accessible, contents, 0, ChildPart::Inline, depth, budget);
+}
+
+AtspiCoordType coordinateType(const UIElementHitTest::ApplicationPoint &at)
+{
+    return at.windowRelative ? ATSPI_COORD_TYPE_WINDOW : ATSPI_COORD_TYPE_SCREEN;
 }
 
 // The vertical scroll bar's value among an element's children and grandchildren (where Qt
@@ -276,24 +266,16 @@ gint offsetAtPoint(AtspiAccessible *accessible, AtspiText *text, gint count,
     return offset;
 }
 
-// An element's text (read by contentsOf or selectionOf) with its children's, on the AT-SPI
-// thread; nullopt for a null element.
-using TextReader = std::optional<QString> (*)(AtspiAccessible *, int depth, int &budget);
-std::optional<QString> readWithChildren(const UIElement &element, TextReader read)
+} // namespace
+
+std::optional<QString> UIElementText::contents(const UIElement &element)
 {
     if (!element)
         return std::nullopt;
     return run<std::optional<QString>>([=] {
         int budget = kChildBudget;
-        return read(element.accessible(), 0, budget);
+        return contentsOf(element.accessible(), 0, budget);
     });
-}
-
-} // namespace
-
-std::optional<QString> UIElementText::contents(const UIElement &element)
-{
-    return readWithChildren(element, contentsOf);
 }
 
 std::optional<qsizetype> UIElementText::characterCount(const UIElement &element)
@@ -304,13 +286,20 @@ std::optional<qsizetype> UIElementText::characterCount(const UIElement &element)
         const auto text = textOf(element.accessible());
         if (!text)
             return std::nullopt;
-        return characterCountOf(text.get());
+        GError *error = nullptr;
+        const gint count = atspi_text_get_character_count(text.get(), &error);
+        return failed(error) ? std::nullopt : std::optional<qsizetype>(count);
     });
 }
 
 std::optional<QString> UIElementText::selectedText(const UIElement &element)
 {
-    return readWithChildren(element, selectionOf);
+    if (!element)
+        return std::nullopt;
+    return run<std::optional<QString>>([=] {
+        int budget = kChildBudget;
+        return selectionOf(element.accessible(), 0, budget);
+    });
 }
 
 std::optional<UIElementText::PointedText>
@@ -323,10 +312,10 @@ UIElementText::textAtScreenPoint(const UIElement &element, const QPoint &screenP
         const auto text = textOf(element.accessible());
         if (!text)
             return std::nullopt;
-        const std::optional<gint> characters = characterCountOf(text.get());
-        if (!characters)
+        GError *error = nullptr;
+        const gint count = atspi_text_get_character_count(text.get(), &error);
+        if (failed(error))
             return std::nullopt;
-        const gint count = *characters;
         if (count <= 0)
             return PointedText{};
         const UIElementHitTest::ApplicationPoint at =
@@ -334,7 +323,6 @@ UIElementText::textAtScreenPoint(const UIElement &element, const QPoint &screenP
         // A short text is read whole, to tell one paragraph from several; of a long one only
         // the stretch around the point, which holds its paragraph up to the gesture's cut.
         const bool whole = count <= kWholeTextCharacters;
-        GError *error = nullptr;
         QString window;
         if (whole) {
             window = takeString(atspi_text_get_text(text.get(), 0, count, &error));
@@ -346,7 +334,8 @@ UIElementText::textAtScreenPoint(const UIElement &element, const QPoint &screenP
                                                        ChildPart::Inline, 0, budget),
                                    false};
         }
-        const bool qtToolkit = isQtToolkit(element);
+        const bool qtToolkit = UIElementUtilities::toolkitOfUIElement(element).name.compare(
+                                   QLatin1String("qt"), Qt::CaseInsensitive) == 0;
         const gint offset = offsetAtPoint(element.accessible(), text.get(), count, at, qtToolkit);
         if (offset < 0)
             return PointedText{};
@@ -384,7 +373,8 @@ bool UIElementText::replaceSelectedText(const UIElement &element, const QString 
     return run<bool>([=] {
         // Qt counts lengths and offsets in UTF-16 code units; GTK lengths in bytes, and
         // everyone else's offsets in characters.
-        const bool qtToolkit = isQtToolkit(element);
+        const bool qtToolkit = UIElementUtilities::toolkitOfUIElement(element).name.compare(
+                                   QLatin1String("qt"), Qt::CaseInsensitive) == 0;
         AtspiAccessible *accessible = element.accessible();
         if (!UIElementUtilities::statesOfUIElement(element).testFlag(UIElementState::Editable))
             return false;
