@@ -21,16 +21,15 @@ using Children = QList<ChildAtPoint::Child>;
 Q_DECLARE_METATYPE(Children)
 
 namespace QTest {
-template <>
-char *toString(const std::optional<QString> &value)
+template <> char *toString(const std::optional<QString> &value)
 {
     return qstrdup(value ? qPrintable(QStringLiteral("\"%1\"").arg(*value)) : "nullopt");
 }
-template <>
-char *toString(const std::optional<MenuKeyBinding> &value)
+template <> char *toString(const std::optional<MenuKeyBinding> &value)
 {
-    return qstrdup(value ? qPrintable(QStringLiteral("%1 modifiers %2").arg(value->key).arg(value->modifiers))
-                         : "nullopt");
+    return qstrdup(
+        value ? qPrintable(QStringLiteral("%1 modifiers %2").arg(value->key).arg(value->modifiers))
+              : "nullopt");
 }
 } // namespace QTest
 
@@ -39,261 +38,258 @@ class TestCaptureRules : public QObject
     Q_OBJECT
 
 private slots:
-    void longestTextWithLetters_data();
-    void longestTextWithLetters();
-    void childSearchOrder_data();
-    void childSearchOrder();
-    void paragraphAround_data();
-    void paragraphAround();
-    void menuKeyBinding_data();
-    void menuKeyBinding();
-    void pointConversion_data();
-    void pointConversion();
-    void busServerId_data();
-    void busServerId();
-    void primarySelectionFreshness_data();
-    void primarySelectionFreshness();
-    void ownSyntheticKeys_data();
-    void ownSyntheticKeys();
-};
+    void longestTextWithLetters_data()
+    {
+        QTest::addColumn<Candidates>("candidates");
+        QTest::addColumn<std::optional<QString>>("expected");
 
-void TestCaptureRules::longestTextWithLetters_data()
-{
-    QTest::addColumn<Candidates>("candidates");
-    QTest::addColumn<std::optional<QString>>("expected");
-
-    const std::optional<QString> none;
-    QTest::newRow("help text longer than the title")
-        << Candidates{none, QStringLiteral("OK"), QStringLiteral("Click to confirm"), none}
-        << std::optional<QString>(QStringLiteral("Click to confirm"));
-    QTest::newRow("equal lengths: the value first")
-        << Candidates{QStringLiteral("abc"), QStringLiteral("xyz"), none, none}
-        << std::optional<QString>(QStringLiteral("abc"));
-    QTest::newRow("digits only lose to a shorter word")
-        << Candidates{QStringLiteral("1234567890"), none, none, QStringLiteral("Volume")}
-        << std::optional<QString>(QStringLiteral("Volume"));
-    QTest::newRow("punctuation and symbols only: nothing")
-        << Candidates{QStringLiteral("42 % — 3.5"), QStringLiteral("++"), none, QString()}
-        << none;
-    QTest::newRow("lengths in UTF-16 units: an emoji counts two")
-        << Candidates{QStringLiteral("ab🙂"), QStringLiteral("abcd"), none, none}
-        << std::optional<QString>(QStringLiteral("ab🙂"));
-}
-
-void TestCaptureRules::longestTextWithLetters()
-{
-    QFETCH(Candidates, candidates);
-    QFETCH(std::optional<QString>, expected);
-    QCOMPARE(::longestTextWithLetters(candidates), expected);
-}
-
-void TestCaptureRules::childSearchOrder_data()
-{
-    QTest::addColumn<Children>("children");
-    QTest::addColumn<QList<int>>("expected");
-
-    // The point is (50, 50).
-    const auto shownAt = [](QRect extents) {
-        return ChildAtPoint::Child{true, ChildAtPoint::fromReportedExtents(extents)};
-    };
-    const ChildAtPoint::Child hidden{false, QRect(0, 0, 100, 100)};
-    const QRect view(0, 0, 200, 200);
-    QTest::newRow("a hidden first child over the view is left out")
-        << Children{hidden, shownAt(view)} << QList<int>{1};
-    QTest::newRow("the smallest that contains the point first; of equal ones the later")
-        << Children{shownAt(view), shownAt({40, 40, 20, 20}), shownAt({40, 40, 20, 20})}
-        << QList<int>{2, 1, 0};
-    QTest::newRow("a tab at (-1, -1, -1, -1) after those that contain the point")
-        << Children{shownAt({-1, -1, -1, -1}), shownAt(view)} << QList<int>{1, 0};
-    QTest::newRow("no extents, or extents elsewhere: left out")
-        << Children{shownAt({50, 50, 0, 0}), shownAt({300, 0, 50, 50}), {true, QRect()}}
-        << QList<int>{};
-}
-
-void TestCaptureRules::childSearchOrder()
-{
-    QFETCH(Children, children);
-    QFETCH(QList<int>, expected);
-    QCOMPARE(ChildAtPoint::searchOrder(children, QPoint(50, 50)), expected);
-}
-
-void TestCaptureRules::paragraphAround_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("offset"); // in characters, as AT-SPI counts them
-    QTest::addColumn<std::optional<QString>>("expected");
-
-    const QString three = QStringLiteral("One.\nTwo words.\nThree.");
-    QTest::newRow("inside the second of three") << three << 7 << std::optional<QString>("Two words.");
-    QTest::newRow("on a line break: the paragraph it ends")
-        << three << 4 << std::optional<QString>("One.");
-    QTest::newRow("past the end: the last paragraph") << three << 22 << std::optional<QString>("Three.");
-    QTest::newRow("CR LF is one break") << QStringLiteral("One.\r\nTwo.") << 5
-                                        << std::optional<QString>("One.");
-    QTest::newRow("a blank line: nothing") << QStringLiteral("One.\n  \nTwo.") << 6
-                                           << std::optional<QString>();
-    QTest::newRow("characters, not UTF-16 units: after an emoji")
-        << QStringLiteral("🙂 a\u2029b") << 4 << std::optional<QString>("b");
-    QTest::newRow("one paragraph is the whole text") << QStringLiteral("Whole, no break.\n") << 0
-                                                     << std::optional<QString>("Whole, no break.");
-}
-
-void TestCaptureRules::paragraphAround()
-{
-    QFETCH(QString, text);
-    QFETCH(int, offset);
-    QFETCH(std::optional<QString>, expected);
-    const qsizetype position = Paragraphs::positionOfCharacter(text, offset).value_or(-1);
-    const auto span = Paragraphs::paragraphAround(text, position);
-    QCOMPARE(span ? std::optional<QString>(text.sliced(span->start, span->end - span->start))
-                  : std::nullopt,
-             expected);
-    if (span)
-        QCOMPARE(Paragraphs::characterOfPosition(text, position), qsizetype(offset));
-}
-
-void TestCaptureRules::menuKeyBinding_data()
-{
-    QTest::addColumn<QString>("keyBinding");
-    QTest::addColumn<std::optional<MenuKeyBinding>>("expected");
-
-    const auto binding = [](const QString &key, int modifiers) {
-        return std::optional<MenuKeyBinding>(MenuKeyBinding{key, modifiers});
-    };
-    const std::optional<MenuKeyBinding> none;
-    QTest::newRow("GTK: mnemonic, path, accelerator")
-        << QStringLiteral("c;<Alt>e:c;<Primary>c") << binding(QStringLiteral("C"), 0);
-    QTest::newRow("GTK: <Control> spelled out") << QStringLiteral(";;<Control>c")
-                                                << binding(QStringLiteral("C"), 0);
-    QTest::newRow("GTK: Shift+Ctrl+C is not Copy")
-        << QStringLiteral(";;<Primary><Shift>c")
-        << binding(QStringLiteral("C"), MenuKeyBinding::kShift);
-    QTest::newRow("GTK: menu title with a mnemonic only") << QStringLiteral("<Alt>e;<Alt>e;") << none;
-    QTest::newRow("Qt: Ctrl+Shift+V") << QStringLiteral("Ctrl+Shift+V")
-                                      << binding(QStringLiteral("V"), MenuKeyBinding::kShift);
-    QTest::newRow("Qt: Alt+E has no command modifier")
-        << QStringLiteral("Alt+E")
-        << binding(QStringLiteral("E"), MenuKeyBinding::kAlt | MenuKeyBinding::kNoCommand);
-    QTest::newRow("Qt: Ctrl++ is the plus key") << QStringLiteral("Ctrl++")
-                                                << binding(QStringLiteral("+"), 0);
-    QTest::newRow("Qt: Ctrl+F5 keeps the key name") << QStringLiteral("Ctrl+F5")
-                                                    << binding(QStringLiteral("F5"), 0);
-    QTest::newRow("bare key is no accelerator") << QStringLiteral("C") << none;
-    QTest::newRow("unknown modifier") << QStringLiteral("Hyper+C") << none;
-}
-
-void TestCaptureRules::menuKeyBinding()
-{
-    QFETCH(QString, keyBinding);
-    QFETCH(std::optional<MenuKeyBinding>, expected);
-    QCOMPARE(MenuKeyBinding::parse(keyBinding), expected);
-}
-
-void TestCaptureRules::pointConversion_data()
-{
-    QTest::addColumn<QPointF>("point");
-    QTest::addColumn<QPointF>("expected");
-
-    const QRect screen = QGuiApplication::primaryScreen()->geometry();
-    QTest::newRow("inside: unchanged, nothing flips") << QPointF(100.5, 7) << QPointF(100.5, 7);
-    QTest::newRow("bottom edge") << QPointF(0, screen.bottom()) << QPointF(0, screen.bottom());
-    QTest::newRow("right of every screen: (0, 0)")
-        << QPointF(screen.right() + 50, 10) << QPointF(0, 0);
-}
-
-void TestCaptureRules::pointConversion()
-{
-    QFETCH(QPointF, point);
-    QFETCH(QPointF, expected);
-    QCOMPARE(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(point), expected);
-}
-
-// The bus is told by its GUID: a restarted bus has the same path and a new GUID.
-void TestCaptureRules::busServerId_data()
-{
-    QTest::addColumn<QString>("address");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("path, then guid") << "unix:path=/run/user/1000/at-spi/bus_0,guid=0a1b2c" << "0a1b2c";
-    QTest::newRow("guid first") << "unix:guid=0a1b2c,path=/tmp/bus" << "0a1b2c";
-    QTest::newRow("guid in the second transport") << "unix:path=/gone;tcp:host=localhost,port=1,guid=ff"
-                                                  << "ff";
-    QTest::newRow("no guid") << "unix:path=/tmp/bus" << QString();
-    QTest::newRow("a path that holds the word") << "unix:path=/tmp/guid=x" << QString();
-}
-
-void TestCaptureRules::busServerId()
-{
-    QFETCH(QString, address);
-    QFETCH(QString, expected);
-    QCOMPARE(AccessibilityBusWatcher::serverIdOfAddress(address), expected);
-}
-
-// Captures in order, each "<answer><changes so far>": S shown, N none shown, U unknown, T no
-// tree; the expected freshness of each, + or -.
-void TestCaptureRules::primarySelectionFreshness_data()
-{
-    QTest::addColumn<QString>("captures");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("set before the first capture") << "U0" << "-";
-    QTest::newRow("kept since the last capture: a cleared selection") << "S1 U1" << "--";
-    QTest::newRow("the application said none, then a new selection") << "N3 U3 U4" << "--+";
-    QTest::newRow("no accessibility tree: whenever owned") << "T1 T1 U1" << "++-";
-}
-
-void TestCaptureRules::primarySelectionFreshness()
-{
-    QFETCH(QString, captures);
-    QFETCH(QString, expected);
-    static const QString kAnswers = QStringLiteral("SNUT");
-    PrimarySelectionRule rule;
-    QString fresh;
-    for (const QString &capture : captures.split(u' '))
-        fresh += rule.isFresh(AccessibleSelection(kAnswers.indexOf(capture[0])),
-                              capture.mid(1).toULongLong())
-                     ? u'+'
-                     : u'-';
-    QCOMPARE(fresh, expected);
-}
-
-// Steps: "a+37" announces a press of key code 37, "e-37" is an XTest release arriving, "m"
-// marks, "x" expires (up to the mark, if any); each arriving event is passed over (P) or
-// reported (R).
-void TestCaptureRules::ownSyntheticKeys_data()
-{
-    QTest::addColumn<QString>("steps");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("own Ctrl+V") << "a+37 a+55 a-55 a-37 e+37 e+55 e-55 e-37" << "PPPP";
-    QTest::newRow("another client's Control release after ours") << "a+37 a-37 e+37 e-37 e-37"
-                                                                  << "PPR";
-    QTest::newRow("a look-alike takes ours, ours is reported in its place") << "a-37 e-37 e-37"
-                                                                            << "PR";
-    QTest::newRow("a press the server dropped expires; key and direction count")
-        << "a+37 a-37 e-37 x e+37 a+37 e-37 e+105" << "PRRR";
-    QTest::newRow("a later batch outlives the expiry of an earlier one") << "a+37 m a-37 x e+37 e-37"
-                                                                         << "RP";
-}
-
-void TestCaptureRules::ownSyntheticKeys()
-{
-    QFETCH(QString, steps);
-    QFETCH(QString, expected);
-    SyntheticKeyFilter filter;
-    std::optional<quint64> mark;
-    QString seen;
-    for (const QString &step : steps.split(u' ')) {
-        const bool press = step.mid(1, 1) == u"+";
-        const auto keyCode = quint8(step.mid(2).toUInt());
-        if (step[0] == u'a')
-            filter.announce(keyCode, press);
-        else if (step[0] == u'e')
-            seen += filter.passOver(keyCode, press) ? u'P' : u'R';
-        else if (step[0] == u'm')
-            mark = filter.mark();
-        else
-            filter.expire(mark);
+        const std::optional<QString> none;
+        QTest::newRow("help text longer than the title")
+            << Candidates{none, QStringLiteral("OK"), QStringLiteral("Click to confirm"), none}
+            << std::optional<QString>(QStringLiteral("Click to confirm"));
+        QTest::newRow("equal lengths: the value first")
+            << Candidates{QStringLiteral("abc"), QStringLiteral("xyz"), none, none}
+            << std::optional<QString>(QStringLiteral("abc"));
+        QTest::newRow("digits only lose to a shorter word")
+            << Candidates{QStringLiteral("1234567890"), none, none, QStringLiteral("Volume")}
+            << std::optional<QString>(QStringLiteral("Volume"));
+        QTest::newRow("punctuation and symbols only: nothing")
+            << Candidates{QStringLiteral("42 % — 3.5"), QStringLiteral("++"), none, QString()}
+            << none;
+        QTest::newRow("lengths in UTF-16 units: an emoji counts two")
+            << Candidates{QStringLiteral("ab🙂"), QStringLiteral("abcd"), none, none}
+            << std::optional<QString>(QStringLiteral("ab🙂"));
     }
-    QCOMPARE(seen, expected);
-}
+
+    void longestTextWithLetters()
+    {
+        QFETCH(Candidates, candidates);
+        QFETCH(std::optional<QString>, expected);
+        QCOMPARE(::longestTextWithLetters(candidates), expected);
+    }
+
+    void childSearchOrder_data()
+    {
+        QTest::addColumn<Children>("children");
+        QTest::addColumn<QList<int>>("expected");
+
+        // The point is (50, 50).
+        const auto shownAt = [](QRect extents) {
+            return ChildAtPoint::Child{true, ChildAtPoint::fromReportedExtents(extents)};
+        };
+        const ChildAtPoint::Child hidden{false, QRect(0, 0, 100, 100)};
+        const QRect view(0, 0, 200, 200);
+        QTest::newRow("a hidden first child over the view is left out")
+            << Children{hidden, shownAt(view)} << QList<int>{1};
+        QTest::newRow("the smallest that contains the point first; of equal ones the later")
+            << Children{shownAt(view), shownAt({40, 40, 20, 20}), shownAt({40, 40, 20, 20})}
+            << QList<int>{2, 1, 0};
+        QTest::newRow("a tab at (-1, -1, -1, -1) after those that contain the point")
+            << Children{shownAt({-1, -1, -1, -1}), shownAt(view)} << QList<int>{1, 0};
+        QTest::newRow("no extents, or extents elsewhere: left out")
+            << Children{shownAt({50, 50, 0, 0}), shownAt({300, 0, 50, 50}), {true, QRect()}}
+            << QList<int>{};
+    }
+
+    void childSearchOrder()
+    {
+        QFETCH(Children, children);
+        QFETCH(QList<int>, expected);
+        QCOMPARE(ChildAtPoint::searchOrder(children, QPoint(50, 50)), expected);
+    }
+
+    void paragraphAround_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("offset"); // in characters, as AT-SPI counts them
+        QTest::addColumn<std::optional<QString>>("expected");
+
+        const QString three = QStringLiteral("One.\nTwo words.\nThree.");
+        QTest::newRow("inside the second of three")
+            << three << 7 << std::optional<QString>("Two words.");
+        QTest::newRow("on a line break: the paragraph it ends")
+            << three << 4 << std::optional<QString>("One.");
+        QTest::newRow("past the end: the last paragraph")
+            << three << 22 << std::optional<QString>("Three.");
+        QTest::newRow("CR LF is one break")
+            << QStringLiteral("One.\r\nTwo.") << 5 << std::optional<QString>("One.");
+        QTest::newRow("a blank line: nothing")
+            << QStringLiteral("One.\n  \nTwo.") << 6 << std::optional<QString>();
+        QTest::newRow("characters, not UTF-16 units: after an emoji")
+            << QStringLiteral("🙂 a\u2029b") << 4 << std::optional<QString>("b");
+        QTest::newRow("one paragraph is the whole text")
+            << QStringLiteral("Whole, no break.\n") << 0
+            << std::optional<QString>("Whole, no break.");
+    }
+
+    void paragraphAround()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, offset);
+        QFETCH(std::optional<QString>, expected);
+        const qsizetype position = Paragraphs::positionOfCharacter(text, offset).value_or(-1);
+        const auto span = Paragraphs::paragraphAround(text, position);
+        QCOMPARE(span ? std::optional<QString>(text.sliced(span->start, span->end - span->start))
+                      : std::nullopt,
+                 expected);
+        if (span)
+            QCOMPARE(Paragraphs::characterOfPosition(text, position), qsizetype(offset));
+    }
+
+    void menuKeyBinding_data()
+    {
+        QTest::addColumn<QString>("keyBinding");
+        QTest::addColumn<std::optional<MenuKeyBinding>>("expected");
+
+        const auto binding = [](const QString &key, int modifiers) {
+            return std::optional<MenuKeyBinding>(MenuKeyBinding{key, modifiers});
+        };
+        const std::optional<MenuKeyBinding> none;
+        QTest::newRow("GTK: mnemonic, path, accelerator")
+            << QStringLiteral("c;<Alt>e:c;<Primary>c") << binding(QStringLiteral("C"), 0);
+        QTest::newRow("GTK: <Control> spelled out")
+            << QStringLiteral(";;<Control>c") << binding(QStringLiteral("C"), 0);
+        QTest::newRow("GTK: Shift+Ctrl+C is not Copy")
+            << QStringLiteral(";;<Primary><Shift>c")
+            << binding(QStringLiteral("C"), MenuKeyBinding::kShift);
+        QTest::newRow("GTK: menu title with a mnemonic only")
+            << QStringLiteral("<Alt>e;<Alt>e;") << none;
+        QTest::newRow("Qt: Ctrl+Shift+V") << QStringLiteral("Ctrl+Shift+V")
+                                          << binding(QStringLiteral("V"), MenuKeyBinding::kShift);
+        QTest::newRow("Qt: Alt+E has no command modifier")
+            << QStringLiteral("Alt+E")
+            << binding(QStringLiteral("E"), MenuKeyBinding::kAlt | MenuKeyBinding::kNoCommand);
+        QTest::newRow("Qt: Ctrl++ is the plus key")
+            << QStringLiteral("Ctrl++") << binding(QStringLiteral("+"), 0);
+        QTest::newRow("Qt: Ctrl+F5 keeps the key name")
+            << QStringLiteral("Ctrl+F5") << binding(QStringLiteral("F5"), 0);
+        QTest::newRow("bare key is no accelerator") << QStringLiteral("C") << none;
+        QTest::newRow("unknown modifier") << QStringLiteral("Hyper+C") << none;
+    }
+
+    void menuKeyBinding()
+    {
+        QFETCH(QString, keyBinding);
+        QFETCH(std::optional<MenuKeyBinding>, expected);
+        QCOMPARE(MenuKeyBinding::parse(keyBinding), expected);
+    }
+
+    void pointConversion_data()
+    {
+        QTest::addColumn<QPointF>("point");
+        QTest::addColumn<QPointF>("expected");
+
+        const QRect screen = QGuiApplication::primaryScreen()->geometry();
+        QTest::newRow("inside: unchanged, nothing flips") << QPointF(100.5, 7) << QPointF(100.5, 7);
+        QTest::newRow("bottom edge") << QPointF(0, screen.bottom()) << QPointF(0, screen.bottom());
+        QTest::newRow("right of every screen: (0, 0)")
+            << QPointF(screen.right() + 50, 10) << QPointF(0, 0);
+    }
+
+    void pointConversion()
+    {
+        QFETCH(QPointF, point);
+        QFETCH(QPointF, expected);
+        QCOMPARE(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(point), expected);
+    }
+
+    // The bus is told by its GUID: a restarted bus has the same path and a new GUID.
+    void busServerId_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("path, then guid") << "unix:path=/run/user/1000/at-spi/bus_0,guid=0a1b2c"
+                                         << "0a1b2c";
+        QTest::newRow("guid first") << "unix:guid=0a1b2c,path=/tmp/bus"
+                                    << "0a1b2c";
+        QTest::newRow("guid in the second transport")
+            << "unix:path=/gone;tcp:host=localhost,port=1,guid=ff"
+            << "ff";
+        QTest::newRow("no guid") << "unix:path=/tmp/bus" << QString();
+        QTest::newRow("a path that holds the word") << "unix:path=/tmp/guid=x" << QString();
+    }
+
+    void busServerId()
+    {
+        QFETCH(QString, address);
+        QFETCH(QString, expected);
+        QCOMPARE(AccessibilityBusWatcher::serverIdOfAddress(address), expected);
+    }
+
+    // Captures in order, each "<answer><changes so far>": S shown, N none shown, U unknown, T no
+    // tree; the expected freshness of each, + or -.
+    void primarySelectionFreshness_data()
+    {
+        QTest::addColumn<QString>("captures");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("set before the first capture") << "U0"
+                                                      << "-";
+        QTest::newRow("kept since the last capture: a cleared selection") << "S1 U1"
+                                                                          << "--";
+        QTest::newRow("the application said none, then a new selection") << "N3 U3 U4"
+                                                                         << "--+";
+        QTest::newRow("no accessibility tree: whenever owned") << "T1 T1 U1"
+                                                               << "++-";
+    }
+
+    void primarySelectionFreshness()
+    {
+        QFETCH(QString, captures);
+        QFETCH(QString, expected);
+        static const QString kAnswers = QStringLiteral("SNUT");
+        PrimarySelectionRule rule;
+        QString fresh;
+        for (const QString &capture : captures.split(u' '))
+            fresh += rule.isFresh(AccessibleSelection(kAnswers.indexOf(capture[0])),
+                                  capture.mid(1).toULongLong())
+                         ? u'+'
+                         : u'-';
+        QCOMPARE(fresh, expected);
+    }
+
+    // Steps: "a+37" announces a press of key code 37, "e-37" is an XTest release arriving, "m"
+    // marks, "x" expires (up to the mark, if any); each arriving event is passed over (P) or
+    // reported (R).
+    void ownSyntheticKeys_data()
+    {
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("own Ctrl+V") << "a+37 a+55 a-55 a-37 e+37 e+55 e-55 e-37"
+                                    << "PPPP";
+        QTest::newRow("another client's Control release after ours") << "a+37 a-37 e+37 e-37 e-37"
+                                                                     << "PPR";
+        QTest::newRow("a look-alike takes ours, ours is reported in its place") << "a-37 e-37 e-37"
+                                                                                << "PR";
+        QTest::newRow("a press the server dropped expires; key and direction count")
+            << "a+37 a-37 e-37 x e+37 a+37 e-37 e+105"
+            << "PRRR";
+        QTest::newRow("a later batch outlives the expiry of an earlier one")
+            << "a+37 m a-37 x e+37 e-37"
+            << "RP";
+    }
+
+    void ownSyntheticKeys()
+    {
+        QFETCH(QString, steps);
+        QFETCH(QString, expected);
+        SyntheticKeyFilter filter;
+        std::optional<quint64> mark;
+        QString seen;
+        for (const QString &step : steps.split(u' ')) {
+            const bool press = step.mid(1, 1) == u"+";
+            const auto keyCode = quint8(step.mid(2).toUInt());
+            if (step[0] == u'a')
+                filter.announce(keyCode, press);
+            else if (step[0] == u'e')
+                seen += filter.passOver(keyCode, press) ? u'P' : u'R';
+            else if (step[0] == u'm')
+                mark = filter.mark();
+            else
+                filter.expire(mark);
+        }
+        QCOMPARE(seen, expected);
+    }
+};
 
 QTEST_MAIN(TestCaptureRules)
 #include "tst_capturerules.moc"

@@ -30,256 +30,239 @@ class TestPreferences : public QObject
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
-    void shortcutWrittenByHand_data();
-    void shortcutWrittenByHand();
-    void translationServiceURL_data();
-    void translationServiceURL();
-    void fileIsTheUsersAlone_data();
-    void fileIsTheUsersAlone();
-    void tableInvariants();
-    void lookup_data();
-    void lookup();
-    void startUpDestination_data();
-    void startUpDestination();
-    void choicesAreStoredAtOnce();
+    void init()
+    {
+        QVERIFY(m_dir.isValid());
+        m_iniPath = m_dir.filePath(QStringLiteral("%1-%2.ini")
+                                       .arg(QTest::currentTestFunction())
+                                       .arg(QString::fromLatin1(QTest::currentDataTag())
+                                                .replace(QLatin1Char(' '), QLatin1Char('_'))));
+        QFile::remove(m_iniPath);
+        m_logged.clear();
+        tolkaro::setLogSink([this](const QString &line) { m_logged << line; });
+    }
+
+    void cleanup() { tolkaro::setLogSink({}); }
+
+    // A recorded shortcut read back by a fresh store is the typing desktop test's.
+    void shortcutWrittenByHand_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<bool>("valid");
+
+        QTest::newRow("quoted") << QByteArray("TypingModeKeyboardShortcut=\"32,134217728\"")
+                                << true;
+        QTest::newRow("unquoted") << QByteArray("TypingModeKeyboardShortcut=32,134217728") << true;
+        QTest::newRow("one number") << QByteArray("TypingModeKeyboardShortcut=32") << false;
+        QTest::newRow("no key") << QByteArray("TypingModeKeyboardShortcut=0,134217728") << false;
+        QTest::newRow("words") << QByteArray("TypingModeKeyboardShortcut=Alt+Space") << false;
+    }
+
+    void shortcutWrittenByHand()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(bool, valid);
+
+        const Preferences preferences(writeIni("[General]\n" + line + "\n"));
+        const std::optional<StoredShortcut> shortcut = preferences.typingModeKeyboardShortcut();
+        QCOMPARE(bool(shortcut), valid);
+        if (valid)
+            QCOMPARE(*shortcut, (StoredShortcut{0x20, quint32(Qt::AltModifier)}));
+    }
+
+    void translationServiceURL_data()
+    {
+        QTest::addColumn<QByteArray>("environment");
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("expected");
+
+        QTest::newRow("environment beats the store")
+            << QByteArray("http://127.0.0.1:8081") << "https://example.invalid"
+            << "http://127.0.0.1:8081";
+        QTest::newRow("store when the environment is empty")
+            << QByteArray("") << "https://example.invalid"
+            << "https://example.invalid";
+        QTest::newRow("default when both are empty")
+            << QByteArray("") << QString() << kDefaultTranslationServiceURL;
+    }
+
+    void translationServiceURL()
+    {
+        QFETCH(QByteArray, environment);
+        QFETCH(QString, stored);
+        QFETCH(QString, expected);
+
+        qputenv(kTranslationUrlEnvironmentVariable, environment);
+        Preferences preferences(m_iniPath);
+        if (!stored.isEmpty())
+            preferences.settings().setValue(PreferenceKeys::kTranslationServiceURL, stored);
+
+        QCOMPARE(preferences.translationServiceURL(), expected);
+        qunsetenv(kTranslationUrlEnvironmentVariable);
+    }
+
+    void fileIsTheUsersAlone_data()
+    {
+        QTest::addColumn<QByteArray>("existing"); // null: no file yet
+        QTest::addColumn<QString>("write");       // how a value is written, if at all
+
+        QTest::newRow("new file, a setter") << QByteArray() << "setter";
+        QTest::newRow("new file, straight into the store, written by the event loop")
+            << QByteArray() << "store, event loop";
+        QTest::newRow("new file, straight into the store, then synchronized")
+            << QByteArray() << "store, synchronize";
+        QTest::newRow("world-readable file from before, only read")
+            << QByteArray("[General]\nUsageReportingURL=https://example.invalid/?key=secret\n")
+            << QString();
+    }
+
+    void fileIsTheUsersAlone()
+    {
+        QFETCH(QByteArray, existing);
+        QFETCH(QString, write);
+
+        const auto userOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+        // QFile::permissions() adds this user's own bits to the owner's.
+        const auto permissions = [this] {
+            return QFile::permissions(m_iniPath) & ~QFileDevice::Permissions(0x0700);
+        };
+        if (!existing.isNull()) {
+            QVERIFY(!writeIni(existing).isEmpty());
+            QVERIFY(QFile::setPermissions(m_iniPath, userOnly | QFileDevice::ReadGroup |
+                                                         QFileDevice::ReadOther));
+        }
+        // The umask a desktop session usually has would make a new file world-readable.
+        const mode_t savedUmask = ::umask(022);
+        Preferences preferences(m_iniPath);
+        if (write == QLatin1String("setter"))
+            preferences.setPreviouslyUsedLanguageCode(QStringLiteral("de"));
+        else if (!write.isEmpty())
+            preferences.settings().setValue(QStringLiteral("UsageReportingURL"),
+                                            QStringLiteral("https://example.invalid/?key=s"));
+        if (write == QLatin1String("store, event loop"))
+            QTRY_VERIFY(QFile::exists(m_iniPath));
+        else
+            preferences.synchronize();
+        ::umask(savedUmask);
+        QCOMPARE(permissions(), userOnly);
+        QCOMPARE(Preferences(m_iniPath).settings().allKeys().size(), 1);
+    }
+
+    void tableInvariants()
+    {
+        // The menus are built from the table and map an item back by its position.
+        const QList<LanguageEntry> &table = LanguageTable::entries();
+        for (int i = 0; i < table.size(); ++i) {
+            const LanguageEntry &language = table[i];
+            if (i > 0)
+                QVERIFY2(table[i - 1].name < language.name, qPrintable(language.name));
+            QVERIFY2(language.flag.size() == 4, qPrintable(language.name));
+            QCOMPARE(LanguageTable::indexOf(language), i);
+        }
+    }
+
+    void lookup_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<bool>("byName");
+        QTest::addColumn<QString>("expectedCode"); // empty: nothing found
+
+        QTest::newRow("iw is Hebrew") << "iw" << false << "iw";
+        QTest::newRow("zh alone") << "zh" << false << "";
+        QTest::newRow("name") << "Chinese (Simplified)" << true << "zh-CN";
+        QTest::newRow("name prefix of two names") << "Chinese" << true << "";
+    }
+
+    void lookup()
+    {
+        QFETCH(QString, key);
+        QFETCH(bool, byName);
+        QFETCH(QString, expectedCode);
+
+        const std::optional<LanguageEntry> found =
+            byName ? LanguageTable::languageWithName(key) : LanguageTable::languageWithCode(key);
+        QCOMPARE(found ? found->code : QString(), expectedCode);
+    }
+
+    void startUpDestination_data()
+    {
+        QTest::addColumn<bool>("hasStoredCode");
+        QTest::addColumn<QString>("storedCode");
+        QTest::addColumn<QStringList>("systemLanguages");
+        QTest::addColumn<QString>("expectedCode");
+        QTest::addColumn<QString>("expectedLog");
+
+        const QString noLog;
+        QTest::newRow("system en-GB") << false << "" << QStringList{"en-GB", "en"} << "en"
+                                      << "Bing doesnt support system language code en-GB";
+        QTest::newRow("system zh-TW")
+            << false << "" << QStringList{"zh-TW", "zh-Hant-TW"} << "zh-TW" << noLog;
+        QTest::newRow("no system languages") << false << "" << QStringList{} << "en"
+                                             << "Bing doesnt support system language code ";
+        QTest::newRow("stored code beats system")
+            << true << "de" << QStringList{"ru"} << "de" << noLog;
+        QTest::newRow("bogus stored code") << true << "xx" << QStringList{"ru"} << "ru" << noLog;
+        QTest::newRow("empty stored code") << true << "" << QStringList{"fi"} << "fi" << noLog;
+    }
+
+    void startUpDestination()
+    {
+        QFETCH(bool, hasStoredCode);
+        QFETCH(QString, storedCode);
+        QFETCH(QStringList, systemLanguages);
+        QFETCH(QString, expectedCode);
+        QFETCH(QString, expectedLog);
+
+        Preferences preferences(m_iniPath);
+        if (hasStoredCode)
+            preferences.setPreviouslyUsedLanguageCode(storedCode);
+        LanguageSelection selection(preferences);
+
+        QCOMPARE(selection.getPreviouslyUsedLanguage(systemLanguages),
+                 entry(qPrintable(expectedCode)));
+        QCOMPARE(m_logged, expectedLog.isEmpty() ? QStringList() : QStringList{expectedLog});
+    }
+
+    void choicesAreStoredAtOnce()
+    {
+        Preferences preferences(m_iniPath);
+        LanguageSelection selection(preferences);
+        QList<int> destinationIndexes;
+        QList<int> alternativeIndexes;
+        connect(&selection, &LanguageSelection::languageChanged, this,
+                [&](const LanguageEntry &, int index) { destinationIndexes << index; });
+        connect(&selection, &LanguageSelection::language2Changed, this,
+                [&](const LanguageEntry &, int index) { alternativeIndexes << index; });
+
+        selection.setLanguage(entry("fr"));
+        QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("fr"));
+        // Flushed to the file at once, not just held by QSettings.
+        QVERIFY(fileText(m_iniPath).contains(QStringLiteral("previouslyUsedLanguageCode=fr")));
+
+        selection.setLanguage2(entry("th"));
+        QCOMPARE(selection.currentDstLanguageCode2(), QStringLiteral("th"));
+        QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("fr"));
+        // The second key holds the destination's code, not the alternative's.
+        QVERIFY(fileText(m_iniPath).contains(QStringLiteral("previouslyUsedLanguageCode2=fr")));
+
+        QCOMPARE(destinationIndexes, QList<int>{12});
+        QCOMPARE(alternativeIndexes, QList<int>{34});
+    }
 
 private:
-    QString writeIni(const QByteArray &contents);
+    QString writeIni(const QByteArray &contents)
+    {
+        QFile file(m_iniPath);
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            return {};
+        file.write(contents);
+        return m_iniPath;
+    }
 
     QTemporaryDir m_dir;
     QString m_iniPath;
     QStringList m_logged;
 };
-
-void TestPreferences::init()
-{
-    QVERIFY(m_dir.isValid());
-    m_iniPath = m_dir.filePath(QStringLiteral("%1-%2.ini")
-                                   .arg(QTest::currentTestFunction())
-                                   .arg(QString::fromLatin1(QTest::currentDataTag())
-                                            .replace(QLatin1Char(' '), QLatin1Char('_'))));
-    QFile::remove(m_iniPath);
-    m_logged.clear();
-    tolkaro::setLogSink([this](const QString &line) { m_logged << line; });
-}
-
-void TestPreferences::cleanup()
-{
-    tolkaro::setLogSink({});
-}
-
-QString TestPreferences::writeIni(const QByteArray &contents)
-{
-    QFile file(m_iniPath);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return {};
-    file.write(contents);
-    return m_iniPath;
-}
-
-// A recorded shortcut read back by a fresh store is the typing desktop test's.
-void TestPreferences::shortcutWrittenByHand_data()
-{
-    QTest::addColumn<QByteArray>("line");
-    QTest::addColumn<bool>("valid");
-
-    QTest::newRow("quoted") << QByteArray("TypingModeKeyboardShortcut=\"32,134217728\"") << true;
-    QTest::newRow("unquoted") << QByteArray("TypingModeKeyboardShortcut=32,134217728") << true;
-    QTest::newRow("one number") << QByteArray("TypingModeKeyboardShortcut=32") << false;
-    QTest::newRow("no key") << QByteArray("TypingModeKeyboardShortcut=0,134217728") << false;
-    QTest::newRow("words") << QByteArray("TypingModeKeyboardShortcut=Alt+Space") << false;
-}
-
-void TestPreferences::shortcutWrittenByHand()
-{
-    QFETCH(QByteArray, line);
-    QFETCH(bool, valid);
-
-    const Preferences preferences(writeIni("[General]\n" + line + "\n"));
-    const std::optional<StoredShortcut> shortcut = preferences.typingModeKeyboardShortcut();
-    QCOMPARE(bool(shortcut), valid);
-    if (valid)
-        QCOMPARE(*shortcut, (StoredShortcut{0x20, quint32(Qt::AltModifier)}));
-}
-
-void TestPreferences::translationServiceURL_data()
-{
-    QTest::addColumn<QByteArray>("environment");
-    QTest::addColumn<QString>("stored");
-    QTest::addColumn<QString>("expected");
-
-    QTest::newRow("environment beats the store")
-        << QByteArray("http://127.0.0.1:8081") << "https://example.invalid"
-        << "http://127.0.0.1:8081";
-    QTest::newRow("store when the environment is empty")
-        << QByteArray("") << "https://example.invalid"
-        << "https://example.invalid";
-    QTest::newRow("default when both are empty")
-        << QByteArray("") << QString() << kDefaultTranslationServiceURL;
-}
-
-void TestPreferences::translationServiceURL()
-{
-    QFETCH(QByteArray, environment);
-    QFETCH(QString, stored);
-    QFETCH(QString, expected);
-
-    qputenv(kTranslationUrlEnvironmentVariable, environment);
-    Preferences preferences(m_iniPath);
-    if (!stored.isEmpty())
-        preferences.settings().setValue(PreferenceKeys::kTranslationServiceURL, stored);
-
-    QCOMPARE(preferences.translationServiceURL(), expected);
-    qunsetenv(kTranslationUrlEnvironmentVariable);
-}
-
-void TestPreferences::fileIsTheUsersAlone_data()
-{
-    QTest::addColumn<QByteArray>("existing"); // null: no file yet
-    QTest::addColumn<QString>("write");       // how a value is written, if at all
-
-    QTest::newRow("new file, a setter") << QByteArray() << "setter";
-    QTest::newRow("new file, straight into the store, written by the event loop")
-        << QByteArray() << "store, event loop";
-    QTest::newRow("new file, straight into the store, then synchronized")
-        << QByteArray() << "store, synchronize";
-    QTest::newRow("world-readable file from before, only read")
-        << QByteArray("[General]\nUsageReportingURL=https://example.invalid/?key=secret\n")
-        << QString();
-}
-
-void TestPreferences::fileIsTheUsersAlone()
-{
-    QFETCH(QByteArray, existing);
-    QFETCH(QString, write);
-
-    const auto userOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
-    // QFile::permissions() adds this user's own bits to the owner's.
-    const auto permissions = [this] {
-        return QFile::permissions(m_iniPath) & ~QFileDevice::Permissions(0x0700);
-    };
-    if (!existing.isNull()) {
-        QVERIFY(!writeIni(existing).isEmpty());
-        QVERIFY(QFile::setPermissions(m_iniPath,
-                                      userOnly | QFileDevice::ReadGroup | QFileDevice::ReadOther));
-    }
-    // The umask a desktop session usually has would make a new file world-readable.
-    const mode_t savedUmask = ::umask(022);
-    Preferences preferences(m_iniPath);
-    if (write == QLatin1String("setter"))
-        preferences.setPreviouslyUsedLanguageCode(QStringLiteral("de"));
-    else if (!write.isEmpty())
-        preferences.settings().setValue(QStringLiteral("UsageReportingURL"),
-                                        QStringLiteral("https://example.invalid/?key=s"));
-    if (write == QLatin1String("store, event loop"))
-        QTRY_VERIFY(QFile::exists(m_iniPath));
-    else
-        preferences.synchronize();
-    ::umask(savedUmask);
-    QCOMPARE(permissions(), userOnly);
-    QCOMPARE(Preferences(m_iniPath).settings().allKeys().size(), 1);
-}
-
-void TestPreferences::tableInvariants()
-{
-    // The menus are built from the table and map an item back by its position.
-    const QList<LanguageEntry> &table = LanguageTable::entries();
-    for (int i = 0; i < table.size(); ++i) {
-        const LanguageEntry &language = table[i];
-        if (i > 0)
-            QVERIFY2(table[i - 1].name < language.name, qPrintable(language.name));
-        QVERIFY2(language.flag.size() == 4, qPrintable(language.name));
-        QCOMPARE(LanguageTable::indexOf(language), i);
-    }
-}
-
-void TestPreferences::lookup_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<bool>("byName");
-    QTest::addColumn<QString>("expectedCode"); // empty: nothing found
-
-    QTest::newRow("iw is Hebrew") << "iw" << false << "iw";
-    QTest::newRow("zh alone") << "zh" << false << "";
-    QTest::newRow("name") << "Chinese (Simplified)" << true << "zh-CN";
-    QTest::newRow("name prefix of two names") << "Chinese" << true << "";
-}
-
-void TestPreferences::lookup()
-{
-    QFETCH(QString, key);
-    QFETCH(bool, byName);
-    QFETCH(QString, expectedCode);
-
-    const std::optional<LanguageEntry> found =
-        byName ? LanguageTable::languageWithName(key) : LanguageTable::languageWithCode(key);
-    QCOMPARE(found ? found->code : QString(), expectedCode);
-}
-
-void TestPreferences::startUpDestination_data()
-{
-    QTest::addColumn<bool>("hasStoredCode");
-    QTest::addColumn<QString>("storedCode");
-    QTest::addColumn<QStringList>("systemLanguages");
-    QTest::addColumn<QString>("expectedCode");
-    QTest::addColumn<QString>("expectedLog");
-
-    const QString noLog;
-    QTest::newRow("system en-GB") << false << "" << QStringList{"en-GB", "en"} << "en"
-                                  << "Bing doesnt support system language code en-GB";
-    QTest::newRow("system zh-TW") << false << "" << QStringList{"zh-TW", "zh-Hant-TW"} << "zh-TW"
-                                  << noLog;
-    QTest::newRow("no system languages") << false << "" << QStringList{} << "en"
-                                         << "Bing doesnt support system language code ";
-    QTest::newRow("stored code beats system") << true << "de" << QStringList{"ru"} << "de" << noLog;
-    QTest::newRow("bogus stored code") << true << "xx" << QStringList{"ru"} << "ru" << noLog;
-    QTest::newRow("empty stored code") << true << "" << QStringList{"fi"} << "fi" << noLog;
-}
-
-void TestPreferences::startUpDestination()
-{
-    QFETCH(bool, hasStoredCode);
-    QFETCH(QString, storedCode);
-    QFETCH(QStringList, systemLanguages);
-    QFETCH(QString, expectedCode);
-    QFETCH(QString, expectedLog);
-
-    Preferences preferences(m_iniPath);
-    if (hasStoredCode)
-        preferences.setPreviouslyUsedLanguageCode(storedCode);
-    LanguageSelection selection(preferences);
-
-    QCOMPARE(selection.getPreviouslyUsedLanguage(systemLanguages), entry(qPrintable(expectedCode)));
-    QCOMPARE(m_logged, expectedLog.isEmpty() ? QStringList() : QStringList{expectedLog});
-}
-
-void TestPreferences::choicesAreStoredAtOnce()
-{
-    Preferences preferences(m_iniPath);
-    LanguageSelection selection(preferences);
-    QList<int> destinationIndexes;
-    QList<int> alternativeIndexes;
-    connect(&selection, &LanguageSelection::languageChanged, this,
-            [&](const LanguageEntry &, int index) { destinationIndexes << index; });
-    connect(&selection, &LanguageSelection::language2Changed, this,
-            [&](const LanguageEntry &, int index) { alternativeIndexes << index; });
-
-    selection.setLanguage(entry("fr"));
-    QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("fr"));
-    // Flushed to the file at once, not just held by QSettings.
-    QVERIFY(fileText(m_iniPath).contains(QStringLiteral("previouslyUsedLanguageCode=fr")));
-
-    selection.setLanguage2(entry("th"));
-    QCOMPARE(selection.currentDstLanguageCode2(), QStringLiteral("th"));
-    QCOMPARE(selection.currentDstLanguageCode(), QStringLiteral("fr"));
-    // The second key holds the destination's code, not the alternative's.
-    QVERIFY(fileText(m_iniPath).contains(QStringLiteral("previouslyUsedLanguageCode2=fr")));
-
-    QCOMPARE(destinationIndexes, QList<int>{12});
-    QCOMPARE(alternativeIndexes, QList<int>{34});
-}
 
 QTEST_GUILESS_MAIN(TestPreferences)
 #include "tst_preferences.moc"

@@ -65,20 +65,198 @@ class TestTranslationController : public QObject
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        m_dir = std::make_unique<QTemporaryDir>();
+        m_server = std::make_unique<LoopbackTranslationServer>();
+        m_preferences = std::make_unique<Preferences>(m_dir->filePath("Tolkaro.conf"));
+        m_client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
+        m_languages = std::make_unique<LanguageSelection>(*m_preferences);
+        m_languages->setLanguage(*LanguageTable::languageWithCode("de"));
+        m_languages->setLanguage2(*LanguageTable::languageWithCode("ja"));
+        m_presenter = std::make_unique<RecordingPresenter>();
+        m_source = std::make_unique<ScriptedTextSource>();
+        m_source->text = "Hello"; // what the pointer is over, unless a test says otherwise
+        m_controller = std::make_unique<TranslationController>(
+            *m_client, *m_languages, *m_preferences, *m_presenter, *m_source);
+        m_events.clear();
+        m_controller->setUsageReport([this](const QString &event, const QVariantMap &fields) {
+            m_events << event + QLatin1Char(':') + fields.value("counter").toString();
+        });
+    }
 
-    void gestureShowsSourceThenAnswer_data();
-    void gestureShowsSourceThenAnswer();
-    void noTextShowsMessageAndSendsNothing();
-    void releaseWhilePendingHidesAndCountsTheCancel();
-    void optionPastesOnlyAKeptTranslation();
-    void actionsDriveTheTranslation_data();
-    void actionsDriveTheTranslation();
+    void cleanup()
+    {
+        m_controller.reset();
+        m_client.reset();
+        m_server.reset();
+    }
+
+    void gestureShowsSourceThenAnswer_data()
+    {
+        QTest::addColumn<QString>("captured");
+        QTest::addColumn<Answer>("answer");
+        QTest::addColumn<QString>("shownSource");
+        QTest::addColumn<QString>("shownAnswer");
+        QTest::addColumn<bool>("kept");
+        QTest::addColumn<QString>("event");
+
+        const QString exact(1500, QLatin1Char('a'));
+        const QString tooLong(1501, QLatin1Char('b'));
+        // A plain text shown and translated is the gesture desktop test's; here, the edges.
+        QTest::newRow("empty text is sent like any other")
+            << "" << Answer::echo() << ""
+            << "plain:" + LoopbackTranslationServer::echoTranslation("") << true
+            << "translationHasBeenMadeAnalytics:1";
+        QTest::newRow("exactly 1500 units kept whole")
+            << exact << Answer::echo() << exact
+            << "plain:" + LoopbackTranslationServer::echoTranslation(exact) << true
+            << "translationHasBeenMadeAnalytics:1";
+        const QString cut = QString(1500, QLatin1Char('b')) + "...";
+        QTest::newRow("1501 units cut to 1500 and dots")
+            << tooLong << Answer::echo() << cut
+            << "plain:" + LoopbackTranslationServer::echoTranslation(cut) << true
+            << "translationHasBeenMadeAnalytics:1";
+        QTest::newRow("malformed answer shows the error in gray")
+            << "Hello" << Answer::of(Behaviour::Garbage) << "Hello"
+            << "gray:Unable to translate text." << false << "translationError:1";
+    }
+
+    void gestureShowsSourceThenAnswer()
+    {
+        QFETCH(QString, captured);
+        QFETCH(Answer, answer);
+        QFETCH(QString, shownSource);
+        QFETCH(QString, shownAnswer);
+        QFETCH(bool, kept);
+        QFETCH(QString, event);
+
+        m_server->setDefaultAnswer(answer);
+        m_source->text = captured;
+        pressAndWaitForAnswer();
+
+        QCOMPARE(m_presenter->texts, QStringList({"open:" + shownSource, shownAnswer}));
+        QCOMPARE(m_server->requestCount(), 1);
+        QVERIFY(m_server->requests().first().target().contains("&tl=de&"));
+        QCOMPARE(m_controller->lastTranslatedText().has_value(), kept);
+        QCOMPARE(m_controller->getTranslationsCounter(), 1);
+        QCOMPARE(m_events, QStringList{event});
+    }
+
+    void noTextShowsMessageAndSendsNothing()
+    {
+        pressAndWaitForAnswer();
+        QVERIFY(m_controller->lastTranslatedText());
+
+        m_presenter->hidePopOver();
+        m_presenter->texts.clear();
+        m_source->text.reset();
+        m_controller->controlDoublePressed(false);
+        QCOMPARE(m_presenter->texts,
+                 QStringList({"open:No text to translate", "gray:No text to translate"}));
+        QVERIFY(!m_controller->lastTranslatedText());
+        QTest::qWait(200);
+        QCOMPARE(m_server->requestCount(), 1);
+    }
+
+    void releaseWhilePendingHidesAndCountsTheCancel()
+    {
+        pressAndWaitForAnswer();
+        QVERIFY(m_controller->lastTranslatedText());
+
+        m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
+        QSignalSpy shown(m_controller.get(), &TranslationController::translationShown);
+        m_controller->controlDoublePressed(false);
+        QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 2, kWaitMs);
+        m_controller->controlDoublePressReleased();
+        QVERIFY(!m_presenter->isPopoverShown());
+        QVERIFY(shown.wait(kWaitMs));
+
+        // The cancelled request still ends as a failure: counted, reported, translation dropped.
+        QCOMPARE(m_presenter->texts.last(), QStringLiteral("gray:NSURLResponse's data is nil"));
+        QVERIFY(!m_controller->lastTranslatedText());
+        QCOMPARE(m_controller->getTranslationsCounter(), 2);
+        QCOMPARE(m_events.last(), QStringLiteral("translationError:2"));
+    }
+
+    void optionPastesOnlyAKeptTranslation()
+    {
+        m_controller->altPressedWhenControlIsDoublePressed();
+        QVERIFY(m_source->pasted.isEmpty());
+
+        pressAndWaitForAnswer();
+        m_controller->altPressedWhenControlIsDoublePressed();
+        QCOMPARE(m_source->pasted,
+                 QStringList{LoopbackTranslationServer::echoTranslation("Hello")});
+
+        m_server->setDefaultAnswer(Answer::of(Behaviour::Garbage));
+        pressAndWaitForAnswer();
+        m_controller->altPressedWhenControlIsDoublePressed();
+        QCOMPARE(m_source->pasted.size(), 1);
+    }
+
+    void actionsDriveTheTranslation_data()
+    {
+        QTest::addColumn<QString>("actions");       // which keys make them is the gesture test's
+        QTest::addColumn<QStringList>("languages"); // of the requests, in order
+        QTest::addColumn<bool>("pasted");
+        QTest::addColumn<bool>("shownAtEnd");
+
+        QTest::newRow("released") << "translate hide" << QStringList{"de"} << false << false;
+        QTest::newRow("with the alternative key held")
+            << "translateAlt" << QStringList{"ja"} << false << true;
+        QTest::newRow("alternative key pressed and released while held: popover stays")
+            << "translate againAlt again" << QStringList{"de", "ja", "de"} << false << true;
+        QTest::newRow("left Alt while held pastes")
+            << "translate paste" << QStringList{"de"} << true << true;
+    }
+
+    void actionsDriveTheTranslation()
+    {
+        QFETCH(QString, actions);
+        QFETCH(QStringList, languages);
+        QFETCH(bool, pasted);
+        QFETCH(bool, shownAtEnd);
+
+        // The paste needs a translation kept from an earlier gesture.
+        pressAndWaitForAnswer();
+        m_presenter->hidePopOver();
+        m_presenter->texts.clear();
+
+        // A request cancelled at once may never reach the server: the client's word counts.
+        QStringList sent;
+        tolkaro::setLogSink([&sent](const QString &line) {
+            static const QRegularExpression translating(
+                QStringLiteral("^Translating .* into (\\S+)$"));
+            if (const QRegularExpressionMatch match = translating.match(line); match.hasMatch())
+                sent << match.captured(1);
+        });
+        GestureActions &gesture = *m_controller;
+        for (const QString &action : actions.split(QLatin1Char(' '))) {
+            if (action.startsWith("translate"))
+                gesture.controlDoublePressed(action.endsWith("Alt"));
+            else if (action.startsWith("again"))
+                gesture.alternativeLanguageSwitched(action.endsWith("Alt"));
+            else if (action == "paste")
+                gesture.altPressedWhenControlIsDoublePressed();
+            else
+                gesture.controlDoublePressReleased();
+        }
+        tolkaro::setLogSink({});
+        QCOMPARE(sent, languages);
+        QCOMPARE(m_presenter->texts.filter(QRegularExpression("^open:")).size(), 1);
+        QCOMPARE(m_source->pasted.size(), pasted ? 1 : 0);
+        QCOMPARE(m_presenter->isPopoverShown(), shownAtEnd);
+    }
 
 private:
     // Runs one gesture's press and waits for the answer to be shown.
-    void pressAndWaitForAnswer();
+    void pressAndWaitForAnswer()
+    {
+        QSignalSpy shown(m_controller.get(), &TranslationController::translationShown);
+        m_controller->controlDoublePressed(false);
+        QVERIFY(shown.wait(kWaitMs));
+    }
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<LoopbackTranslationServer> m_server;
@@ -90,195 +268,6 @@ private:
     std::unique_ptr<TranslationController> m_controller;
     QStringList m_events;
 };
-
-void TestTranslationController::init()
-{
-    m_dir = std::make_unique<QTemporaryDir>();
-    m_server = std::make_unique<LoopbackTranslationServer>();
-    m_preferences = std::make_unique<Preferences>(m_dir->filePath("Tolkaro.conf"));
-    m_client = std::make_unique<GoogleTranslateByURL>(m_server->baseUrl());
-    m_languages = std::make_unique<LanguageSelection>(*m_preferences);
-    m_languages->setLanguage(*LanguageTable::languageWithCode("de"));
-    m_languages->setLanguage2(*LanguageTable::languageWithCode("ja"));
-    m_presenter = std::make_unique<RecordingPresenter>();
-    m_source = std::make_unique<ScriptedTextSource>();
-    m_source->text = "Hello"; // what the pointer is over, unless a test says otherwise
-    m_controller = std::make_unique<TranslationController>(*m_client, *m_languages, *m_preferences,
-                                                           *m_presenter, *m_source);
-    m_events.clear();
-    m_controller->setUsageReport([this](const QString &event, const QVariantMap &fields) {
-        m_events << event + QLatin1Char(':') + fields.value("counter").toString();
-    });
-}
-
-void TestTranslationController::cleanup()
-{
-    m_controller.reset();
-    m_client.reset();
-    m_server.reset();
-}
-
-void TestTranslationController::pressAndWaitForAnswer()
-{
-    QSignalSpy shown(m_controller.get(), &TranslationController::translationShown);
-    m_controller->controlDoublePressed(false);
-    QVERIFY(shown.wait(kWaitMs));
-}
-
-void TestTranslationController::gestureShowsSourceThenAnswer_data()
-{
-    QTest::addColumn<QString>("captured");
-    QTest::addColumn<Answer>("answer");
-    QTest::addColumn<QString>("shownSource");
-    QTest::addColumn<QString>("shownAnswer");
-    QTest::addColumn<bool>("kept");
-    QTest::addColumn<QString>("event");
-
-    const QString exact(1500, QLatin1Char('a'));
-    const QString tooLong(1501, QLatin1Char('b'));
-    // A plain text shown and translated is the gesture desktop test's; here, the edges.
-    QTest::newRow("empty text is sent like any other")
-        << "" << Answer::echo() << ""
-        << "plain:" + LoopbackTranslationServer::echoTranslation("") << true
-        << "translationHasBeenMadeAnalytics:1";
-    QTest::newRow("exactly 1500 units kept whole")
-        << exact << Answer::echo() << exact
-        << "plain:" + LoopbackTranslationServer::echoTranslation(exact) << true
-        << "translationHasBeenMadeAnalytics:1";
-    const QString cut = QString(1500, QLatin1Char('b')) + "...";
-    QTest::newRow("1501 units cut to 1500 and dots")
-        << tooLong << Answer::echo() << cut
-        << "plain:" + LoopbackTranslationServer::echoTranslation(cut) << true
-        << "translationHasBeenMadeAnalytics:1";
-    QTest::newRow("malformed answer shows the error in gray")
-        << "Hello" << Answer::of(Behaviour::Garbage) << "Hello"
-        << "gray:Unable to translate text." << false << "translationError:1";
-}
-
-void TestTranslationController::gestureShowsSourceThenAnswer()
-{
-    QFETCH(QString, captured);
-    QFETCH(Answer, answer);
-    QFETCH(QString, shownSource);
-    QFETCH(QString, shownAnswer);
-    QFETCH(bool, kept);
-    QFETCH(QString, event);
-
-    m_server->setDefaultAnswer(answer);
-    m_source->text = captured;
-    pressAndWaitForAnswer();
-
-    QCOMPARE(m_presenter->texts, QStringList({"open:" + shownSource, shownAnswer}));
-    QCOMPARE(m_server->requestCount(), 1);
-    QVERIFY(m_server->requests().first().target().contains("&tl=de&"));
-    QCOMPARE(m_controller->lastTranslatedText().has_value(), kept);
-    QCOMPARE(m_controller->getTranslationsCounter(), 1);
-    QCOMPARE(m_events, QStringList{event});
-}
-
-void TestTranslationController::noTextShowsMessageAndSendsNothing()
-{
-    pressAndWaitForAnswer();
-    QVERIFY(m_controller->lastTranslatedText());
-
-    m_presenter->hidePopOver();
-    m_presenter->texts.clear();
-    m_source->text.reset();
-    m_controller->controlDoublePressed(false);
-    QCOMPARE(m_presenter->texts,
-             QStringList({"open:No text to translate", "gray:No text to translate"}));
-    QVERIFY(!m_controller->lastTranslatedText());
-    QTest::qWait(200);
-    QCOMPARE(m_server->requestCount(), 1);
-}
-
-void TestTranslationController::releaseWhilePendingHidesAndCountsTheCancel()
-{
-    pressAndWaitForAnswer();
-    QVERIFY(m_controller->lastTranslatedText());
-
-    m_server->setDefaultAnswer(Answer::of(Behaviour::Silent));
-    QSignalSpy shown(m_controller.get(), &TranslationController::translationShown);
-    m_controller->controlDoublePressed(false);
-    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 2, kWaitMs);
-    m_controller->controlDoublePressReleased();
-    QVERIFY(!m_presenter->isPopoverShown());
-    QVERIFY(shown.wait(kWaitMs));
-
-    // The cancelled request still ends as a failure: counted, reported, translation dropped.
-    QCOMPARE(m_presenter->texts.last(), QStringLiteral("gray:NSURLResponse's data is nil"));
-    QVERIFY(!m_controller->lastTranslatedText());
-    QCOMPARE(m_controller->getTranslationsCounter(), 2);
-    QCOMPARE(m_events.last(), QStringLiteral("translationError:2"));
-}
-
-void TestTranslationController::optionPastesOnlyAKeptTranslation()
-{
-    m_controller->altPressedWhenControlIsDoublePressed();
-    QVERIFY(m_source->pasted.isEmpty());
-
-    pressAndWaitForAnswer();
-    m_controller->altPressedWhenControlIsDoublePressed();
-    QCOMPARE(m_source->pasted, QStringList{LoopbackTranslationServer::echoTranslation("Hello")});
-
-    m_server->setDefaultAnswer(Answer::of(Behaviour::Garbage));
-    pressAndWaitForAnswer();
-    m_controller->altPressedWhenControlIsDoublePressed();
-    QCOMPARE(m_source->pasted.size(), 1);
-}
-
-void TestTranslationController::actionsDriveTheTranslation_data()
-{
-    QTest::addColumn<QString>("actions");       // which keys make them is the gesture test's
-    QTest::addColumn<QStringList>("languages"); // of the requests, in order
-    QTest::addColumn<bool>("pasted");
-    QTest::addColumn<bool>("shownAtEnd");
-
-    QTest::newRow("released") << "translate hide" << QStringList{"de"} << false << false;
-    QTest::newRow("with the alternative key held")
-        << "translateAlt" << QStringList{"ja"} << false << true;
-    QTest::newRow("alternative key pressed and released while held: popover stays")
-        << "translate againAlt again" << QStringList{"de", "ja", "de"} << false << true;
-    QTest::newRow("left Alt while held pastes")
-        << "translate paste" << QStringList{"de"} << true << true;
-}
-
-void TestTranslationController::actionsDriveTheTranslation()
-{
-    QFETCH(QString, actions);
-    QFETCH(QStringList, languages);
-    QFETCH(bool, pasted);
-    QFETCH(bool, shownAtEnd);
-
-    // The paste needs a translation kept from an earlier gesture.
-    pressAndWaitForAnswer();
-    m_presenter->hidePopOver();
-    m_presenter->texts.clear();
-
-    // A request cancelled at once may never reach the server: the client's word counts.
-    QStringList sent;
-    tolkaro::setLogSink([&sent](const QString &line) {
-        static const QRegularExpression translating(QStringLiteral("^Translating .* into (\\S+)$"));
-        if (const QRegularExpressionMatch match = translating.match(line); match.hasMatch())
-            sent << match.captured(1);
-    });
-    GestureActions &gesture = *m_controller;
-    for (const QString &action : actions.split(QLatin1Char(' '))) {
-        if (action.startsWith("translate"))
-            gesture.controlDoublePressed(action.endsWith("Alt"));
-        else if (action.startsWith("again"))
-            gesture.alternativeLanguageSwitched(action.endsWith("Alt"));
-        else if (action == "paste")
-            gesture.altPressedWhenControlIsDoublePressed();
-        else
-            gesture.controlDoublePressReleased();
-    }
-    tolkaro::setLogSink({});
-    QCOMPARE(sent, languages);
-    QCOMPARE(m_presenter->texts.filter(QRegularExpression("^open:")).size(), 1);
-    QCOMPARE(m_source->pasted.size(), pasted ? 1 : 0);
-    QCOMPARE(m_presenter->isPopoverShown(), shownAtEnd);
-}
 
 QTEST_GUILESS_MAIN(TestTranslationController)
 #include "tst_translationcontroller.moc"

@@ -74,18 +74,270 @@ class TestUpdater : public QObject
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
-    void check_data();
-    void check();
-    void firstBackgroundCheckAsks_data();
-    void firstBackgroundCheckAsks();
-    void askingDuringBackgroundCheckSpeaksUp();
-    void compareVersions_data();
-    void compareVersions();
-    void newestItem_data();
-    void newestItem();
-    void usageSentOnlyWhileTurnedOn();
+    void init()
+    {
+        m_root = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_root->isValid());
+        m_preferences = std::make_unique<Preferences>(m_root->path() + "/Tolkaro.conf");
+        m_server = std::make_unique<LoopbackTranslationServer>();
+        QVERIFY(m_server->isListening());
+        m_preferences->settings().setValue("UpdateFeedURL", m_server->baseUrl() + "/appcast.xml");
+        m_preferences->setCheckForUpdatesAutomatically(true);
+        m_log.clear();
+        tolkaro::setLogSink([this](const QString &line) { m_log << line; });
+    }
+
+    void cleanup()
+    {
+        tolkaro::setLogSink({});
+        m_server.reset();
+        m_preferences.reset();
+        m_root.reset();
+    }
+
+    void check_data()
+    {
+        QTest::addColumn<QString>("feed"); // null: the loopback server's feed
+        QTest::addColumn<Answer>("answer");
+        QTest::addColumn<bool>("asked");
+        QTest::addColumn<int>("outcome");
+        QTest::addColumn<QStringList>("shown");
+
+        // Which version is newer is compareVersions's; here, what each outcome shows.
+        const QString server;
+        const Answer newer = Answer::well(feed(item("0.2.0")));
+        const Answer same = Answer::well(feed(item(TOLKARO_VERSION)));
+        const Answer malformed = Answer::well("<rss><channel><item><title>cut off");
+        const Answer forbidden = Answer::of(Behaviour::HtmlForbidden);
+        const int noFeed = int(Outcome::NoFeed);
+
+        QTest::newRow("newer, background")
+            << server << newer << false << int(Outcome::UpdateFound) << QStringList{"found"};
+        QTest::newRow("same, background: silent")
+            << server << same << false << int(Outcome::UpToDate) << QStringList{};
+        QTest::newRow("same, asked")
+            << server << same << true << int(Outcome::UpToDate) << QStringList{"up to date"};
+        QTest::newRow("malformed, background: only logged")
+            << server << malformed << false << int(Outcome::Failed) << QStringList{};
+        QTest::newRow("HTTP error page, asked")
+            << server << forbidden << true << int(Outcome::Failed) << QStringList{"failed"};
+        QTest::newRow("no feed, asked: the package manager")
+            << "" << same << true << noFeed << QStringList{"no feed"};
+    }
+
+    void check()
+    {
+        QFETCH(QString, feed);
+        QFETCH(Answer, answer);
+        QFETCH(bool, asked);
+        QFETCH(int, outcome);
+        QFETCH(QStringList, shown);
+
+        if (!feed.isNull())
+            m_preferences->settings().setValue("UpdateFeedURL", feed);
+        m_server->setDefaultAnswer(answer);
+
+        RecordingPresenter presenter;
+        Updater updater(m_preferences.get(), &presenter);
+        QCOMPARE(updater.hasFeed(), feed.isNull());
+        QSignalSpy finished(&updater, &Updater::updateCheckFinished);
+        if (asked)
+            updater.checkForUpdates();
+        else
+            updater.checkForUpdatesInBackground();
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
+
+        const auto result = finished.first().first().value<UpdateCheckResult>();
+        QCOMPARE(int(result.outcome), outcome);
+        QCOMPARE(presenter.shown, shown);
+        if (result.outcome == Outcome::UpdateFound)
+            QCOMPARE(result.newestVersion, QString("0.2.0"));
+        if (result.outcome == Outcome::Failed) {
+            QVERIFY(!result.error.isEmpty());
+            QCOMPARE(m_log.size(), 1);
+            QVERIFY2(m_log.first().startsWith("Update check failed: "), qPrintable(m_log.first()));
+        } else {
+            QCOMPARE(m_log, QStringList{});
+        }
+        QCOMPARE(m_server->requestCount(), feed.isNull() ? 1 : 0);
+    }
+
+    void firstBackgroundCheckAsks_data()
+    {
+        QTest::addColumn<bool>("checkAutomatically");
+        QTest::addColumn<bool>("sendProfile");
+
+        QTest::newRow("agreed, box ticked: the profile joins the feed's own query") << true << true;
+        QTest::newRow("agreed, box left empty: no profile") << true << false;
+        QTest::newRow("declined: no check, now or later") << false << false;
+    }
+
+    void firstBackgroundCheckAsks()
+    {
+        QFETCH(bool, checkAutomatically);
+        QFETCH(bool, sendProfile);
+
+        m_preferences->settings().remove("CheckForUpdatesAutomatically");
+        m_preferences->settings().setValue("UpdateFeedURL",
+                                           m_server->baseUrl() + "/appcast.xml?channel=beta");
+        m_server->setDefaultAnswer(Answer::well(feed(item(TOLKARO_VERSION))));
+        RecordingPresenter presenter;
+        presenter.permission = {checkAutomatically, sendProfile};
+        Updater updater(m_preferences.get(), &presenter);
+        QSignalSpy finished(&updater, &Updater::updateCheckFinished);
+        updater.checkForUpdatesInBackground();
+        if (checkAutomatically)
+            QVERIFY(finished.wait(20000));
+        updater.checkForUpdatesInBackground(); // the next start: asked once only
+        if (checkAutomatically)
+            QVERIFY(finished.wait(20000));
+        else
+            QTest::qWait(200);
+
+        QCOMPARE(presenter.shown, QStringList{"asked"});
+        QCOMPARE(m_server->requestCount(), checkAutomatically ? 2 : 0);
+        // The answers are the user's settings, kept for the next start.
+        const Preferences stored(m_root->path() + "/Tolkaro.conf");
+        QCOMPARE(stored.checkForUpdatesAutomatically(), std::optional<bool>(checkAutomatically));
+        QCOMPARE(stored.sendSystemProfileWithUpdateChecks(), sendProfile);
+        for (const auto &request : m_server->requests()) {
+            const QUrl target("http://x" + QString::fromUtf8(request.target()));
+            QCOMPARE(target.path(), QString("/appcast.xml"));
+            const QUrlQuery query(target);
+            QCOMPARE(query.queryItemValue("channel"), QString("beta"));
+            QCOMPARE(query.hasQueryItem("appVersion"), sendProfile);
+        }
+    }
+
+    void askingDuringBackgroundCheckSpeaksUp()
+    {
+        m_server->setDefaultAnswer(Answer::slowly(feed(item(TOLKARO_VERSION)), 300));
+        RecordingPresenter presenter;
+        Updater updater(m_preferences.get(), &presenter);
+        QSignalSpy finished(&updater, &Updater::updateCheckFinished);
+        updater.checkForUpdatesInBackground();
+        updater.checkForUpdates();
+        QVERIFY(finished.wait(20000));
+        // One request answers both, and the user hears of it.
+        QCOMPARE(m_server->requestCount(), 1);
+        QCOMPARE(presenter.shown, QStringList{"up to date"});
+    }
+
+    void compareVersions_data()
+    {
+        QTest::addColumn<QString>("a");
+        QTest::addColumn<QString>("b");
+        QTest::addColumn<int>("expected");
+
+        const auto row = [](const char *name, const char *a, const char *b, int expected) {
+            QTest::newRow(name) << QString(a) << QString(b) << expected;
+        };
+        row("numbers by value, not text", "1.10", "1.9", 1);
+        row("trailing zeros do not count", "1.0", "1.0.0", 0);
+        row("extra non-zero part is newer", "1.0", "1.0.1", -1);
+        row("beta before release", "1.0b2", "1.0", -1);
+        row("rc with dash before release", "1.0-rc1", "1.0", -1);
+        row("alpha before beta", "1.0alpha", "1.0beta", -1);
+        row("release after pre-release of next", "1.1b1", "1.0", 1);
+        row("leading v ignored", "v0.2.0", "0.2.0", 0);
+        row("build metadata ignored", "1.0.0+20261122", "1.0.0", 0);
+        row("numbers longer than 64 bits", "1.123456789012345678901234567890",
+            "1.123456789012345678901234567889", 1);
+    }
+
+    void compareVersions()
+    {
+        QFETCH(QString, a);
+        QFETCH(QString, b);
+        QFETCH(int, expected);
+
+        QCOMPARE(VersionComparator::compareVersions(a, b), expected);
+        QCOMPARE(VersionComparator::compareVersions(b, a), -expected);
+    }
+
+    void newestItem_data()
+    {
+        QTest::addColumn<QByteArray>("document");
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QString>("downloadURL");
+
+        QTest::newRow("newest by version, not by position")
+            << feed(item("0.9.0") + item("0.10.0") + item("0.2.0")) << "0.10.0"
+            << "https://example.invalid/Tolkaro-0.10.0.AppImage";
+        QTest::newRow("items for other systems skipped")
+            << feed(item("0.3.0") + item("9.0", "sparkle:os=\"macos\"") +
+                    item("0.4.0", "sparkle:os=\"linux\""))
+            << "0.4.0"
+            << "https://example.invalid/Tolkaro-0.4.0.AppImage";
+        QTest::newRow("version as item elements, download from link")
+            << feed("<item><title>T</title><link>https://example.invalid/get</link>"
+                    "<sparkle:version>123</sparkle:version>"
+                    "<sparkle:shortVersionString>1.2.3</sparkle:shortVersionString></item>")
+            << "1.2.3"
+            << "https://example.invalid/get";
+        QTest::newRow("items without a version ignored")
+            << feed("<item><title>News</title></item>" + item("0.5")) << "0.5"
+            << "https://example.invalid/Tolkaro-0.5.AppImage";
+        QTest::newRow("truncated after a good item") << feed(item("0.2.0")).left(420) << ""
+                                                     << "";
+    }
+
+    void newestItem()
+    {
+        QFETCH(QByteArray, document);
+        QFETCH(QString, version);
+        QFETCH(QString, downloadURL);
+
+        QString error;
+        const std::optional<Appcast::Item> newest = Appcast::newestItem(document, &error);
+        if (version.isEmpty()) {
+            QVERIFY(!newest.has_value());
+            QVERIFY(!error.isEmpty());
+            return;
+        }
+        QVERIFY2(newest.has_value(), qPrintable(error));
+        QCOMPARE(newest->version, version);
+        QCOMPARE(newest->downloadURL.toString(), downloadURL);
+    }
+
+    // One reporter throughout: the settings are read at every report, so turning reporting off
+    // takes effect at once. Events are sent in order, so once a last event sent through a
+    // reporter that is surely on has arrived, every event before it has too.
+    void usageSentOnlyWhileTurnedOn()
+    {
+        QSettings &settings = m_preferences->settings();
+        const QString events = m_server->baseUrl() + "/events";
+        UsageReporter reporter(m_preferences.get());
+        settings.setValue("UsageReportingURL", events);
+        QVERIFY(!reporter.isEnabled()); // the switch absent
+        reporter.report(UsageEvents::kFirstLaunchEver);
+        settings.setValue("UsageReportingEnabled", true);
+        settings.setValue("UsageReportingURL", "::events");
+        QVERIFY(!reporter.isEnabled());
+        reporter.report(UsageEvents::kAccessibilityConsentGiven);
+        settings.setValue("UsageReportingURL", events);
+        QVERIFY(reporter.isEnabled());
+        reporter.report(UsageEvents::kTranslationMade,
+                        {{"language", "de"}, {"text length", 12}, {"note", "a&b=c+d é"}});
+        settings.setValue("UsageReportingEnabled", false);
+        reporter.report(UsageEvents::kAccessibilityConsentDeclined);
+
+        Preferences on(m_root->path() + "/sentinel.conf");
+        on.settings().setValue("UsageReportingEnabled", true);
+        on.settings().setValue("UsageReportingURL", m_server->baseUrl() + "/sentinel");
+        UsageReporter sentinel(&on);
+        sentinel.report("sentinel");
+        QTRY_COMPARE_WITH_TIMEOUT(sentTo("/sentinel").size(), 1, 20000);
+
+        QCOMPARE(m_server->requestCount(), 2);
+        const LoopbackTranslationServer::RecordedRequest event = sentTo("/events").first();
+        QVERIFY2(event.requestLine.startsWith("POST "), event.requestLine.constData());
+        QCOMPARE(event.headerValue("Content-Type"),
+                 QByteArray("application/x-www-form-urlencoded"));
+        QCOMPARE(event.body,
+                 QByteArray("event=translationHasBeenMadeAnalytics&version=" TOLKARO_VERSION
+                            "&language=de&note=a%26b%3Dc%2Bd+%C3%A9&text+length=12"));
+    }
 
 private:
     QList<LoopbackTranslationServer::RecordedRequest> sentTo(const QByteArray &target) const;
@@ -96,232 +348,6 @@ private:
     QStringList m_log;
 };
 
-void TestUpdater::init()
-{
-    m_root = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_root->isValid());
-    m_preferences = std::make_unique<Preferences>(m_root->path() + "/Tolkaro.conf");
-    m_server = std::make_unique<LoopbackTranslationServer>();
-    QVERIFY(m_server->isListening());
-    m_preferences->settings().setValue("UpdateFeedURL", m_server->baseUrl() + "/appcast.xml");
-    m_preferences->setCheckForUpdatesAutomatically(true);
-    m_log.clear();
-    tolkaro::setLogSink([this](const QString &line) { m_log << line; });
-}
-
-void TestUpdater::cleanup()
-{
-    tolkaro::setLogSink({});
-    m_server.reset();
-    m_preferences.reset();
-    m_root.reset();
-}
-
-void TestUpdater::check_data()
-{
-    QTest::addColumn<QString>("feed"); // null: the loopback server's feed
-    QTest::addColumn<Answer>("answer");
-    QTest::addColumn<bool>("asked");
-    QTest::addColumn<int>("outcome");
-    QTest::addColumn<QStringList>("shown");
-
-    // Which version is newer is compareVersions's; here, what each outcome shows.
-    const QString server;
-    const Answer newer = Answer::well(feed(item("0.2.0")));
-    const Answer same = Answer::well(feed(item(TOLKARO_VERSION)));
-    const Answer malformed = Answer::well("<rss><channel><item><title>cut off");
-    const Answer forbidden = Answer::of(Behaviour::HtmlForbidden);
-    const int noFeed = int(Outcome::NoFeed);
-
-    QTest::newRow("newer, background")
-        << server << newer << false << int(Outcome::UpdateFound) << QStringList{"found"};
-    QTest::newRow("same, background: silent")
-        << server << same << false << int(Outcome::UpToDate) << QStringList{};
-    QTest::newRow("same, asked") << server << same << true << int(Outcome::UpToDate)
-                                 << QStringList{"up to date"};
-    QTest::newRow("malformed, background: only logged")
-        << server << malformed << false << int(Outcome::Failed) << QStringList{};
-    QTest::newRow("HTTP error page, asked")
-        << server << forbidden << true << int(Outcome::Failed) << QStringList{"failed"};
-    QTest::newRow("no feed, asked: the package manager")
-        << "" << same << true << noFeed << QStringList{"no feed"};
-}
-
-void TestUpdater::check()
-{
-    QFETCH(QString, feed);
-    QFETCH(Answer, answer);
-    QFETCH(bool, asked);
-    QFETCH(int, outcome);
-    QFETCH(QStringList, shown);
-
-    if (!feed.isNull())
-        m_preferences->settings().setValue("UpdateFeedURL", feed);
-    m_server->setDefaultAnswer(answer);
-
-    RecordingPresenter presenter;
-    Updater updater(m_preferences.get(), &presenter);
-    QCOMPARE(updater.hasFeed(), feed.isNull());
-    QSignalSpy finished(&updater, &Updater::updateCheckFinished);
-    if (asked)
-        updater.checkForUpdates();
-    else
-        updater.checkForUpdatesInBackground();
-    QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
-
-    const auto result = finished.first().first().value<UpdateCheckResult>();
-    QCOMPARE(int(result.outcome), outcome);
-    QCOMPARE(presenter.shown, shown);
-    if (result.outcome == Outcome::UpdateFound)
-        QCOMPARE(result.newestVersion, QString("0.2.0"));
-    if (result.outcome == Outcome::Failed) {
-        QVERIFY(!result.error.isEmpty());
-        QCOMPARE(m_log.size(), 1);
-        QVERIFY2(m_log.first().startsWith("Update check failed: "), qPrintable(m_log.first()));
-    } else {
-        QCOMPARE(m_log, QStringList{});
-    }
-    QCOMPARE(m_server->requestCount(), feed.isNull() ? 1 : 0);
-}
-
-void TestUpdater::firstBackgroundCheckAsks_data()
-{
-    QTest::addColumn<bool>("checkAutomatically");
-    QTest::addColumn<bool>("sendProfile");
-
-    QTest::newRow("agreed, box ticked: the profile joins the feed's own query") << true << true;
-    QTest::newRow("agreed, box left empty: no profile") << true << false;
-    QTest::newRow("declined: no check, now or later") << false << false;
-}
-
-void TestUpdater::firstBackgroundCheckAsks()
-{
-    QFETCH(bool, checkAutomatically);
-    QFETCH(bool, sendProfile);
-
-    m_preferences->settings().remove("CheckForUpdatesAutomatically");
-    m_preferences->settings().setValue("UpdateFeedURL",
-                                       m_server->baseUrl() + "/appcast.xml?channel=beta");
-    m_server->setDefaultAnswer(Answer::well(feed(item(TOLKARO_VERSION))));
-    RecordingPresenter presenter;
-    presenter.permission = {checkAutomatically, sendProfile};
-    Updater updater(m_preferences.get(), &presenter);
-    QSignalSpy finished(&updater, &Updater::updateCheckFinished);
-    updater.checkForUpdatesInBackground();
-    if (checkAutomatically)
-        QVERIFY(finished.wait(20000));
-    updater.checkForUpdatesInBackground(); // the next start: asked once only
-    if (checkAutomatically)
-        QVERIFY(finished.wait(20000));
-    else
-        QTest::qWait(200);
-
-    QCOMPARE(presenter.shown, QStringList{"asked"});
-    QCOMPARE(m_server->requestCount(), checkAutomatically ? 2 : 0);
-    // The answers are the user's settings, kept for the next start.
-    const Preferences stored(m_root->path() + "/Tolkaro.conf");
-    QCOMPARE(stored.checkForUpdatesAutomatically(), std::optional<bool>(checkAutomatically));
-    QCOMPARE(stored.sendSystemProfileWithUpdateChecks(), sendProfile);
-    for (const auto &request : m_server->requests()) {
-        const QUrl target("http://x" + QString::fromUtf8(request.target()));
-        QCOMPARE(target.path(), QString("/appcast.xml"));
-        const QUrlQuery query(target);
-        QCOMPARE(query.queryItemValue("channel"), QString("beta"));
-        QCOMPARE(query.hasQueryItem("appVersion"), sendProfile);
-    }
-}
-
-void TestUpdater::askingDuringBackgroundCheckSpeaksUp()
-{
-    m_server->setDefaultAnswer(Answer::slowly(feed(item(TOLKARO_VERSION)), 300));
-    RecordingPresenter presenter;
-    Updater updater(m_preferences.get(), &presenter);
-    QSignalSpy finished(&updater, &Updater::updateCheckFinished);
-    updater.checkForUpdatesInBackground();
-    updater.checkForUpdates();
-    QVERIFY(finished.wait(20000));
-    // One request answers both, and the user hears of it.
-    QCOMPARE(m_server->requestCount(), 1);
-    QCOMPARE(presenter.shown, QStringList{"up to date"});
-}
-
-void TestUpdater::compareVersions_data()
-{
-    QTest::addColumn<QString>("a");
-    QTest::addColumn<QString>("b");
-    QTest::addColumn<int>("expected");
-
-    const auto row = [](const char *name, const char *a, const char *b, int expected) {
-        QTest::newRow(name) << QString(a) << QString(b) << expected;
-    };
-    row("numbers by value, not text", "1.10", "1.9", 1);
-    row("trailing zeros do not count", "1.0", "1.0.0", 0);
-    row("extra non-zero part is newer", "1.0", "1.0.1", -1);
-    row("beta before release", "1.0b2", "1.0", -1);
-    row("rc with dash before release", "1.0-rc1", "1.0", -1);
-    row("alpha before beta", "1.0alpha", "1.0beta", -1);
-    row("release after pre-release of next", "1.1b1", "1.0", 1);
-    row("leading v ignored", "v0.2.0", "0.2.0", 0);
-    row("build metadata ignored", "1.0.0+20261122", "1.0.0", 0);
-    row("numbers longer than 64 bits", "1.123456789012345678901234567890",
-        "1.123456789012345678901234567889", 1);
-}
-
-void TestUpdater::compareVersions()
-{
-    QFETCH(QString, a);
-    QFETCH(QString, b);
-    QFETCH(int, expected);
-
-    QCOMPARE(VersionComparator::compareVersions(a, b), expected);
-    QCOMPARE(VersionComparator::compareVersions(b, a), -expected);
-}
-
-void TestUpdater::newestItem_data()
-{
-    QTest::addColumn<QByteArray>("document");
-    QTest::addColumn<QString>("version");
-    QTest::addColumn<QString>("downloadURL");
-
-    QTest::newRow("newest by version, not by position")
-        << feed(item("0.9.0") + item("0.10.0") + item("0.2.0")) << "0.10.0"
-        << "https://example.invalid/Tolkaro-0.10.0.AppImage";
-    QTest::newRow("items for other systems skipped")
-        << feed(item("0.3.0") + item("9.0", "sparkle:os=\"macos\"") +
-                item("0.4.0", "sparkle:os=\"linux\""))
-        << "0.4.0"
-        << "https://example.invalid/Tolkaro-0.4.0.AppImage";
-    QTest::newRow("version as item elements, download from link")
-        << feed("<item><title>T</title><link>https://example.invalid/get</link>"
-                "<sparkle:version>123</sparkle:version>"
-                "<sparkle:shortVersionString>1.2.3</sparkle:shortVersionString></item>")
-        << "1.2.3"
-        << "https://example.invalid/get";
-    QTest::newRow("items without a version ignored")
-        << feed("<item><title>News</title></item>" + item("0.5")) << "0.5"
-        << "https://example.invalid/Tolkaro-0.5.AppImage";
-    QTest::newRow("truncated after a good item") << feed(item("0.2.0")).left(420) << ""
-                                                 << "";
-}
-
-void TestUpdater::newestItem()
-{
-    QFETCH(QByteArray, document);
-    QFETCH(QString, version);
-    QFETCH(QString, downloadURL);
-
-    QString error;
-    const std::optional<Appcast::Item> newest = Appcast::newestItem(document, &error);
-    if (version.isEmpty()) {
-        QVERIFY(!newest.has_value());
-        QVERIFY(!error.isEmpty());
-        return;
-    }
-    QVERIFY2(newest.has_value(), qPrintable(error));
-    QCOMPARE(newest->version, version);
-    QCOMPARE(newest->downloadURL.toString(), downloadURL);
-}
-
 QList<LoopbackTranslationServer::RecordedRequest>
 TestUpdater::sentTo(const QByteArray &target) const
 {
@@ -331,43 +357,6 @@ TestUpdater::sentTo(const QByteArray &target) const
             sent << request;
     }
     return sent;
-}
-
-// One reporter throughout: the settings are read at every report, so turning reporting off
-// takes effect at once. Events are sent in order, so once a last event sent through a
-// reporter that is surely on has arrived, every event before it has too.
-void TestUpdater::usageSentOnlyWhileTurnedOn()
-{
-    QSettings &settings = m_preferences->settings();
-    const QString events = m_server->baseUrl() + "/events";
-    UsageReporter reporter(m_preferences.get());
-    settings.setValue("UsageReportingURL", events);
-    QVERIFY(!reporter.isEnabled()); // the switch absent
-    reporter.report(UsageEvents::kFirstLaunchEver);
-    settings.setValue("UsageReportingEnabled", true);
-    settings.setValue("UsageReportingURL", "::events");
-    QVERIFY(!reporter.isEnabled());
-    reporter.report(UsageEvents::kAccessibilityConsentGiven);
-    settings.setValue("UsageReportingURL", events);
-    QVERIFY(reporter.isEnabled());
-    reporter.report(UsageEvents::kTranslationMade,
-                    {{"language", "de"}, {"text length", 12}, {"note", "a&b=c+d é"}});
-    settings.setValue("UsageReportingEnabled", false);
-    reporter.report(UsageEvents::kAccessibilityConsentDeclined);
-
-    Preferences on(m_root->path() + "/sentinel.conf");
-    on.settings().setValue("UsageReportingEnabled", true);
-    on.settings().setValue("UsageReportingURL", m_server->baseUrl() + "/sentinel");
-    UsageReporter sentinel(&on);
-    sentinel.report("sentinel");
-    QTRY_COMPARE_WITH_TIMEOUT(sentTo("/sentinel").size(), 1, 20000);
-
-    QCOMPARE(m_server->requestCount(), 2);
-    const LoopbackTranslationServer::RecordedRequest event = sentTo("/events").first();
-    QVERIFY2(event.requestLine.startsWith("POST "), event.requestLine.constData());
-    QCOMPARE(event.headerValue("Content-Type"), QByteArray("application/x-www-form-urlencoded"));
-    QCOMPARE(event.body, QByteArray("event=translationHasBeenMadeAnalytics&version=" TOLKARO_VERSION
-                                    "&language=de&note=a%26b%3Dc%2Bd+%C3%A9&text+length=12"));
 }
 
 QTEST_GUILESS_MAIN(TestUpdater)
