@@ -2,6 +2,8 @@
 // modifiers arrive in order with the keys held after each, other keys only reach the window,
 // mapping changes are followed, and a server without XInput 2 is found out before install.
 
+#include "DataRows.h"
+
 #include "AtspiProbe.h"
 #include "DesktopInput.h"
 #include "common/Log.h"
@@ -124,9 +126,7 @@ private slots:
 
     void modifierChangesArriveInOrder_data()
     {
-        QTest::addColumn<QString>("fnStandIn");
-        QTest::addColumn<QStringList>("steps");
-        QTest::addColumn<ReportedList>("expected");
+        DataRows::addColumns<QString, QStringList, ReportedList>("fnStandIn", "steps", "expected");
 
         const QString super = QStringLiteral("Super_L");
         const auto pressAround = [](int outer, int inner) {
@@ -152,9 +152,8 @@ private slots:
 
     void modifierChangesArriveInOrder()
     {
-        QFETCH(QString, fnStandIn);
-        QFETCH(QStringList, steps);
-        QFETCH(ReportedList, expected);
+        auto [fnStandIn, steps, expected] =
+            DataRows::fetch<QString, QStringList, ReportedList>("fnStandIn", "steps", "expected");
 
         Recorder recorder(fnStandIn);
         QVERIFY(recorder.monitor.install());
@@ -197,9 +196,7 @@ private slots:
 
     void mappingChangesAreFollowed_data()
     {
-        QTest::addColumn<int>("keyCode");
-        QTest::addColumn<QString>("newKeysym");
-        QTest::addColumn<ReportedList>("expected");
+        DataRows::addColumns<int, QString, ReportedList>("keyCode", "newKeysym", "expected");
 
         QTest::newRow("left Control's key made a left Alt") << kLeftControl << "Alt_L" << tapOf(LA);
         QTest::newRow("the Menu key made the alternative-language key")
@@ -209,9 +206,8 @@ private slots:
 
     void mappingChangesAreFollowed()
     {
-        QFETCH(int, keyCode);
-        QFETCH(QString, newKeysym);
-        QFETCH(ReportedList, expected);
+        auto [keyCode, newKeysym, expected] =
+            DataRows::fetch<int, QString, ReportedList>("keyCode", "newKeysym", "expected");
 
         Recorder recorder;
         QVERIFY(recorder.monitor.install());

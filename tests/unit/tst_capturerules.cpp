@@ -1,5 +1,7 @@
 // The rules of text capture that need no other application.
 
+#include "DataRows.h"
+
 #include "platform/atspi/AccessibilityBusWatcher.h"
 #include "platform/atspi/MenuKeyBinding.h"
 #include "platform/atspi/UIElementUtilities.h"
@@ -40,8 +42,7 @@ class TestCaptureRules : public QObject
 private slots:
     void longestTextWithLetters_data()
     {
-        QTest::addColumn<Candidates>("candidates");
-        QTest::addColumn<std::optional<QString>>("expected");
+        DataRows::addColumns<Candidates, std::optional<QString>>("candidates", "expected");
 
         const std::optional<QString> none;
         QTest::newRow("help text longer than the title")
@@ -63,15 +64,14 @@ private slots:
 
     void longestTextWithLetters()
     {
-        QFETCH(Candidates, candidates);
-        QFETCH(std::optional<QString>, expected);
+        auto [candidates, expected] =
+            DataRows::fetch<Candidates, std::optional<QString>>("candidates", "expected");
         QCOMPARE(::longestTextWithLetters(candidates), expected);
     }
 
     void childSearchOrder_data()
     {
-        QTest::addColumn<Children>("children");
-        QTest::addColumn<QList<int>>("expected");
+        DataRows::addColumns<Children, QList<int>>("children", "expected");
 
         // The point is (50, 50).
         const auto shownAt = [](QRect extents) {
@@ -93,40 +93,36 @@ private slots:
 
     void childSearchOrder()
     {
-        QFETCH(Children, children);
-        QFETCH(QList<int>, expected);
+        auto [children, expected] = DataRows::fetch<Children, QList<int>>("children", "expected");
         QCOMPARE(ChildAtPoint::searchOrder(children, QPoint(50, 50)), expected);
     }
 
     void paragraphAround_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("offset"); // in characters, as AT-SPI counts them
-        QTest::addColumn<std::optional<QString>>("expected");
+        // offset in characters, as AT-SPI counts them
+        DataRows::addColumns<QString, int, std::optional<QString>>("text", "offset", "expected");
+        const auto row = [](const char *name, const QString &text, int offset,
+                            const std::optional<QString> &expected) {
+            QTest::newRow(name) << text << offset << expected;
+        };
 
         const QString three = QStringLiteral("One.\nTwo words.\nThree.");
-        QTest::newRow("inside the second of three")
-            << three << 7 << std::optional<QString>("Two words.");
-        QTest::newRow("on a line break: the paragraph it ends")
-            << three << 4 << std::optional<QString>("One.");
-        QTest::newRow("past the end: the last paragraph")
-            << three << 22 << std::optional<QString>("Three.");
-        QTest::newRow("CR LF is one break")
-            << QStringLiteral("One.\r\nTwo.") << 5 << std::optional<QString>("One.");
-        QTest::newRow("a blank line: nothing")
-            << QStringLiteral("One.\n  \nTwo.") << 6 << std::optional<QString>();
-        QTest::newRow("characters, not UTF-16 units: after an emoji")
-            << QStringLiteral("🙂 a\u2029b") << 4 << std::optional<QString>("b");
-        QTest::newRow("one paragraph is the whole text")
-            << QStringLiteral("Whole, no break.\n") << 0
-            << std::optional<QString>("Whole, no break.");
+        row("inside the second of three", three, 7, std::optional<QString>("Two words."));
+        row("on a line break: the paragraph it ends", three, 4, std::optional<QString>("One."));
+        row("past the end: the last paragraph", three, 22, std::optional<QString>("Three."));
+        row("CR LF is one break", QStringLiteral("One.\r\nTwo."), 5,
+            std::optional<QString>("One."));
+        row("a blank line: nothing", QStringLiteral("One.\n  \nTwo."), 6, std::optional<QString>());
+        row("characters, not UTF-16 units: after an emoji", QStringLiteral("🙂 a\u2029b"), 4,
+            std::optional<QString>("b"));
+        row("one paragraph is the whole text", QStringLiteral("Whole, no break.\n"), 0,
+            std::optional<QString>("Whole, no break."));
     }
 
     void paragraphAround()
     {
-        QFETCH(QString, text);
-        QFETCH(int, offset);
-        QFETCH(std::optional<QString>, expected);
+        auto [text, offset, expected] =
+            DataRows::fetch<QString, int, std::optional<QString>>("text", "offset", "expected");
         const qsizetype position = Paragraphs::positionOfCharacter(text, offset).value_or(-1);
         const auto span = Paragraphs::paragraphAround(text, position);
         QCOMPARE(span ? std::optional<QString>(text.sliced(span->start, span->end - span->start))
@@ -138,8 +134,7 @@ private slots:
 
     void menuKeyBinding_data()
     {
-        QTest::addColumn<QString>("keyBinding");
-        QTest::addColumn<std::optional<MenuKeyBinding>>("expected");
+        DataRows::addColumns<QString, std::optional<MenuKeyBinding>>("keyBinding", "expected");
 
         const auto binding = [](const QString &key, int modifiers) {
             return std::optional<MenuKeyBinding>(MenuKeyBinding{key, modifiers});
@@ -169,15 +164,14 @@ private slots:
 
     void menuKeyBinding()
     {
-        QFETCH(QString, keyBinding);
-        QFETCH(std::optional<MenuKeyBinding>, expected);
+        auto [keyBinding, expected] =
+            DataRows::fetch<QString, std::optional<MenuKeyBinding>>("keyBinding", "expected");
         QCOMPARE(MenuKeyBinding::parse(keyBinding), expected);
     }
 
     void pointConversion_data()
     {
-        QTest::addColumn<QPointF>("point");
-        QTest::addColumn<QPointF>("expected");
+        DataRows::addColumns<QPointF, QPointF>("point", "expected");
 
         const QRect screen = QGuiApplication::primaryScreen()->geometry();
         QTest::newRow("inside: unchanged, nothing flips") << QPointF(100.5, 7) << QPointF(100.5, 7);
@@ -188,16 +182,14 @@ private slots:
 
     void pointConversion()
     {
-        QFETCH(QPointF, point);
-        QFETCH(QPointF, expected);
+        auto [point, expected] = DataRows::fetch<QPointF, QPointF>("point", "expected");
         QCOMPARE(UIElementUtilities::carbonScreenPointFromCocoaScreenPoint(point), expected);
     }
 
     // The bus is told by its GUID: a restarted bus has the same path and a new GUID.
     void busServerId_data()
     {
-        QTest::addColumn<QString>("address");
-        QTest::addColumn<QString>("expected");
+        DataRows::addColumns<QString, QString>("address", "expected");
         QTest::newRow("path, then guid") << "unix:path=/run/user/1000/at-spi/bus_0,guid=0a1b2c"
                                          << "0a1b2c";
         QTest::newRow("guid first") << "unix:guid=0a1b2c,path=/tmp/bus"
@@ -211,8 +203,7 @@ private slots:
 
     void busServerId()
     {
-        QFETCH(QString, address);
-        QFETCH(QString, expected);
+        auto [address, expected] = DataRows::fetch<QString, QString>("address", "expected");
         QCOMPARE(AccessibilityBusWatcher::serverIdOfAddress(address), expected);
     }
 
@@ -220,22 +211,20 @@ private slots:
     // tree; the expected freshness of each, + or -.
     void primarySelectionFreshness_data()
     {
-        QTest::addColumn<QString>("captures");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("set before the first capture") << "U0"
-                                                      << "-";
-        QTest::newRow("kept since the last capture: a cleared selection") << "S1 U1"
-                                                                          << "--";
-        QTest::newRow("the application said none, then a new selection") << "N3 U3 U4"
-                                                                         << "--+";
-        QTest::newRow("no accessibility tree: whenever owned") << "T1 T1 U1"
-                                                               << "++-";
+        DataRows::addColumns<QString, QString>("captures", "expected");
+        const auto row = [](const char *name, const QString &captures, const QString &expected) {
+            QTest::newRow(name) << captures << expected;
+        };
+
+        row("set before the first capture", "U0", "-");
+        row("kept since the last capture: a cleared selection", "S1 U1", "--");
+        row("the application said none, then a new selection", "N3 U3 U4", "--+");
+        row("no accessibility tree: whenever owned", "T1 T1 U1", "++-");
     }
 
     void primarySelectionFreshness()
     {
-        QFETCH(QString, captures);
-        QFETCH(QString, expected);
+        auto [captures, expected] = DataRows::fetch<QString, QString>("captures", "expected");
         static const QString kAnswers = QStringLiteral("SNUT");
         PrimarySelectionRule rule;
         QString fresh;
@@ -252,26 +241,22 @@ private slots:
     // reported (R).
     void ownSyntheticKeys_data()
     {
-        QTest::addColumn<QString>("steps");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("own Ctrl+V") << "a+37 a+55 a-55 a-37 e+37 e+55 e-55 e-37"
-                                    << "PPPP";
-        QTest::newRow("another client's Control release after ours") << "a+37 a-37 e+37 e-37 e-37"
-                                                                     << "PPR";
-        QTest::newRow("a look-alike takes ours, ours is reported in its place") << "a-37 e-37 e-37"
-                                                                                << "PR";
-        QTest::newRow("a press the server dropped expires; key and direction count")
-            << "a+37 a-37 e-37 x e+37 a+37 e-37 e+105"
-            << "PRRR";
-        QTest::newRow("a later batch outlives the expiry of an earlier one")
-            << "a+37 m a-37 x e+37 e-37"
-            << "RP";
+        DataRows::addColumns<QString, QString>("steps", "expected");
+        const auto row = [](const char *name, const QString &steps, const QString &expected) {
+            QTest::newRow(name) << steps << expected;
+        };
+
+        row("own Ctrl+V", "a+37 a+55 a-55 a-37 e+37 e+55 e-55 e-37", "PPPP");
+        row("another client's Control release after ours", "a+37 a-37 e+37 e-37 e-37", "PPR");
+        row("a look-alike takes ours, ours is reported in its place", "a-37 e-37 e-37", "PR");
+        row("a press the server dropped expires; key and direction count",
+            "a+37 a-37 e-37 x e+37 a+37 e-37 e+105", "PRRR");
+        row("a later batch outlives the expiry of an earlier one", "a+37 m a-37 x e+37 e-37", "RP");
     }
 
     void ownSyntheticKeys()
     {
-        QFETCH(QString, steps);
-        QFETCH(QString, expected);
+        auto [steps, expected] = DataRows::fetch<QString, QString>("steps", "expected");
         SyntheticKeyFilter filter;
         std::optional<quint64> mark;
         QString seen;

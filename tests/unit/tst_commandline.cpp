@@ -1,5 +1,7 @@
 #include "LoopbackTranslationServer.h"
 
+#include "DataRows.h"
+
 #include <QDir>
 #include <QFile>
 #include <QNetworkAccessManager>
@@ -87,11 +89,8 @@ private slots:
 
     void invocationAnswers_data()
     {
-        QTest::addColumn<QByteArray>("storedSettings");
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QByteArray>("outContains");
-        QTest::addColumn<QByteArray>("errContains");
+        DataRows::addColumns<QByteArray, QStringList, int, QByteArray, QByteArray>(
+            "storedSettings", "arguments", "exitCode", "outContains", "errContains");
 
         // Without --to, the destination the tray would start with.
         QTest::newRow("translation into the stored destination")
@@ -132,11 +131,9 @@ private slots:
 
     void invocationAnswers()
     {
-        QFETCH(QByteArray, storedSettings);
-        QFETCH(QStringList, arguments);
-        QFETCH(int, exitCode);
-        QFETCH(QByteArray, outContains);
-        QFETCH(QByteArray, errContains);
+        auto [storedSettings, arguments, exitCode, outContains, errContains] =
+            DataRows::fetch<QByteArray, QStringList, int, QByteArray, QByteArray>(
+                "storedSettings", "arguments", "exitCode", "outContains", "errContains");
 
         if (!storedSettings.isEmpty())
             writeSettings(storedSettings);

@@ -1,4 +1,6 @@
+#include "DataRows.h"
 #include "common/Log.h"
+
 #include "gesture/ModifierGestureDetector.h"
 #include "text/CopiedPassage.h"
 #include "text/StringHelpers.h"
@@ -85,77 +87,63 @@ class TestGesture : public QObject
 private slots:
     void actionsFollowTheKeys_data()
     {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("expectedCalls");
+        DataRows::addColumns<QString, QString>("script", "expectedCalls");
+        const auto row = [](const char *name, const char *script, const char *calls) {
+            QTest::newRow(name) << QString(script) << QString(calls);
+        };
 
         // The double press itself.
-        QTest::newRow("press, release, press and hold") << "+LC@1000 -LC@1100 +LC@1200"
-                                                        << "translate";
-        QTest::newRow("exactly 0.4 s apart") << "+LC@1000 -LC@1100 +LC@1400 -LC@2000"
-                                             << "translate hide";
-        QTest::newRow("0.41 s apart") << "+LC@1000 -LC@1100 +LC@1410 -LC@2000"
-                                      << "";
-        QTest::newRow("slow press, then a quick pair")
-            << "+LC@1000 -LC@1100 +LC@2000 -LC@2100 +LC@2300"
-            << "translate";
-        QTest::newRow("within 0.4 s of launch") << "+LC@400"
-                                                << "translate";
-        QTest::newRow("0.41 s after launch") << "+LC@410 -LC@500"
-                                             << "";
+        row("press, release, press and hold", "+LC@1000 -LC@1100 +LC@1200", "translate");
+        row("exactly 0.4 s apart", "+LC@1000 -LC@1100 +LC@1400 -LC@2000", "translate hide");
+        row("0.41 s apart", "+LC@1000 -LC@1100 +LC@1410 -LC@2000", "");
+        row("slow press, then a quick pair", "+LC@1000 -LC@1100 +LC@2000 -LC@2100 +LC@2300",
+            "translate");
+        row("within 0.4 s of launch", "+LC@400", "translate");
+        row("0.41 s after launch", "+LC@410 -LC@500", "");
 
         // Only the left keys take part.
-        QTest::newRow("right Control twice") << "+RC@1000 -RC@1100 +RC@1200 -RC@1300"
-                                             << "";
-        QTest::newRow("right then left Control quickly") << "+RC@1000 -RC@1100 +LC@1200"
-                                                         << "";
-        QTest::newRow("release left while right held counts as a press")
-            << "+RC@1000 +LC@1100 -LC@1300"
-            << "translate";
-        QTest::newRow("release left while right held keeps the gesture")
-            << "+LC@1000 -LC@1100 +RC@1150 +LC@1200 -LC@1500 -RC@1600 +LC@3000 -LC@3100"
-            << "translate hide";
+        row("right Control twice", "+RC@1000 -RC@1100 +RC@1200 -RC@1300", "");
+        row("right then left Control quickly", "+RC@1000 -RC@1100 +LC@1200", "");
+        row("release left while right held counts as a press", "+RC@1000 +LC@1100 -LC@1300",
+            "translate");
+        row("release left while right held keeps the gesture",
+            "+LC@1000 -LC@1100 +RC@1150 +LC@1200 -LC@1500 -RC@1600 +LC@3000 -LC@3100",
+            "translate hide");
 
         // While held, the timestamp stays on the completing press.
-        QTest::newRow("third press right after release")
-            << "+LC@1000 -LC@1100 +LC@1200 -LC@1300 +LC@1500 -LC@1600 +LC@1700"
-            << "translate hide translate hide translate";
-        QTest::newRow("left Control events while held keep the timestamp")
-            << "+LC@1000 -LC@1100 +LC@1200 +RC@1300 -LC@1350 +LC@1700 -RC@1750 -LC@1800 +LC@1900"
-            << "translate hide";
+        row("third press right after release",
+            "+LC@1000 -LC@1100 +LC@1200 -LC@1300 +LC@1500 -LC@1600 +LC@1700",
+            "translate hide translate hide translate");
+        row("left Control events while held keep the timestamp",
+            "+LC@1000 -LC@1100 +LC@1200 +RC@1300 -LC@1350 +LC@1700 -RC@1750 -LC@1800 +LC@1900",
+            "translate hide");
 
         // Alt pastes on its press only, and only the left one while held.
-        QTest::newRow("Alt while held") << "+LC@1000 -LC@1100 +LC@1200 +LA@1500 -LA@1600 -LC@2000"
-                                        << "translate paste hide";
-        QTest::newRow("right Alt while held")
-            << "+LC@1000 -LC@1100 +LC@1200 +RA@1500 -RA@1600 -LC@2000"
-            << "translate hide";
-        QTest::newRow("Alt while idle with Control down") << "+LC@1000 +LA@1100 -LA@1200"
-                                                          << "";
-        QTest::newRow("Alt held before the double press")
-            << "+LA@900 +LC@1000 -LC@1100 +LC@1200 -LC@1400"
-            << "translate hide";
+        row("Alt while held", "+LC@1000 -LC@1100 +LC@1200 +LA@1500 -LA@1600 -LC@2000",
+            "translate paste hide");
+        row("right Alt while held", "+LC@1000 -LC@1100 +LC@1200 +RA@1500 -RA@1600 -LC@2000",
+            "translate hide");
+        row("Alt while idle with Control down", "+LC@1000 +LA@1100 -LA@1200", "");
+        row("Alt held before the double press", "+LA@900 +LC@1000 -LC@1100 +LC@1200 -LC@1400",
+            "translate hide");
 
         // The alternative-language key runs first on every event.
-        QTest::newRow("alternative key while idle") << "+AL@1000 -AL@1100"
-                                                    << "";
-        QTest::newRow("alternative key while held")
-            << "+LC@1000 -LC@1100 +LC@1200 +AL@1500 -AL@1800 -LC@2000"
-            << "translate againAlt again hide";
-        QTest::newRow("Alt while held with the alternative key held")
-            << "+LC@1000 -LC@1100 +LC@1200 +AL@1300 +LA@1500 -LA@1600 -AL@1700 -LC@2000"
-            << "translate againAlt againAlt paste againAlt again hide";
-        QTest::newRow("Control released with the alternative key held")
-            << "+LC@1000 -LC@1100 +LC@1200 +AL@1300 -LC@1500 -AL@1600"
-            << "translate againAlt againAlt hide";
-        QTest::newRow("double press while the alternative key is held")
-            << "+AL@900 +LC@1000 -LC@1100 +LC@1200 -LC@1500 -AL@1600"
-            << "translateAlt againAlt hide";
+        row("alternative key while idle", "+AL@1000 -AL@1100", "");
+        row("alternative key while held", "+LC@1000 -LC@1100 +LC@1200 +AL@1500 -AL@1800 -LC@2000",
+            "translate againAlt again hide");
+        row("Alt while held with the alternative key held",
+            "+LC@1000 -LC@1100 +LC@1200 +AL@1300 +LA@1500 -LA@1600 -AL@1700 -LC@2000",
+            "translate againAlt againAlt paste againAlt again hide");
+        row("Control released with the alternative key held",
+            "+LC@1000 -LC@1100 +LC@1200 +AL@1300 -LC@1500 -AL@1600",
+            "translate againAlt againAlt hide");
+        row("double press while the alternative key is held",
+            "+AL@900 +LC@1000 -LC@1100 +LC@1200 -LC@1500 -AL@1600", "translateAlt againAlt hide");
     }
 
     void actionsFollowTheKeys()
     {
-        QFETCH(QString, script);
-        QFETCH(QString, expectedCalls);
+        auto [script, expectedCalls] = DataRows::fetch<QString, QString>("script", "expectedCalls");
         RecordingActions actions;
         play(actions, script);
         QCOMPARE(actions.calls.join(QLatin1Char(' ')), expectedCalls);
@@ -165,8 +153,7 @@ private slots:
     // controller opens the translator's connection then.
     void aFirstPressIsAnnounced_data()
     {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<int>("singlePresses");
+        DataRows::addColumns<QString, int>("script", "singlePresses");
         QTest::newRow("a double press: its first press") << "+LC@1000 -LC@1100 +LC@1200" << 1;
         QTest::newRow("two presses 0.5 s apart") << "+LC@1000 -LC@1100 +LC@1500 -LC@1600" << 2;
         QTest::newRow("completing the launch-time press") << "+LC@300" << 0;
@@ -175,8 +162,7 @@ private slots:
 
     void aFirstPressIsAnnounced()
     {
-        QFETCH(QString, script);
-        QFETCH(int, singlePresses);
+        auto [script, singlePresses] = DataRows::fetch<QString, int>("script", "singlePresses");
         RecordingActions actions;
         play(actions, script);
         QCOMPARE(actions.singlePresses, singlePresses);
@@ -194,8 +180,7 @@ private slots:
 
     void containsLetters_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("expected");
+        DataRows::addColumns<QString, bool>("text", "expected");
 
         QTest::newRow("empty") << QString("") << false;
         QTest::newRow("digits, punctuation, white space") << QString(" 123 !?\n\t") << false;
@@ -206,34 +191,30 @@ private slots:
 
     void containsLetters()
     {
-        QFETCH(QString, text);
-        QFETCH(bool, expected);
+        auto [text, expected] = DataRows::fetch<QString, bool>("text", "expected");
 
         QCOMPARE(StringHelpers::containsLetters(text), expected);
     }
 
     void cleanUpCopiedPassage_data()
     {
-        QTest::addColumn<QString>("copied");
-        QTest::addColumn<QString>("expected");
+        DataRows::addColumns<QString, QString>("copied", "expected");
+        const auto row = [](const char *name, const QString &copied, const QString &expected) {
+            QTest::newRow(name) << copied << expected;
+        };
 
-        QTest::newRow("quoted passage and attribution")
-            << "“The passage.”\n\nExcerpt From\nA Book\nAn Author"
-            << "The passage.";
-        QTest::newRow("no blank line: untouched, quotes included") << "“Hello”\nAn Author"
-                                                                   << "“Hello”\nAn Author";
-        QTest::newRow("the last blank line counts") << "“First.\n\nSecond.”\n\nAn Author"
-                                                    << "First.\n\nSecond.";
-        QTest::newRow("white space around the quotes") << " \n“Passage” \t\n\nAn Author"
-                                                       << "Passage";
-        QTest::newRow("only a quotation mark") << "“\n\nAn Author"
-                                               << "";
+        row("quoted passage and attribution", "“The passage.”\n\nExcerpt From\nA Book\nAn Author",
+            "The passage.");
+        row("no blank line: untouched, quotes included", "“Hello”\nAn Author",
+            "“Hello”\nAn Author");
+        row("the last blank line counts", "“First.\n\nSecond.”\n\nAn Author", "First.\n\nSecond.");
+        row("white space around the quotes", " \n“Passage” \t\n\nAn Author", "Passage");
+        row("only a quotation mark", "“\n\nAn Author", "");
     }
 
     void cleanUpCopiedPassage()
     {
-        QFETCH(QString, copied);
-        QFETCH(QString, expected);
+        auto [copied, expected] = DataRows::fetch<QString, QString>("copied", "expected");
 
         const QString cleaned = ::cleanUpCopiedPassage(copied);
         QCOMPARE(cleaned, expected);

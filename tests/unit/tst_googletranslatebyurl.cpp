@@ -4,6 +4,8 @@
 // (each request ends with its one failure, and the same client then translates); last, the
 // parse of Google's answer on its own.
 
+#include "DataRows.h"
+
 #include "LoopbackTranslationServer.h"
 #include "TlsLoopbackServer.h"
 #include "TranslationOutcome.h"
@@ -122,9 +124,7 @@ private slots:
 
     void sendsExactRequestLine_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("target");
-        QTest::addColumn<QByteArray>("query");
+        DataRows::addColumns<QString, QString, QByteArray>("text", "target", "query");
 
         QTest::newRow("ampersand and plus")
             << QStringLiteral("Hello & good+bye") << QStringLiteral("de")
@@ -149,9 +149,8 @@ private slots:
 
     void sendsExactRequestLine()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, target);
-        QFETCH(QByteArray, query);
+        auto [text, target, query] =
+            DataRows::fetch<QString, QString, QByteArray>("text", "target", "query");
 
         GoogleTranslateByURL client(m_server->baseUrl());
         TranslationOutcome outcome;
@@ -199,13 +198,9 @@ private slots:
 
     void endsEachAnswerWithOneOutcome_data()
     {
-        QTest::addColumn<Answer>("answer");
-        QTest::addColumn<bool>("success");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("guessed");
-        QTest::addColumn<QString>("error");
         // The last log line, cut to 300 characters; "*" stands for any run of characters.
-        QTest::addColumn<QString>("lastLog");
+        DataRows::addColumns<Answer, bool, QString, QString, QString, QString>(
+            "answer", "success", "text", "guessed", "error", "lastLog");
 
         const QString unableLog = QStringLiteral("parseGoogleJSONResponseIntoReadableString "
                                                  "returned nil. Looks like this is a malformed "
@@ -245,12 +240,9 @@ private slots:
 
     void endsEachAnswerWithOneOutcome()
     {
-        QFETCH(Answer, answer);
-        QFETCH(bool, success);
-        QFETCH(QString, text);
-        QFETCH(QString, guessed);
-        QFETCH(QString, error);
-        QFETCH(QString, lastLog);
+        auto [answer, success, text, guessed, error, lastLog] =
+            DataRows::fetch<Answer, bool, QString, QString, QString, QString>(
+                "answer", "success", "text", "guessed", "error", "lastLog");
 
         m_server->setDefaultAnswer(answer);
         GoogleTranslateByURL client(m_server->baseUrl());
@@ -278,10 +270,8 @@ private slots:
 
     void failsAtOnceWhenNoUrlCanBeFormed_data()
     {
-        QTest::addColumn<QString>("baseUrl");
-        QTest::addColumn<QString>("target");
-        QTest::addColumn<QString>("error");
-        QTest::addColumn<QString>("log");
+        DataRows::addColumns<QString, QString, QString, QString>("baseUrl", "target", "error",
+                                                                 "log");
 
         const QString noUrl =
             QStringLiteral("NSURL is nil. Malformed textToTranslate or targetLang?");
@@ -299,10 +289,8 @@ private slots:
 
     void failsAtOnceWhenNoUrlCanBeFormed()
     {
-        QFETCH(QString, baseUrl);
-        QFETCH(QString, target);
-        QFETCH(QString, error);
-        QFETCH(QString, log);
+        auto [baseUrl, target, error, log] = DataRows::fetch<QString, QString, QString, QString>(
+            "baseUrl", "target", "error", "log");
 
         GoogleTranslateByURL client(baseUrl.isNull() ? m_server->baseUrl() : baseUrl);
         TranslationOutcome outcome;
@@ -423,15 +411,11 @@ private slots:
 
     void serviceReadsItsAnswers_data()
     {
-        QTest::addColumn<QString>("service");
-        QTest::addColumn<QString>("target");
-        QTest::addColumn<QList<Answer>>("before"); // answers to the requests before the last
-        QTest::addColumn<Answer>("answer");
-        QTest::addColumn<TranslationEnd>("end");
-        QTest::addColumn<QString>("text");
+        // before: the answers to the requests before the last
         // The last request's line and body as sent; empty: not checked.
-        QTest::addColumn<QByteArray>("requestLine");
-        QTest::addColumn<QByteArray>("body");
+        DataRows::addColumns<QString, QString, QList<Answer>, Answer, TranslationEnd, QString,
+                             QByteArray, QByteArray>("service", "target", "before", "answer", "end",
+                                                     "text", "requestLine", "body");
 
         using End = TranslationEnd;
         const auto row = [](const char *name, const QString &service, const QString &target,
@@ -502,14 +486,10 @@ private slots:
 
     void serviceReadsItsAnswers()
     {
-        QFETCH(QString, service);
-        QFETCH(QString, target);
-        QFETCH(QList<Answer>, before);
-        QFETCH(Answer, answer);
-        QFETCH(TranslationEnd, end);
-        QFETCH(QString, text);
-        QFETCH(QByteArray, requestLine);
-        QFETCH(QByteArray, body);
+        auto [service, target, before, answer, end, text, requestLine, body] =
+            DataRows::fetch<QString, QString, QList<Answer>, Answer, TranslationEnd, QString,
+                            QByteArray, QByteArray>("service", "target", "before", "answer", "end",
+                                                    "text", "requestLine", "body");
 
         for (const Answer &scripted : std::as_const(before))
             m_server->enqueueAnswer(scripted);
@@ -541,11 +521,11 @@ private slots:
 
     void chainAsksTheNextServiceWhenOneRefuses_data()
     {
-        QTest::addColumn<QStringList>("order");
-        QTest::addColumn<QList<Answer>>("answers"); // one per request, in order
-        QTest::addColumn<QString>("answeredBy");    // empty: every service failed
-        QTest::addColumn<QString>("result");        // the translation, or the error text
-        QTest::addColumn<int>("requests");
+        // answers: one for each request, in order
+        // answeredBy empty: every service failed
+        // result: the translation, or the error text
+        DataRows::addColumns<QStringList, QList<Answer>, QString, QString, int>(
+            "order", "answers", "answeredBy", "result", "requests");
 
         const QString google = QString::fromLatin1(GoogleTranslateByURL::kServiceName);
         const QStringList three{google, kAlternative, kLibre};
@@ -575,11 +555,9 @@ private slots:
 
     void chainAsksTheNextServiceWhenOneRefuses()
     {
-        QFETCH(QStringList, order);
-        QFETCH(QList<Answer>, answers);
-        QFETCH(QString, answeredBy);
-        QFETCH(QString, result);
-        QFETCH(int, requests);
+        auto [order, answers, answeredBy, result, requests] =
+            DataRows::fetch<QStringList, QList<Answer>, QString, QString, int>(
+                "order", "answers", "answeredBy", "result", "requests");
 
         for (const Answer &answer : std::as_const(answers))
             m_server->enqueueAnswer(answer);
@@ -649,11 +627,9 @@ private slots:
     // The answer's parse, without a server.
     void parsesAnswer_data()
     {
-        QTest::addColumn<QString>("response");
-        QTest::addColumn<QString>("translation");
-        QTest::addColumn<QString>("guessedLanguage");
         // "*" stands for any run of characters.
-        QTest::addColumn<QStringList>("log");
+        DataRows::addColumns<QString, QString, QString, QStringList>("response", "translation",
+                                                                     "guessedLanguage", "log");
 
         QTest::newRow("two sentences, a short row skipped")
             << R"([[["A. ","a. ",null,null,10],["B","b",null,null,10],["x","y","z"]],null,"en"])"
@@ -685,10 +661,9 @@ private slots:
 
     void parsesAnswer()
     {
-        QFETCH(QString, response);
-        QFETCH(QString, translation);
-        QFETCH(QString, guessedLanguage);
-        QFETCH(QStringList, log);
+        auto [response, translation, guessedLanguage, log] =
+            DataRows::fetch<QString, QString, QString, QStringList>("response", "translation",
+                                                                    "guessedLanguage", "log");
 
         QString guessed = QStringLiteral("stale");
         const QString result =

@@ -1,4 +1,6 @@
+#include "DataRows.h"
 #include "common/Log.h"
+
 #include "integration/DesktopEntry.h"
 #include "integration/MoveRules.h"
 #include "settings/Preferences.h"
@@ -96,11 +98,8 @@ private slots:
         // How an Exec line is split is checked below.
         // Entries on disk before, as "file name|Exec value|extra lines"; $SELF, $OTHER, $ROOT
         // stand for our executable, another one, and the test's root.
-        QTest::addColumn<QStringList>("before");
-        QTest::addColumn<bool>("enable");
-        QTest::addColumn<bool>("onBefore");
-        QTest::addColumn<bool>("onAfter");
-        QTest::addColumn<QStringList>("filesAfter");
+        DataRows::addColumns<QStringList, bool, bool, bool, QStringList>(
+            "before", "enable", "onBefore", "onAfter", "filesAfter");
 
         const QString own = "tolkaro.desktop|$SELF|";
         // Turning it on with no entry is the tray desktop test's first launch.
@@ -129,11 +128,9 @@ private slots:
 
     void setLaunchAtLogin()
     {
-        QFETCH(QStringList, before);
-        QFETCH(bool, enable);
-        QFETCH(bool, onBefore);
-        QFETCH(bool, onAfter);
-        QFETCH(QStringList, filesAfter);
+        auto [before, enable, onBefore, onAfter, filesAfter] =
+            DataRows::fetch<QStringList, bool, bool, bool, QStringList>(
+                "before", "enable", "onBefore", "onAfter", "filesAfter");
 
         QVERIFY(QDir(m_root->path()).mkpath("link"));
         QVERIFY(QFile::link(m_self, m_root->path() + "/link/tolkaro"));
@@ -235,9 +232,7 @@ private slots:
 
     void splitExec_data()
     {
-        QTest::addColumn<QString>("exec");
-        QTest::addColumn<bool>("valid");
-        QTest::addColumn<QStringList>("expected");
+        DataRows::addColumns<QString, bool, QStringList>("exec", "valid", "expected");
 
         QTest::newRow("bare name") << "tolkaro" << true << QStringList{"tolkaro"};
         QTest::newRow("path and arguments, runs of spaces")
@@ -246,7 +241,7 @@ private slots:
         QTest::newRow("quoted path with spaces") << "\"/home/u/My Apps/Tolkaro.AppImage\"" << true
                                                  << QStringList{"/home/u/My Apps/Tolkaro.AppImage"};
         QTest::newRow("escaped quote, backquote, dollar, backslash inside quotes")
-            << R"("/a\"b\`c\$d\\e")" << true << QStringList{R"(/a"b`c$d\e)"};
+            << "\"/a\\\"b\\`c\\$d\\\\e\"" << true << QStringList{"/a\"b`c$d\\e"};
         QTest::newRow("field codes dropped, %% kept")
             << "tolkaro %U --rate=100%% %f" << true << QStringList{"tolkaro", "--rate=100%"};
         QTest::newRow("unterminated quote") << "\"/usr/bin/tolkaro" << false << QStringList{};
@@ -254,9 +249,8 @@ private slots:
 
     void splitExec()
     {
-        QFETCH(QString, exec);
-        QFETCH(bool, valid);
-        QFETCH(QStringList, expected);
+        auto [exec, valid, expected] =
+            DataRows::fetch<QString, bool, QStringList>("exec", "valid", "expected");
 
         const std::optional<QStringList> arguments = DesktopEntry::splitExec(exec);
         QCOMPARE(arguments.has_value(), valid);
@@ -313,10 +307,9 @@ private slots:
     void move_data()
     {
         // "existing copy" in ~/Applications, "read-only" ~/Applications, "not startable" copy.
-        QTest::addColumn<QString>("obstacle");
-        QTest::addColumn<QStringList>("log"); // $D: the destination, $P: the running copy
-        QTest::addColumn<QStringList>("trashed");
-        QTest::addColumn<bool>("relaunched");
+        // In log, $D: the destination, $P: the running copy
+        DataRows::addColumns<QString, QStringList, QStringList, bool>("obstacle", "log", "trashed",
+                                                                      "relaunched");
 
         const QString moving = "Moving myself to the Applications folder";
         QTest::newRow("moved, started from the new place")
@@ -334,10 +327,9 @@ private slots:
 
     void move()
     {
-        QFETCH(QString, obstacle);
-        QFETCH(QStringList, log);
-        QFETCH(QStringList, trashed);
-        QFETCH(bool, relaunched);
+        auto [obstacle, log, trashed, relaunched] =
+            DataRows::fetch<QString, QStringList, QStringList, bool>("obstacle", "log", "trashed",
+                                                                     "relaunched");
 
         const QString destination = m_applications + "/Tolkaro-x86_64.AppImage";
         ScriptedAlerts alerts;
@@ -428,9 +420,7 @@ private slots:
 
     void decideMoveOffer_data()
     {
-        QTest::addColumn<QString>("selfPath");
-        QTest::addColumn<bool>("suppressed");
-        QTest::addColumn<int>("expected");
+        DataRows::addColumns<QString, bool, int>("selfPath", "suppressed", "expected");
 
         const auto row = [](const char *name, const QString &path, bool suppressed,
                             MoveOffer offer) {
@@ -452,9 +442,8 @@ private slots:
 
     void decideMoveOffer()
     {
-        QFETCH(QString, selfPath);
-        QFETCH(bool, suppressed);
-        QFETCH(int, expected);
+        auto [selfPath, suppressed, expected] =
+            DataRows::fetch<QString, bool, int>("selfPath", "suppressed", "expected");
 
         const QStringList directories = MoveRules::applicationsDirectories("/home/u");
         QCOMPARE(int(MoveRules::decideMoveOffer(selfPath, directories, suppressed)), expected);

@@ -2,6 +2,8 @@
 // cross-fade from one text to the next; the status menus as built, and as they follow the
 // language choices.
 
+#include "DataRows.h"
+
 #include "languages/LanguageTable.h"
 #include "presentation/PopoverPlacement.h"
 #include "settings/Preferences.h"
@@ -41,11 +43,8 @@ class TestPopover : public QObject
 private slots:
     void placePopover_data()
     {
-        QTest::addColumn<QPoint>("pointer");
-        QTest::addColumn<QSize>("size");
-        QTest::addColumn<QRect>("screen");
-        QTest::addColumn<QPoint>("topLeft");
-        QTest::addColumn<bool>("above");
+        DataRows::addColumns<QPoint, QSize, QRect, QPoint, bool>("pointer", "size", "screen",
+                                                                 "topLeft", "above");
 
         const QRect screen(0, 0, 1280, 800);
         // At the pointer in the open is the gesture desktop test's, the margin at every edge the
@@ -73,11 +72,9 @@ private slots:
 
     void placePopover()
     {
-        QFETCH(QPoint, pointer);
-        QFETCH(QSize, size);
-        QFETCH(QRect, screen);
-        QFETCH(QPoint, topLeft);
-        QFETCH(bool, above);
+        auto [pointer, size, screen, topLeft, above] =
+            DataRows::fetch<QPoint, QSize, QRect, QPoint, bool>("pointer", "size", "screen",
+                                                                "topLeft", "above");
 
         const Placement placement = PopoverPlacement::placePopover(pointer, size, screen);
         QCOMPARE(placement.topLeft, topLeft);
@@ -160,8 +157,7 @@ private slots:
 
     void textFieldSize_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("wraps");
+        DataRows::addColumns<QString, bool>("text", "wraps");
         QTest::newRow("a short word: one line") << QStringLiteral("Hallo") << false;
         QTest::newRow("one long unbroken word: broken anywhere")
             << QStringLiteral("https://example.org/").append(QString(200, QLatin1Char('x')))
@@ -170,8 +166,7 @@ private slots:
 
     void textFieldSize()
     {
-        QFETCH(QString, text);
-        QFETCH(bool, wraps);
+        auto [text, wraps] = DataRows::fetch<QString, bool>("text", "wraps");
         PopoverTextField field;
         field.setMaximumTextWidth(200);
         field.setText(text);
@@ -222,10 +217,7 @@ private slots:
 
     void choosingByCode_data()
     {
-        QTest::addColumn<bool>("alternative");
-        QTest::addColumn<int>("position");
-        QTest::addColumn<int>("times");
-        QTest::addColumn<QString>("code");
+        DataRows::addColumns<bool, int, int, QString>("alternative", "position", "times", "code");
 
         QTest::newRow("Spanish, not Catalan, despite the same flag") << false << 32 << 1 << "es";
         QTest::newRow("Vietnamese, the last item, as alternative") << true << 37 << 1 << "vi";
@@ -235,10 +227,8 @@ private slots:
 
     void choosingByCode()
     {
-        QFETCH(bool, alternative);
-        QFETCH(int, position);
-        QFETCH(int, times);
-        QFETCH(QString, code);
+        auto [alternative, position, times, code] =
+            DataRows::fetch<bool, int, int, QString>("alternative", "position", "times", "code");
 
         QAction *parent =
             alternative ? m_menu->destLanguageMenuItem2() : m_menu->destLanguageMenuItem();

@@ -1,4 +1,6 @@
+#include "DataRows.h"
 #include "common/Log.h"
+
 #include "languages/LanguageTable.h"
 #include "settings/Preferences.h"
 
@@ -47,8 +49,7 @@ private slots:
     // A recorded shortcut read back by a fresh store is the typing desktop test's.
     void shortcutWrittenByHand_data()
     {
-        QTest::addColumn<QByteArray>("line");
-        QTest::addColumn<bool>("valid");
+        DataRows::addColumns<QByteArray, bool>("line", "valid");
 
         QTest::newRow("quoted") << QByteArray("TypingModeKeyboardShortcut=\"32,134217728\"")
                                 << true;
@@ -60,8 +61,7 @@ private slots:
 
     void shortcutWrittenByHand()
     {
-        QFETCH(QByteArray, line);
-        QFETCH(bool, valid);
+        auto [line, valid] = DataRows::fetch<QByteArray, bool>("line", "valid");
 
         const Preferences preferences(writeIni("[General]\n" + line + "\n"));
         const std::optional<StoredShortcut> shortcut = preferences.typingModeKeyboardShortcut();
@@ -72,9 +72,7 @@ private slots:
 
     void translationServiceURL_data()
     {
-        QTest::addColumn<QByteArray>("environment");
-        QTest::addColumn<QString>("stored");
-        QTest::addColumn<QString>("expected");
+        DataRows::addColumns<QByteArray, QString, QString>("environment", "stored", "expected");
 
         QTest::newRow("environment beats the store")
             << QByteArray("http://127.0.0.1:8081") << "https://example.invalid"
@@ -88,9 +86,8 @@ private slots:
 
     void translationServiceURL()
     {
-        QFETCH(QByteArray, environment);
-        QFETCH(QString, stored);
-        QFETCH(QString, expected);
+        auto [environment, stored, expected] =
+            DataRows::fetch<QByteArray, QString, QString>("environment", "stored", "expected");
 
         qputenv(kTranslationUrlEnvironmentVariable, environment);
         Preferences preferences(m_iniPath);
@@ -103,8 +100,9 @@ private slots:
 
     void fileIsTheUsersAlone_data()
     {
-        QTest::addColumn<QByteArray>("existing"); // null: no file yet
-        QTest::addColumn<QString>("write");       // how a value is written, if at all
+        // existing null: no file yet
+        // write: how a value is written, if at all
+        DataRows::addColumns<QByteArray, QString>("existing", "write");
 
         QTest::newRow("new file, a setter") << QByteArray() << "setter";
         QTest::newRow("new file, straight into the store, written by the event loop")
@@ -118,8 +116,7 @@ private slots:
 
     void fileIsTheUsersAlone()
     {
-        QFETCH(QByteArray, existing);
-        QFETCH(QString, write);
+        auto [existing, write] = DataRows::fetch<QByteArray, QString>("existing", "write");
 
         const auto userOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
         // QFile::permissions() adds this user's own bits to the owner's.
@@ -163,9 +160,8 @@ private slots:
 
     void lookup_data()
     {
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<bool>("byName");
-        QTest::addColumn<QString>("expectedCode"); // empty: nothing found
+        // expectedCode empty: nothing found
+        DataRows::addColumns<QString, bool, QString>("key", "byName", "expectedCode");
 
         QTest::newRow("iw is Hebrew") << "iw" << false << "iw";
         QTest::newRow("zh alone") << "zh" << false << "";
@@ -175,9 +171,8 @@ private slots:
 
     void lookup()
     {
-        QFETCH(QString, key);
-        QFETCH(bool, byName);
-        QFETCH(QString, expectedCode);
+        auto [key, byName, expectedCode] =
+            DataRows::fetch<QString, bool, QString>("key", "byName", "expectedCode");
 
         const std::optional<LanguageEntry> found =
             byName ? LanguageTable::languageWithName(key) : LanguageTable::languageWithCode(key);
@@ -186,11 +181,8 @@ private slots:
 
     void startUpDestination_data()
     {
-        QTest::addColumn<bool>("hasStoredCode");
-        QTest::addColumn<QString>("storedCode");
-        QTest::addColumn<QStringList>("systemLanguages");
-        QTest::addColumn<QString>("expectedCode");
-        QTest::addColumn<QString>("expectedLog");
+        DataRows::addColumns<bool, QString, QStringList, QString, QString>(
+            "hasStoredCode", "storedCode", "systemLanguages", "expectedCode", "expectedLog");
 
         const QString noLog;
         QTest::newRow("system en-GB") << false << "" << QStringList{"en-GB", "en"} << "en"
@@ -207,11 +199,9 @@ private slots:
 
     void startUpDestination()
     {
-        QFETCH(bool, hasStoredCode);
-        QFETCH(QString, storedCode);
-        QFETCH(QStringList, systemLanguages);
-        QFETCH(QString, expectedCode);
-        QFETCH(QString, expectedLog);
+        auto [hasStoredCode, storedCode, systemLanguages, expectedCode, expectedLog] =
+            DataRows::fetch<bool, QString, QStringList, QString, QString>(
+                "hasStoredCode", "storedCode", "systemLanguages", "expectedCode", "expectedLog");
 
         Preferences preferences(m_iniPath);
         if (hasStoredCode)

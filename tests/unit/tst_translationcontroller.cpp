@@ -1,4 +1,6 @@
+#include "DataRows.h"
 #include "LoopbackTranslationServer.h"
+
 #include "common/Log.h"
 
 #include "controller/TranslationController.h"
@@ -94,12 +96,8 @@ private slots:
 
     void gestureShowsSourceThenAnswer_data()
     {
-        QTest::addColumn<QString>("captured");
-        QTest::addColumn<Answer>("answer");
-        QTest::addColumn<QString>("shownSource");
-        QTest::addColumn<QString>("shownAnswer");
-        QTest::addColumn<bool>("kept");
-        QTest::addColumn<QString>("event");
+        DataRows::addColumns<QString, Answer, QString, QString, bool, QString>(
+            "captured", "answer", "shownSource", "shownAnswer", "kept", "event");
 
         const QString exact(1500, QLatin1Char('a'));
         const QString tooLong(1501, QLatin1Char('b'));
@@ -124,12 +122,9 @@ private slots:
 
     void gestureShowsSourceThenAnswer()
     {
-        QFETCH(QString, captured);
-        QFETCH(Answer, answer);
-        QFETCH(QString, shownSource);
-        QFETCH(QString, shownAnswer);
-        QFETCH(bool, kept);
-        QFETCH(QString, event);
+        auto [captured, answer, shownSource, shownAnswer, kept, event] =
+            DataRows::fetch<QString, Answer, QString, QString, bool, QString>(
+                "captured", "answer", "shownSource", "shownAnswer", "kept", "event");
 
         m_server->setDefaultAnswer(answer);
         m_source->text = captured;
@@ -197,10 +192,10 @@ private slots:
 
     void actionsDriveTheTranslation_data()
     {
-        QTest::addColumn<QString>("actions");       // which keys make them is the gesture test's
-        QTest::addColumn<QStringList>("languages"); // of the requests, in order
-        QTest::addColumn<bool>("pasted");
-        QTest::addColumn<bool>("shownAtEnd");
+        // actions: which keys make them is the gesture test's
+        // languages: those of the requests, in order
+        DataRows::addColumns<QString, QStringList, bool, bool>("actions", "languages", "pasted",
+                                                               "shownAtEnd");
 
         QTest::newRow("released") << "translate hide" << QStringList{"de"} << false << false;
         QTest::newRow("with the alternative key held")
@@ -213,10 +208,9 @@ private slots:
 
     void actionsDriveTheTranslation()
     {
-        QFETCH(QString, actions);
-        QFETCH(QStringList, languages);
-        QFETCH(bool, pasted);
-        QFETCH(bool, shownAtEnd);
+        auto [actions, languages, pasted, shownAtEnd] =
+            DataRows::fetch<QString, QStringList, bool, bool>("actions", "languages", "pasted",
+                                                              "shownAtEnd");
 
         // The paste needs a translation kept from an earlier gesture.
         pressAndWaitForAnswer();

@@ -4,6 +4,8 @@
 // and the panel's growth with its top edge kept are the desktop test's. Last, the rules of
 // the panel's shortcut: which keys record, its grabs, its matching and its text.
 
+#include "DataRows.h"
+
 #include "LoopbackTranslationServer.h"
 #include "common/NotificationCenter.h"
 #include "common/UsageEvents.h"
@@ -68,8 +70,7 @@ private slots:
 
     void typedTextSent_data()
     {
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("sent");
+        DataRows::addColumns<QString, QString>("typed", "sent");
         const QString three00 = QString(300, QLatin1Char('a'));
         QTest::newRow("exactly 300 units, uncut") << three00 << three00;
         QTest::newRow("301 units: first 300 and ...")
@@ -78,8 +79,7 @@ private slots:
 
     void typedTextSent()
     {
-        QFETCH(QString, typed);
-        QFETCH(QString, sent);
+        auto [typed, sent] = DataRows::fetch<QString, QString>("typed", "sent");
         postEditingFinished(typed);
         QTRY_COMPARE(m_server->requestCount(), 1);
         QCOMPARE(m_server->requests().constFirst().queryText(), sent);
@@ -179,9 +179,7 @@ private slots:
 
     void recordedKey_data()
     {
-        QTest::addColumn<quint32>("keySym");
-        QTest::addColumn<quint32>("modifiers");
-        QTest::addColumn<int>("expected");
+        DataRows::addColumns<quint32, quint32, int>("keySym", "modifiers", "expected");
         auto row = [](const char *name, quint32 keySym, quint32 modifiers, RecordedKey expected) {
             QTest::newRow(name) << keySym << modifiers << int(expected);
         };
@@ -198,17 +196,15 @@ private slots:
 
     void recordedKey()
     {
-        QFETCH(quint32, keySym);
-        QFETCH(quint32, modifiers);
-        QFETCH(int, expected);
+        auto [keySym, modifiers, expected] =
+            DataRows::fetch<quint32, quint32, int>("keySym", "modifiers", "expected");
         QCOMPARE(int(decideRecordedKey(keySym, modifiers)), expected);
     }
 
     void grabVariants_data()
     {
-        QTest::addColumn<quint32>("qtModifiers");
-        QTest::addColumn<quint16>("numLockMask");
-        QTest::addColumn<QList<quint16>>("expected");
+        DataRows::addColumns<quint32, quint16, QList<quint16>>("qtModifiers", "numLockMask",
+                                                               "expected");
         QTest::newRow("Alt with Num Lock on Mod2")
             << kAlt << X11Mask::kMod2 << QList<quint16>{0x08, 0x0a, 0x18, 0x1a};
         QTest::newRow("no Num Lock key") << kAlt << quint16(0) << QList<quint16>{0x08, 0x0a};
@@ -220,17 +216,15 @@ private slots:
 
     void grabVariants()
     {
-        QFETCH(quint32, qtModifiers);
-        QFETCH(quint16, numLockMask);
-        QFETCH(QList<quint16>, expected);
+        auto [qtModifiers, numLockMask, expected] =
+            DataRows::fetch<quint32, quint16, QList<quint16>>("qtModifiers", "numLockMask",
+                                                              "expected");
         QCOMPARE(grabModifierVariants(x11ModifierMask(qtModifiers), numLockMask), expected);
     }
 
     void matching_data()
     {
-        QTest::addColumn<quint32>("keySym");
-        QTest::addColumn<quint32>("modifiers");
-        QTest::addColumn<bool>("expected");
+        DataRows::addColumns<quint32, quint32, bool>("keySym", "modifiers", "expected");
         // Against Ctrl+Shift+t as recorded.
         QTest::newRow("same key, capital from Shift") << quint32('T') << (kCtrl | kShift) << true;
         QTest::newRow("same key, small letter") << quint32('t') << (kCtrl | kShift) << true;
@@ -242,18 +236,14 @@ private slots:
 
     void matching()
     {
-        QFETCH(quint32, keySym);
-        QFETCH(quint32, modifiers);
-        QFETCH(bool, expected);
+        auto [keySym, modifiers, expected] =
+            DataRows::fetch<quint32, quint32, bool>("keySym", "modifiers", "expected");
         QCOMPARE(matches(StoredShortcut{'t', kCtrl | kShift}, keySym, modifiers), expected);
     }
 
     void displayText_data()
     {
-        QTest::addColumn<quint32>("keySym");
-        QTest::addColumn<quint32>("modifiers");
-        QTest::addColumn<QString>("expected");
-        // The default and a recorded shortcut are read off the recorder's button in the typing
+        DataRows::addColumns<quint32, quint32, QString>("keySym", "modifiers", "expected");
         // desktop test, which also clears back to the default without writing it.
         QTest::newRow("modifiers in a fixed order")
             << quint32('t') << (kMeta | kShift | kAlt | kCtrl)
@@ -265,9 +255,8 @@ private slots:
 
     void displayText()
     {
-        QFETCH(quint32, keySym);
-        QFETCH(quint32, modifiers);
-        QFETCH(QString, expected);
+        auto [keySym, modifiers, expected] =
+            DataRows::fetch<quint32, quint32, QString>("keySym", "modifiers", "expected");
         QCOMPARE(TypingShortcut::displayText(StoredShortcut{keySym, modifiers}), expected);
     }
 

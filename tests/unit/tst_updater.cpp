@@ -1,5 +1,7 @@
 #include "LoopbackTranslationServer.h"
 
+#include "DataRows.h"
+
 #include "common/Log.h"
 #include "settings/Preferences.h"
 #include "system/Updater.h"
@@ -97,11 +99,9 @@ private slots:
 
     void check_data()
     {
-        QTest::addColumn<QString>("feed"); // null: the loopback server's feed
-        QTest::addColumn<Answer>("answer");
-        QTest::addColumn<bool>("asked");
-        QTest::addColumn<int>("outcome");
-        QTest::addColumn<QStringList>("shown");
+        // feed null: the loopback server's feed
+        DataRows::addColumns<QString, Answer, bool, int, QStringList>("feed", "answer", "asked",
+                                                                      "outcome", "shown");
 
         // Which version is newer is compareVersions's; here, what each outcome shows.
         const QString server;
@@ -127,11 +127,9 @@ private slots:
 
     void check()
     {
-        QFETCH(QString, feed);
-        QFETCH(Answer, answer);
-        QFETCH(bool, asked);
-        QFETCH(int, outcome);
-        QFETCH(QStringList, shown);
+        auto [feed, answer, asked, outcome, shown] =
+            DataRows::fetch<QString, Answer, bool, int, QStringList>("feed", "answer", "asked",
+                                                                     "outcome", "shown");
 
         if (!feed.isNull())
             m_preferences->settings().setValue("UpdateFeedURL", feed);
@@ -164,8 +162,7 @@ private slots:
 
     void firstBackgroundCheckAsks_data()
     {
-        QTest::addColumn<bool>("checkAutomatically");
-        QTest::addColumn<bool>("sendProfile");
+        DataRows::addColumns<bool, bool>("checkAutomatically", "sendProfile");
 
         QTest::newRow("agreed, box ticked: the profile joins the feed's own query") << true << true;
         QTest::newRow("agreed, box left empty: no profile") << true << false;
@@ -174,8 +171,8 @@ private slots:
 
     void firstBackgroundCheckAsks()
     {
-        QFETCH(bool, checkAutomatically);
-        QFETCH(bool, sendProfile);
+        auto [checkAutomatically, sendProfile] =
+            DataRows::fetch<bool, bool>("checkAutomatically", "sendProfile");
 
         m_preferences->settings().remove("CheckForUpdatesAutomatically");
         m_preferences->settings().setValue("UpdateFeedURL",
@@ -225,9 +222,7 @@ private slots:
 
     void compareVersions_data()
     {
-        QTest::addColumn<QString>("a");
-        QTest::addColumn<QString>("b");
-        QTest::addColumn<int>("expected");
+        DataRows::addColumns<QString, QString, int>("a", "b", "expected");
 
         const auto row = [](const char *name, const char *a, const char *b, int expected) {
             QTest::newRow(name) << QString(a) << QString(b) << expected;
@@ -247,9 +242,7 @@ private slots:
 
     void compareVersions()
     {
-        QFETCH(QString, a);
-        QFETCH(QString, b);
-        QFETCH(int, expected);
+        auto [a, b, expected] = DataRows::fetch<QString, QString, int>("a", "b", "expected");
 
         QCOMPARE(VersionComparator::compareVersions(a, b), expected);
         QCOMPARE(VersionComparator::compareVersions(b, a), -expected);
@@ -257,9 +250,7 @@ private slots:
 
     void newestItem_data()
     {
-        QTest::addColumn<QByteArray>("document");
-        QTest::addColumn<QString>("version");
-        QTest::addColumn<QString>("downloadURL");
+        DataRows::addColumns<QByteArray, QString, QString>("document", "version", "downloadURL");
 
         QTest::newRow("newest by version, not by position")
             << feed(item("0.9.0") + item("0.10.0") + item("0.2.0")) << "0.10.0"
@@ -284,9 +275,8 @@ private slots:
 
     void newestItem()
     {
-        QFETCH(QByteArray, document);
-        QFETCH(QString, version);
-        QFETCH(QString, downloadURL);
+        auto [document, version, downloadURL] =
+            DataRows::fetch<QByteArray, QString, QString>("document", "version", "downloadURL");
 
         QString error;
         const std::optional<Appcast::Item> newest = Appcast::newestItem(document, &error);
