@@ -325,8 +325,7 @@ private:
         // The icon's window sits inside the tray's window tree (XEmbed), not on the root.
         for (WindowId window : windowsOfClass(QStringLiteral("Tolkaro"))) {
             for (WindowId up = parentOf(window); up != 0; up = parentOf(up)) {
-                if (m_x11.windowClass(up).compare(QStringLiteral("trayer"), Qt::CaseInsensitive) ==
-                    0)
+                if (m_x11.windowClass(up).toLower() == QLatin1String("trayer"))
                     return isViewable(window);
             }
         }
@@ -402,8 +401,7 @@ private:
     bool focusGtkEntry()
     {
         if (m_gtkEntry.isNull()) {
-            m_gtkEntry = AtspiProbe::applicationByPid(
-                             qEnvironmentVariable("TOLKARO_GTK_TARGET_PID").toLongLong())
+            m_gtkEntry = AtspiProbe::targetApplication(QStringLiteral("GTK"))
                              .find(QStringLiteral("Target entry"));
         }
         return DesktopInput::click(m_gtkEntry.screenRect().center()) &&

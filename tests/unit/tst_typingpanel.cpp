@@ -244,6 +244,7 @@ private slots:
     void displayText_data()
     {
         DataRows::addColumns<quint32, quint32, QString>("keySym", "modifiers", "expected");
+        // The default and a recorded shortcut are read off the recorder's button in the typing
         // desktop test, which also clears back to the default without writing it.
         QTest::newRow("modifiers in a fixed order")
             << quint32('t') << (kMeta | kShift | kAlt | kCtrl)
