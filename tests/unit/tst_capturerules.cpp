@@ -141,25 +141,22 @@ private slots:
         };
         const std::optional<MenuKeyBinding> none;
         QTest::newRow("GTK: mnemonic, path, accelerator")
-            << QStringLiteral("c;<Alt>e:c;<Primary>c") << binding(QStringLiteral("C"), 0);
+            << "c;<Alt>e:c;<Primary>c" << binding(QStringLiteral("C"), 0);
         QTest::newRow("GTK: <Control> spelled out")
-            << QStringLiteral(";;<Control>c") << binding(QStringLiteral("C"), 0);
+            << ";;<Control>c" << binding(QStringLiteral("C"), 0);
         QTest::newRow("GTK: Shift+Ctrl+C is not Copy")
-            << QStringLiteral(";;<Primary><Shift>c")
-            << binding(QStringLiteral("C"), MenuKeyBinding::kShift);
-        QTest::newRow("GTK: menu title with a mnemonic only")
-            << QStringLiteral("<Alt>e;<Alt>e;") << none;
-        QTest::newRow("Qt: Ctrl+Shift+V") << QStringLiteral("Ctrl+Shift+V")
-                                          << binding(QStringLiteral("V"), MenuKeyBinding::kShift);
+            << ";;<Primary><Shift>c" << binding(QStringLiteral("C"), MenuKeyBinding::kShift);
+        QTest::newRow("GTK: menu title with a mnemonic only") << "<Alt>e;<Alt>e;" << none;
+        QTest::newRow("Qt: Ctrl+Shift+V")
+            << "Ctrl+Shift+V" << binding(QStringLiteral("V"), MenuKeyBinding::kShift);
         QTest::newRow("Qt: Alt+E has no command modifier")
-            << QStringLiteral("Alt+E")
+            << "Alt+E"
             << binding(QStringLiteral("E"), MenuKeyBinding::kAlt | MenuKeyBinding::kNoCommand);
-        QTest::newRow("Qt: Ctrl++ is the plus key")
-            << QStringLiteral("Ctrl++") << binding(QStringLiteral("+"), 0);
+        QTest::newRow("Qt: Ctrl++ is the plus key") << "Ctrl++" << binding(QStringLiteral("+"), 0);
         QTest::newRow("Qt: Ctrl+F5 keeps the key name")
-            << QStringLiteral("Ctrl+F5") << binding(QStringLiteral("F5"), 0);
-        QTest::newRow("bare key is no accelerator") << QStringLiteral("C") << none;
-        QTest::newRow("unknown modifier") << QStringLiteral("Hyper+C") << none;
+            << "Ctrl+F5" << binding(QStringLiteral("F5"), 0);
+        QTest::newRow("bare key is no accelerator") << "C" << none;
+        QTest::newRow("unknown modifier") << "Hyper+C" << none;
     }
 
     void menuKeyBinding()

@@ -215,9 +215,8 @@ private slots:
         const QString noAnswerLog = QStringLiteral("data is nil :(. Response: *");
 
         QTest::newRow("well, without a detected language")
-            << Answer::well(R"([[["Hallo","Hello",null,null,10]]])") << true
-            << QStringLiteral("Hallo") << QString() << QString()
-            << QStringLiteral("[[[\"Hallo\",\"Hello\",null,null,10]]]");
+            << Answer::well(R"([[["Hallo","Hello",null,null,10]]])") << true << "Hallo" << QString()
+            << QString() << "[[[\"Hallo\",\"Hello\",null,null,10]]]";
         failed("HTML page with status 403", Answer::of(Behaviour::HtmlForbidden), kUnable,
                unableLog);
         failed("10 MB of unclosed arrays", Answer::well(QByteArray(10 * 1024 * 1024, '[')), kUnable,
@@ -281,10 +280,9 @@ private slots:
             QStringLiteral("NSURLRequest is nil. We supplied malformed NSURL?");
         const QString noRequestLog = QStringLiteral("in method translateText: NSURLRequest is nil");
 
-        QTest::newRow("space in the target code")
-            << QString() << QStringLiteral("d e") << noUrl << noUrlLog;
-        QTest::newRow("base without a scheme") << QStringLiteral("translate.example")
-                                               << QStringLiteral("de") << noRequest << noRequestLog;
+        QTest::newRow("space in the target code") << QString() << "d e" << noUrl << noUrlLog;
+        QTest::newRow("base without a scheme") << "translate.example"
+                                               << "de" << noRequest << noRequestLog;
     }
 
     void failsAtOnceWhenNoUrlCanBeFormed()
