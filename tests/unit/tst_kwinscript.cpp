@@ -1,7 +1,5 @@
 #include "platform/kwin/KWinScript.h"
 
-#include "DataRows.h"
-
 #include <QTest>
 
 // What the KWin script reports, read back: the window under a point and bad reports.
@@ -12,8 +10,8 @@ class TestKWinScript : public QObject
 private slots:
     void windowUnderPoint_data()
     {
-        // expectedPid 0: none
-        DataRows::addColumns<QPoint, qint64>("point", "expectedPid");
+        QTest::addColumn<QPoint>("point");
+        QTest::addColumn<qint64>("expectedPid"); // 0: none
         QTest::newRow("the upper of two overlapping windows") << QPoint(300, 300) << qint64(20);
         QTest::newRow("the lower where only it lies") << QPoint(50, 50) << qint64(10);
         QTest::newRow("our own window is passed over") << QPoint(900, 100) << qint64(10);
@@ -21,7 +19,8 @@ private slots:
     }
     void windowUnderPoint()
     {
-        auto [point, expectedPid] = DataRows::fetch<QPoint, qint64>("point", "expectedPid");
+        QFETCH(QPoint, point);
+        QFETCH(qint64, expectedPid);
         const auto windows = KWinScript::parseWindows(QStringLiteral(
             R"([{"pid":10,"x":0,"y":0,"width":1000,"height":600,"stacking":1,"x11":true},
                 {"pid":20,"x":200,"y":200,"width":400,"height":300,"bufferX":200,"bufferY":230,"stacking":2},
