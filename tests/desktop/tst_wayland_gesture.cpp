@@ -1,4 +1,4 @@
-// The gesture and the replace over native applications on the Wayland test desktops, against
+// The gesture, the replace and the typing panel over native applications on the Wayland test desktops, against
 // the real tolkaro, input through the compositor ($TOLKARO_DESKTOP_INPUT). Extents are
 // window-relative there: a screen point is TOLKARO_<TARGET>_TARGET_ORIGIN plus them.
 
@@ -98,6 +98,8 @@ private slots:
     void alternativeKeyAsksAgain();
     void altReplacesTheSelectionAndKeepsTheClipboard_data();
     void altReplacesTheSelectionAndKeepsTheClipboard();
+    void typingPanelPastesIntoTheWindowLeft_data();
+    void typingPanelPastesIntoTheWindowLeft();
     // Last: it switches the helper off and on.
     void withoutTheHelperTheDialogAndTheShortMenu();
 
@@ -117,6 +119,11 @@ void TestWaylandGesture::initTestCase()
              "run inside scripts/test-desktop.sh --session gnome-wayland (or kde-wayland)");
     QVERIFY(AtspiProbe::init());
     m_tolkaro.setProcessChannelMode(QProcess::ForwardedChannels);
+    // Ctrl+Alt+Space opens the typing panel: GNOME keeps the default, Alt+Space, for its
+    // window menu, and the notice saying so would hold the focus.
+    QSettings(m_configHome.path() + QStringLiteral("/Tolkaro/Tolkaro.conf"), QSettings::IniFormat)
+        .setValue(QStringLiteral("TypingModeKeyboardShortcut"),
+                  QStringLiteral("%1,%2").arg(0x20).arg(int(Qt::ControlModifier | Qt::AltModifier)));
     QVERIFY(TolkaroUnderTest::start(m_tolkaro, QStringLiteral(TOLKARO_BINARY), m_configHome.path(),
                                     m_server.baseUrl(), QStringLiteral("de")));
 }
@@ -271,6 +278,35 @@ void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard()
     QVERIFY(input(QStringLiteral("keyup 37")));
     QTRY_VERIFY(!popoverShown());
     QTRY_COMPARE_WITH_TIMEOUT(DesktopClipboard::bytes(), std::optional<QByteArray>(before), 10000);
+}
+
+void TestWaylandGesture::typingPanelPastesIntoTheWindowLeft_data()
+{
+    selectionWins_data();
+}
+
+void TestWaylandGesture::typingPanelPastesIntoTheWindowLeft()
+{
+    if (!onGnome())
+        QSKIP("KWin: the typing panel does not paste back into native windows yet");
+    QFETCH(QString, target);
+    const auto panel = [] {
+        return TolkaroUnderTest::call<QVariantMap>(QStringLiteral("TypingPanelState"));
+    };
+    const AtspiElement entry = element(target, kEntry);
+    QVERIFY(DesktopInput::click(pointAt(target, entry)));
+    QTRY_VERIFY(entry.isFocused());
+    QVERIFY(entry.setText(QString()));
+    // The shortcut through the compositor; the panel opens holding the focus.
+    QVERIFY(input(QStringLiteral("key ctrl+alt+space")));
+    QTRY_VERIFY_WITH_TIMEOUT(panel().value(QStringLiteral("active")).toBool(), 5000);
+    QVERIFY(input(QStringLiteral("type hund")));
+    const QString translation = LoopbackTranslationServer::echoTranslation(QStringLiteral("hund"));
+    QTRY_COMPARE_WITH_TIMEOUT(panel().value(QStringLiteral("translation")).toString(),
+                              translation, 10000);
+    QVERIFY(input(QStringLiteral("key Return")));
+    QTRY_VERIFY(!panel().value(QStringLiteral("visible")).toBool());
+    QTRY_COMPARE_WITH_TIMEOUT(entry.text(), translation, 10000);
 }
 
 void TestWaylandGesture::withoutTheHelperTheDialogAndTheShortMenu()
