@@ -121,6 +121,18 @@ bool GnomeShellHelper::isRunning() const
     return bus && bus->isServiceRegistered(QString::fromLatin1(kService)).value();
 }
 
+bool GnomeShellHelper::isOutdated() const
+{
+    // The version of the helper shipped with this Tolkaro.
+    constexpr uint kVersion = 2;
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QString::fromLatin1(kService), QString::fromLatin1(kPath),
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    call.setArguments({QString::fromLatin1(kInterface), QStringLiteral("Version")});
+    const QDBusReply<QDBusVariant> reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 2000);
+    return reply.isValid() && reply.value().variant().toUInt() < kVersion;
+}
+
 GnomeShellHelper::State GnomeShellHelper::state() const
 {
     if (isRunning())

@@ -39,6 +39,9 @@ public:
 
     // The helper answers on the session bus now. Virtual, like pointer(), for tests.
     virtual bool isRunning() const;
+    // The running helper is an older copy than this Tolkaro's (a per-user copy left from an
+    // earlier version): it lacks calls that Tolkaro makes.
+    bool isOutdated() const;
     // Where the helper stands, for the permission dialog.
     enum class State
     {

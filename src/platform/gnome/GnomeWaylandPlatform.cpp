@@ -300,6 +300,10 @@ GnomeWaylandPlatform::~GnomeWaylandPlatform() = default;
 
 QStringList GnomeWaylandPlatform::sessionLimits()
 {
+    if (m_helper->isRunning() && m_helper->isOutdated())
+        return {QStringLiteral("Tolkaro's GNOME Shell helper is an older copy: the typing panel "
+                               "gets no keys until you run tolkaro --install-gnome-helper and "
+                               "log in again")};
     if (m_helper->isRunning())
         return {};
     return {QStringLiteral("GNOME on Wayland: without Tolkaro's GNOME Shell helper the "
