@@ -31,17 +31,26 @@ constexpr auto kGrabRetryInterval = 20ms;
 // How long to wait for the window manager to activate the remembered window again.
 constexpr auto kActivationWait = 500ms;
 
+Qt::WindowFlags panelFlags(bool grabsKeyboard)
+{
+    const Qt::WindowFlags flags =
+        Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint;
+    return grabsKeyboard ? flags | Qt::X11BypassWindowManagerHint : flags;
+}
+
 } // namespace
 
 SpotlightWindow::SpotlightWindow(Platform &platform, QWidget *parent)
-    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                          Qt::X11BypassWindowManagerHint),
+    : QWidget(parent,
+              panelFlags(platform.windowActivation().keyboardGrabReachesAllKeys())),
       m_activation(platform.windowActivation()), m_keys(platform.keySender()),
-      m_clickWatcher(platform.createOutsideClickWatcher(this).release())
+      m_clickWatcher(platform.createOutsideClickWatcher(this).release()),
+      m_grabsKeyboard(m_activation.keyboardGrabReachesAllKeys())
 {
     connect(m_clickWatcher, &OutsideClickWatcher::buttonPressed, this,
             &SpotlightWindow::outsideButtonPressed);
-    setAttribute(Qt::WA_ShowWithoutActivating);
+    if (m_grabsKeyboard)
+        setAttribute(Qt::WA_ShowWithoutActivating);
     setBackgroundColor(QColor(255, 59, 48));
     m_grabRetry.setInterval(kGrabRetryInterval);
     connect(&m_grabRetry, &QTimer::timeout, this, &SpotlightWindow::tryKeyboardGrab);
@@ -79,6 +88,10 @@ void SpotlightWindow::makeKeyAndOrderFront()
     m_clickWatcher->start();
     if (m_holdsGrab || m_tookFocus)
         return;
+    if (!m_grabsKeyboard) {
+        takeFocusInstead();
+        return;
+    }
     m_grabAttempts = 0;
     tryKeyboardGrab();
     if (!m_holdsGrab)
@@ -117,19 +130,20 @@ void SpotlightWindow::tryKeyboardGrab()
     }
     if (m_grabAttempts >= kGrabAttempts) {
         m_grabRetry.stop();
+        tolkaro::logLine(QStringLiteral("Typing panel: the keyboard is held by another "
+                                        "program; taking the focus instead"));
         takeFocusInstead();
     }
 }
 
 void SpotlightWindow::takeFocusInstead()
 {
-    tolkaro::logLine(QStringLiteral("Typing panel: the keyboard is held by another program; "
-                                    "taking the focus instead"));
     m_tookFocus = true;
     m_hadFocus = false;
     m_shortcutArmed = true;
     activateWindow();
-    // Bypassing the window manager, the panel has to take the focus itself.
+    // Bypassing the window manager, the panel has to take the focus itself; managed, it
+    // would be refused the focus as a program in the background.
     m_activation.takeFocus(windowHandle());
     if (m_keyReceiver)
         m_keyReceiver->setFocus();

@@ -20,7 +20,10 @@ class WindowActivation;
 // is not grabbed: the platform's outside-click watcher sees a click elsewhere, which closes
 // the panel and still reaches the application under the pointer. When the keyboard grab is
 // refused after a short while (a desktop holding the keyboard), it falls back to taking the
-// focus like any window. Draws a rounded background and can be dragged by it. Main thread.
+// focus like any window. Where a grab would not get the keys at all (XWayland on GNOME) the
+// window is managed, not bypassing, and takes the focus at once; before a paste the
+// remembered window is activated again. Draws a rounded background and can be dragged by
+// it. Main thread.
 class SpotlightWindow : public QWidget
 {
     Q_OBJECT
@@ -83,6 +86,7 @@ private:
     qreal m_cornerRadius = 8.0;
     QWidget *m_keyReceiver = nullptr;
     ShortcutSource m_shortcut;
+    const bool m_grabsKeyboard;
     QTimer m_grabRetry;
     int m_grabAttempts = 0;
     bool m_holdsGrab = false;
