@@ -98,6 +98,8 @@ private slots:
     void alternativeKeyAsksAgain();
     void altReplacesTheSelectionAndKeepsTheClipboard_data();
     void altReplacesTheSelectionAndKeepsTheClipboard();
+    void typingPanelPastesIntoTheWindowLeft_data();
+    void typingPanelPastesIntoTheWindowLeft();
     // Last: it switches the helper off and on.
     void withoutTheHelperTheDialogAndTheShortMenu();
 
@@ -271,6 +273,28 @@ void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard()
     QVERIFY(input(QStringLiteral("keyup 37")));
     QTRY_VERIFY(!popoverShown());
     QTRY_COMPARE_WITH_TIMEOUT(DesktopClipboard::bytes(), std::optional<QByteArray>(before), 10000);
+}
+
+void TestWaylandGesture::typingPanelPastesIntoTheWindowLeft_data()
+{
+    selectionWins_data();
+}
+
+void TestWaylandGesture::typingPanelPastesIntoTheWindowLeft()
+{
+    QFETCH(QString, target);
+    QVERIFY(selectWorld(target));
+    m_server.setDefaultAnswer(
+        Answer::well(QByteArrayLiteral(R"([[["Welt","world",null,null,10]],null,"en"])")));
+    // Ctrl+Alt+Space: the desktop's launcher holds Alt+Space.
+    QVERIFY(input(QStringLiteral("key ctrl+alt+space")));
+    QTest::qWait(kNothingHappensWait);
+    QVERIFY(input(QStringLiteral("type world")));
+    QTRY_COMPARE_WITH_TIMEOUT(m_server.requestCount(), 1, 10000);
+    QCOMPARE(m_server.requests().constFirst().queryText(), QStringLiteral("world"));
+    QTest::qWait(kNothingHappensWait); // the translation shown
+    QVERIFY(input(QStringLiteral("key Return")));
+    QTRY_COMPARE_WITH_TIMEOUT(element(target, kEntry).text(), QStringLiteral("Hello Welt"), 10000);
 }
 
 void TestWaylandGesture::withoutTheHelperTheDialogAndTheShortMenu()
