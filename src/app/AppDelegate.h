@@ -90,6 +90,7 @@ public:
     StatusMenu *statusMenu() const { return m_statusMenu; }
     PopoverPresenter *popoverPresenter() const { return m_popoverPresenter; }
     TranslationController *translationController() const { return m_translationController; }
+    TypingModeCoordinator *typingMode() const { return m_typingMode; }
 
 signals:
     // The welcome alert is on screen (tests dismiss it).

@@ -3,6 +3,10 @@
 #include "app/AppDelegate.h"
 #include "common/Log.h"
 #include "common/NotificationCenter.h"
+#include "typing/SpotlightWindow.h"
+#include "typing/SpotlightWindowController.h"
+#include "typing/TSTTextGrowth.h"
+#include "typing/TypingModeCoordinator.h"
 #include "ui/PopOverViewController.h"
 #include "ui/PopoverPresenter.h"
 #include "ui/PopoverTextField.h"
@@ -15,6 +19,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QMenu>
 #include <QSystemTrayIcon>
 
@@ -169,6 +174,18 @@ QVariantMap ApplicationTestBusObject::PopOverState()
         state.insert(QStringLiteral("abovePointer"), window->isAbovePointer());
     }
     return state;
+}
+
+QVariantMap ApplicationTestBusObject::TypingPanelState()
+{
+    const TypingModeCoordinator *typing = m_delegate.typingMode();
+    const SpotlightWindowController *panel = typing ? typing->spotlight() : nullptr;
+    if (!panel || !panel->window())
+        return {{QStringLiteral("visible"), false}};
+    return {{QStringLiteral("visible"), panel->window()->isVisible()},
+            {QStringLiteral("active"), panel->window()->isActiveWindow()},
+            {QStringLiteral("text"), panel->inputTextField()->toPlainText()},
+            {QStringLiteral("translation"), panel->detailsTextField()->text()}};
 }
 
 QString ApplicationTestBusObject::MenuLayout()

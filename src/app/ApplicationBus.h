@@ -76,6 +76,8 @@ public slots:
     Q_SCRIPTABLE void TranslateText(const QString &text, int x, int y);
     // shown, windowVisible, text, color, x, y, width, height (the body), abovePointer.
     Q_SCRIPTABLE QVariantMap PopOverState();
+    // The typing panel: visible, active (holding the focus), text, translation.
+    Q_SCRIPTABLE QVariantMap TypingPanelState();
     // The attached menu as JSON: [{"title", "checkable", "checked", "separator",
     // "enabled", "submenu": [...]}].
     Q_SCRIPTABLE QString MenuLayout();

@@ -23,6 +23,8 @@ const WATCHED = Clutter.ModifierType.SHIFT_MASK | Clutter.ModifierType.CONTROL_M
     Clutter.ModifierType.MOD5_MASK | Clutter.ModifierType.SUPER_MASK;
 // After typing, the mask is not reported for this long: Tolkaro's own keys are not the user's.
 const TYPING_QUIET_US = 150 * 1000;
+// How long Tolkaro's window just shown may take to reach the shell before activating it fails.
+const OWN_WINDOW_WAIT_MS = 1000;
 
 const XML = `<node>
   <interface name="${INTERFACE}">
@@ -35,6 +37,12 @@ const XML = `<node>
       <arg type="a{sv}" direction="out"/>
     </method>
     <method name="ActiveWindow"><arg type="a{sv}" direction="out"/></method>
+    <method name="ActivateWindow">
+      <arg type="t" name="id" direction="in"/><arg type="b" direction="out"/>
+    </method>
+    <method name="ActivateOwnWindow">
+      <arg type="t" name="xid" direction="in"/><arg type="b" direction="out"/>
+    </method>
     <method name="TypeControlKey">
       <arg type="s" name="letter" direction="in"/><arg type="b" direction="out"/>
     </method>
@@ -56,6 +64,7 @@ function describeWindow(window) {
     const int = v => new GLib.Variant('i', v);
     return {
         pid: new GLib.Variant('x', window.get_pid()),
+        id: new GLib.Variant('t', window.get_id()),
         x: int(frame.x), y: int(frame.y), width: int(frame.width), height: int(frame.height),
         bufferX: int(buffer.x), bufferY: int(buffer.y),
         bufferWidth: int(buffer.width), bufferHeight: int(buffer.height),
@@ -151,13 +160,17 @@ class Helper {
         Gio.DBus.session.emit_signal(this._client, OBJECT_PATH, INTERFACE, name, parameters);
     }
 
-    // Answers `invocation` with `work`'s result when Tolkaro called, an error otherwise.
-    _answer(invocation, signature, work) {
+    _fromClient(invocation) {
         // The name watch may not have told of Tolkaro yet: the bus knows for certain.
         if (invocation.get_sender() !== this._client && this._ownerOfClientName() ===
             invocation.get_sender())
             this._clientAppeared(invocation.get_sender());
-        if (!this._client || invocation.get_sender() !== this._client) {
+        return this._client !== null && invocation.get_sender() === this._client;
+    }
+
+    // Answers `invocation` with `work`'s result when Tolkaro called, an error otherwise.
+    _answer(invocation, signature, work) {
+        if (!this._fromClient(invocation)) {
             invocation.return_dbus_error('org.freedesktop.DBus.Error.AccessDenied',
                 'This helper answers Tolkaro only');
             return;
@@ -198,6 +211,69 @@ class Helper {
 
     ActiveWindowAsync(_parameters, invocation) {
         this._answer(invocation, '(a{sv})', () => [describeWindow(global.display.focus_window)]);
+    }
+
+    // The shell activates windows on its own authority: Mutter's focus-stealing prevention
+    // refuses a background client that asks for it.
+    ActivateWindowAsync([id], invocation) {
+        this._answer(invocation, '(b)', () => {
+            const window = global.display.list_all_windows().find(w => w.get_id() === id);
+            if (window)
+                Main.activateWindow(window, global.get_current_time());
+            return [window !== undefined];
+        });
+    }
+
+    // One of Tolkaro's own X11 windows, by its X window id. Called right after showing it,
+    // usually before XWayland has handed it to the shell: then the answer waits for it.
+    ActivateOwnWindowAsync([xid], invocation) {
+        const pid = this._fromClient(invocation) ? this._clientPid() : -1;
+        const hex = `0x${xid.toString(16)}`;
+        const isOurs = w => w.get_pid() === pid &&
+            (w.get_description() === hex || w.get_description().startsWith(`${hex} `));
+        const activate = window => {
+            Main.activateWindow(window, global.get_current_time());
+            return [true];
+        };
+        const window = global.display.list_all_windows().find(isOurs);
+        if (window || pid < 0) {
+            this._answer(invocation, '(b)', () => (window ? activate(window) : [false]));
+            return;
+        }
+        let createdId = 0, timeoutId = 0;
+        const finish = created => {
+            global.display.disconnect(createdId);
+            if (timeoutId)
+                GLib.source_remove(timeoutId);
+            this._answer(invocation, '(b)', () => (created ? activate(created) : [false]));
+        };
+        createdId = global.display.connect('window-created', (_display, created) => {
+            if (!isOurs(created))
+                return;
+            // Activated before the shell first shows it, the window would lose the focus
+            // again to the placement of a new window.
+            const shownId = created.connect('shown', () => {
+                created.disconnect(shownId);
+                Main.activateWindow(created, global.get_current_time());
+            });
+            finish(created);
+        });
+        timeoutId = GLib.timeout_add(GLib.PRIORITY_DEFAULT, OWN_WINDOW_WAIT_MS, () => {
+            timeoutId = 0;
+            finish(null);
+            return GLib.SOURCE_REMOVE;
+        });
+    }
+
+    _clientPid() {
+        try {
+            return Gio.DBus.session.call_sync('org.freedesktop.DBus', '/org/freedesktop/DBus',
+                'org.freedesktop.DBus', 'GetConnectionUnixProcessID',
+                new GLib.Variant('(s)', [this._client || '']), null, Gio.DBusCallFlags.NONE, 500,
+                null).deepUnpack()[0];
+        } catch (e) {
+            return -1;
+        }
     }
 
     TypeControlKeyAsync([letter], invocation) {

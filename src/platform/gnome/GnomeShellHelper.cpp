@@ -6,6 +6,8 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 #include <QDBusReply>
 #include <QDir>
 #include <QFileInfo>
@@ -19,13 +21,19 @@ constexpr char kInterface[] = "org.tolkaro.ShellHelper1";
 // The shell answers from its main loop, which also draws the screen: a frame or two.
 constexpr int kCallTimeoutMs = 300;
 
-QDBusMessage callHelper(const QString &method, const QVariantList &arguments = {})
+QDBusMessage helperCall(const QString &method, const QVariantList &arguments)
 {
     QDBusMessage call = QDBusMessage::createMethodCall(
         QString::fromLatin1(GnomeShellHelper::kService), QString::fromLatin1(kPath),
         QString::fromLatin1(kInterface), method);
     call.setArguments(arguments);
-    return QDBusConnection::sessionBus().call(call, QDBus::Block, kCallTimeoutMs);
+    return call;
+}
+
+QDBusMessage callHelper(const QString &method, const QVariantList &arguments = {})
+{
+    return QDBusConnection::sessionBus().call(helperCall(method, arguments), QDBus::Block,
+                                              kCallTimeoutMs);
 }
 
 bool answered(const QDBusMessage &reply)
@@ -46,6 +54,7 @@ std::optional<GnomeShellHelper::Window> windowFrom(const QDBusMessage &reply)
     auto number = [&](const char *key) { return map.value(QLatin1String(key)).toInt(); };
     GnomeShellHelper::Window window;
     window.pid = map.value(QStringLiteral("pid")).toLongLong();
+    window.id = map.value(QStringLiteral("id")).toULongLong();
     window.frame = QRect(number("x"), number("y"), number("width"), number("height"));
     window.buffer = QRect(number("bufferX"), number("bufferY"), number("bufferWidth"),
                           number("bufferHeight"));
@@ -199,6 +208,31 @@ std::optional<GnomeShellHelper::Window> GnomeShellHelper::windowAt(const QPoint 
 std::optional<GnomeShellHelper::Window> GnomeShellHelper::activeWindow() const
 {
     return windowFrom(callHelper(QStringLiteral("ActiveWindow")));
+}
+
+bool GnomeShellHelper::activateWindow(quint64 id) const
+{
+    const QDBusReply<bool> reply =
+        callHelper(QStringLiteral("ActivateWindow"), {QVariant::fromValue(qulonglong(id))});
+    return reply.isValid() && reply.value();
+}
+
+void GnomeShellHelper::activateOwnWindow(quint64 xid) const
+{
+    // The helper answers once the window has reached the shell, or after a second; the
+    // window reaches it only after our event loop has flushed the map, so no waiting here.
+    auto *watcher = new QDBusPendingCallWatcher(
+        QDBusConnection::sessionBus().asyncCall(
+            helperCall(QStringLiteral("ActivateOwnWindow"), {QVariant::fromValue(qulonglong(xid))}),
+            3000),
+        const_cast<GnomeShellHelper *>(this));
+    connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [](QDBusPendingCallWatcher *call) {
+        const QDBusPendingReply<bool> reply = *call;
+        if (reply.isError() || !reply.value())
+            tolkaro::logLine(QStringLiteral("Shell helper: Tolkaro's window was not activated %1")
+                                 .arg(reply.error().message()));
+        call->deleteLater();
+    });
 }
 
 bool GnomeShellHelper::typeControlKey(QChar letter) const

@@ -10,8 +10,8 @@
 // Tolkaro's GNOME Shell helper, seen from Tolkaro: a small extension running inside the
 // compositor (data/gnome-shell/), which alone sees the whole session on Wayland. It owns
 // org.tolkaro.ShellHelper on the session bus and answers only the owner of Tolkaro's own
-// bus name: the pointer and modifier state, the window under a point, the active window,
-// a Control keystroke typed through a virtual keyboard, and one shell keybinding. The
+// bus name: the pointer and modifier state, the window under a point, the active window and
+// activating a window on the shell's authority, a Control keystroke typed through a virtual keyboard, and one shell keybinding. The
 // modifier state arrives as a signal, only on change and only while Tolkaro runs.
 //
 // Every call is a short blocking D-Bus call on the main thread with a deadline of its own (a
@@ -64,6 +64,7 @@ public:
     struct Window
     {
         qint64 pid = 0;
+        quint64 id = 0; // the shell's id, stable while the window lives
         QRect frame;  // the window as the user sees it, without shadows
         QRect buffer; // everything the client draws, shadows included
         QString wmClass;
@@ -72,6 +73,11 @@ public:
     // The topmost window under a point, never one of `ignoredPid`.
     std::optional<Window> windowAt(const QPoint &point, qint64 ignoredPid) const;
     std::optional<Window> activeWindow() const;
+    // Activates the window with the shell's id; false when there is no such window.
+    bool activateWindow(quint64 id) const;
+    // Activates one of Tolkaro's own X11 windows, by its X id, as soon as the shell has it
+    // (it may not yet, right after it was shown). Does not wait for the answer.
+    void activateOwnWindow(quint64 xid) const;
     // Control and a letter ("v") through the helper's virtual keyboard.
     bool typeControlKey(QChar letter) const;
     // Binds an accelerator ("<Control><Alt>t") as a shell keybinding; false when the shell

@@ -6,6 +6,7 @@
 #include "platform/OutsideClickWatcher.h"
 #include "platform/PointerLocator.h"
 #include "platform/TextCaptureBackend.h"
+#include "platform/WindowActivation.h"
 #include "platform/atspi/AtspiCall.h"
 #include "platform/atspi/AtspiGuard.h"
 #include "platform/atspi/AtspiKeystrokeKeySource.h"
@@ -14,6 +15,8 @@
 #include "platform/gnome/GnomeKeySource.h"
 #include "platform/gnome/GnomeShellHelper.h"
 #include "platform/x11/X11Platform.h"
+
+#include <QWindow>
 
 #include <X11/Xlib.h>
 #include <unistd.h>
@@ -225,23 +228,70 @@ private:
     QString m_accelerator;
 };
 
+// Activation on the shell's authority. The windows the typing panel comes back to are
+// native ones, known to the shell only; and Mutter sends XWayland no keys while a native
+// window has the focus, so our panel has to be activated like any window rather than grab
+// the keyboard. Without the helper, the X11 activation (XWayland's windows only).
+class WindowActivationGnome : public WindowActivation
+{
+public:
+    WindowActivationGnome(GnomeShellHelper &helper, WindowActivation &x11)
+        : m_helper(helper), m_x11(x11)
+    {
+    }
+    bool canActivateWindows() const override
+    {
+        return m_helper.isRunning() || m_x11.canActivateWindows();
+    }
+    bool keyboardGrabReachesAllKeys() const override { return false; }
+    WindowId activeWindow() override
+    {
+        if (!m_helper.isRunning())
+            return m_x11.activeWindow();
+        const auto window = m_helper.activeWindow();
+        return window ? window->id : 0;
+    }
+    void takeFocus(QWindow *window) override
+    {
+        if (!m_helper.isRunning())
+            return m_x11.takeFocus(window);
+        if (window)
+            m_helper.activateOwnWindow(window->winId());
+    }
+    bool requestActivation(WindowId window) override
+    {
+        return m_helper.isRunning() ? m_helper.activateWindow(window)
+                                    : m_x11.requestActivation(window);
+    }
+    bool isActiveWithFocus(WindowId window) override
+    {
+        return m_helper.isRunning() ? activeWindow() == window : m_x11.isActiveWithFocus(window);
+    }
+
+private:
+    GnomeShellHelper &m_helper;
+    WindowActivation &m_x11;
+};
+
 } // namespace
 
 struct GnomeWaylandPlatform::Seams
 {
-    explicit Seams(GnomeShellHelper &helper)
-        : locator(helper), keys(helper), capture(helper, locator, keys)
+    Seams(GnomeShellHelper &helper, X11Platform &ownWindows)
+        : locator(helper), keys(helper), capture(helper, locator, keys),
+          activation(helper, ownWindows.windowActivation())
     {
     }
     PointerLocatorGnome locator;
     KeySenderGnome keys;
     TextCaptureBackendGnome capture;
+    WindowActivationGnome activation;
 };
 
 GnomeWaylandPlatform::GnomeWaylandPlatform()
     : m_helper(std::make_unique<GnomeShellHelper>()),
       m_ownWindows(std::make_unique<X11Platform>()),
-      m_seams(std::make_unique<Seams>(*m_helper))
+      m_seams(std::make_unique<Seams>(*m_helper, *m_ownWindows))
 {
     UIElementHitTest::setWindowCoordinatesOnly(true);
 }
@@ -273,7 +323,7 @@ KeySender &GnomeWaylandPlatform::keySender()
 
 WindowActivation &GnomeWaylandPlatform::windowActivation()
 {
-    return m_ownWindows->windowActivation();
+    return m_seams->activation;
 }
 
 std::unique_ptr<ModifierKeyMonitor>

@@ -8,11 +8,11 @@ class GnomeShellHelper;
 class X11Platform;
 
 // GNOME on Wayland. Tolkaro's own windows are X11 windows under XWayland, so what concerns
-// them (activation, the compositor, clicks outside the typing panel) stays with the X11
-// backends. What concerns the rest of the session asks Tolkaro's GNOME Shell helper: the
-// pointer, the window under it, the active window, the modifier keys (merged with the AT-SPI
-// keystroke listener, which tells left from right), the paste keystroke and the typing
-// panel's shortcut. Without the helper every one of those seams says it cannot work.
+// them alone (the compositor, clicks outside the typing panel) stays with the X11 backends.
+// What concerns the rest of the session asks Tolkaro's GNOME Shell helper: the pointer, the
+// window under it, the active window and activating windows (ours included: the typing
+// panel takes the focus), the modifier keys (merged with the AT-SPI keystroke listener,
+// which tells left from right), the paste keystroke and the typing panel's shortcut. Without the helper every one of those seams says it cannot work.
 // Main thread only.
 class GnomeWaylandPlatform : public Platform
 {
