@@ -114,7 +114,7 @@ class Helper {
     }
 
     get Version() {
-        return 1;
+        return 2;
     }
 
     _clientAppeared(owner) {
