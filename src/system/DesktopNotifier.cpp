@@ -33,6 +33,8 @@ void FreedesktopNotifier::notify(const QString &summary, const QString &body)
     auto *box = new QMessageBox(QMessageBox::Information, QStringLiteral("Tolkaro"), summary);
     box->setInformativeText(body);
     box->setAttribute(Qt::WA_DeleteOnClose);
+    // A message box is modal by default: this one must not block the typing panel.
+    box->setWindowModality(Qt::NonModal);
     box->setObjectName(QStringLiteral("DesktopNotifierDialog"));
     box->show();
 }

@@ -287,8 +287,6 @@ void TestWaylandGesture::typingPanelPastesIntoTheWindowLeft_data()
 
 void TestWaylandGesture::typingPanelPastesIntoTheWindowLeft()
 {
-    if (!onGnome())
-        QSKIP("KWin: the typing panel does not paste back into native windows yet");
     QFETCH(QString, target);
     const auto panel = [] {
         return TolkaroUnderTest::call<QVariantMap>(QStringLiteral("TypingPanelState"));

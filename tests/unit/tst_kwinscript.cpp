@@ -45,6 +45,23 @@ private slots:
         QVERIFY(source.contains(u"\":1.42\""));
         QVERIFY(!source.contains(u'@'));
     }
+
+    // The id goes into the script's source: only a KWin id (a UUID) may.
+    void activationScriptTakesOnlyAWindowId_data()
+    {
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("KWin's id") << "{0a1b2c3d-4e5f-6789-abcd-ef0123456789}" << true;
+        QTest::newRow("a quote breaking out") << "\"; workspace.activeClient = null; \"" << false;
+    }
+    void activationScriptTakesOnlyAWindowId()
+    {
+        QFETCH(QString, id);
+        QFETCH(bool, kept);
+        const QString source = KWinScript::activationSource(id, 4194323);
+        QCOMPARE(source.contains(QStringLiteral("var wanted = \"%1\";").arg(id)), kept);
+        QVERIFY(source.contains(u"var wantedX11 = 4194323;"));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestKWinScript)

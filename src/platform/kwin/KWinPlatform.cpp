@@ -2,6 +2,7 @@
 
 #include "platform/KeySender.h"
 #include "platform/PointerLocator.h"
+#include "platform/WindowActivation.h"
 #include "platform/atspi/AtspiKeystrokeKeySource.h"
 #include "platform/kwin/GlobalHotKey_kglobalaccel.h"
 #include "platform/kwin/MergedKeySource.h"
@@ -17,6 +18,7 @@
 #include <QProcess>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QWindow>
 
 #include <unistd.h>
 
@@ -109,6 +111,56 @@ private:
     KWinScript &m_script;
 };
 
+// Activation through KWin: on Wayland no client may activate another's window, a KWin script
+// may. A window is named by a number made from KWin's id for it.
+class WindowActivationKWin : public WindowActivation
+{
+public:
+    WindowActivationKWin(KWinScript &script, WindowActivation &x11) : m_script(script), m_x11(x11)
+    {
+    }
+    bool canActivateWindows() const override { return m_script.isLoaded(); }
+    // KWin gives XWayland the keyboard only while an X11 window is active: a grab hears
+    // nothing typed while a native window has the focus.
+    bool keyboardGrabReachesAllKeys() const override { return false; }
+    WindowId activeWindow() override
+    {
+        const std::optional<KWinScript::Window> window = m_script.activeWindowOfOthers();
+        return window ? number(window->id) : 0;
+    }
+    void takeFocus(QWindow *window) override
+    {
+        if (!window)
+            return;
+        // KWin activates our X11 window; XWayland's focus follows within it.
+        m_script.activate(QString(), window->winId());
+        m_x11.takeFocus(window);
+    }
+    bool requestActivation(WindowId window) override
+    {
+        for (const KWinScript::Window &known : m_script.windows()) {
+            if (number(known.id) == window)
+                return m_script.activate(known.id);
+        }
+        return false;
+    }
+    bool isActiveWithFocus(WindowId window) override
+    {
+        // KWin gives the keyboard to the window it activates, native or X11.
+        const std::optional<KWinScript::Window> active = m_script.activeWindow();
+        return active && number(active->id) == window;
+    }
+
+private:
+    static WindowId number(const QString &id)
+    {
+        return id.isEmpty() ? 0 : WindowId(qHash(id, 0)) | 1;
+    }
+
+    KWinScript &m_script;
+    WindowActivation &m_x11;
+};
+
 // What XWayland may see of keys typed into other windows; KWin's default is nothing.
 QString xwaylandEavesdrops()
 {
@@ -128,6 +180,7 @@ KWinPlatform::KWinPlatform() = default;
 KWinPlatform::~KWinPlatform()
 {
     m_kwinCapture.reset();
+    m_kwinActivation.reset();
     m_kwinKeys.reset();
     m_kwinLocator.reset();
 }
@@ -153,6 +206,14 @@ KeySender &KWinPlatform::keySender()
     if (!m_kwinKeys)
         m_kwinKeys = std::make_unique<KeySenderKWin>(script(), X11Platform::keySender());
     return *m_kwinKeys;
+}
+
+WindowActivation &KWinPlatform::windowActivation()
+{
+    if (!m_kwinActivation)
+        m_kwinActivation =
+            std::make_unique<WindowActivationKWin>(script(), X11Platform::windowActivation());
+    return *m_kwinActivation;
 }
 
 TextCaptureBackend &KWinPlatform::textCapture()

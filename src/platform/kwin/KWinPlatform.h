@@ -26,6 +26,8 @@ public:
     PointerLocator &pointerLocator() override;
     KeySender &keySender() override;
     TextCaptureBackend &textCapture() override;
+    // Through KWin: XWayland can activate X11 windows only.
+    WindowActivation &windowActivation() override;
     bool compositorIsRunning() override { return true; }
     // The accessibility registry's keys and XWayland's, merged.
     std::unique_ptr<ModifierKeyMonitor> createKeySource(const QString &alternativeKey,
@@ -40,4 +42,5 @@ private:
     std::unique_ptr<PointerLocator> m_kwinLocator;
     std::unique_ptr<KeySender> m_kwinKeys;
     std::unique_ptr<TextCaptureBackend> m_kwinCapture;
+    std::unique_ptr<WindowActivation> m_kwinActivation;
 };

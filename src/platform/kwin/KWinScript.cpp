@@ -15,6 +15,7 @@
 #include <QStandardPaths>
 #include <QEventLoop>
 #include <QTimer>
+#include <QUuid>
 
 #include <algorithm>
 
@@ -27,6 +28,7 @@ constexpr char kObjectPath[] = "/org/tolkaro/KWinScript";
 constexpr char kInterface[] = "org.tolkaro.KWinScript";
 // The name KWin knows the script by: loading it again first needs it unloaded.
 constexpr char kPluginName[] = "tolkaro";
+constexpr char kActivationName[] = "tolkaro-activate";
 constexpr int kCallTimeoutMs = 2000;
 constexpr int kFirstReportWaitMs = 1000;
 
@@ -89,45 +91,84 @@ bool KWinScript::load()
     const QString directory =
         QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
     m_scriptPath = QDir(directory).filePath(QStringLiteral("tolkaro-kwin.js"));
-    QSaveFile file(m_scriptPath);
-    if (!file.open(QIODevice::WriteOnly) ||
-        file.write(scriptSource(m_bus.baseService()).toUtf8()) < 0 || !file.commit()) {
-        tolkaro::logLine(QStringLiteral("KWin script: cannot write %1").arg(m_scriptPath));
-        m_bus.unregisterObject(QString::fromLatin1(kObjectPath));
+    m_activationPath = QDir(directory).filePath(QStringLiteral("tolkaro-kwin-activate.js"));
+    if (!loadAndRun(QString::fromLatin1(kPluginName), m_scriptPath,
+                    scriptSource(m_bus.baseService()))) {
+        unload();
         return false;
     }
+    m_loaded = true;
+    awaitFirstReports();
+    return true;
+}
 
-    const QString name = QString::fromLatin1(kPluginName);
+bool KWinScript::loadAndRun(const QString &name, const QString &path, const QString &source)
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(source.toUtf8()) < 0 || !file.commit()) {
+        tolkaro::logLine(QStringLiteral("KWin script: cannot write %1").arg(path));
+        return false;
+    }
+    // A copy of the same name (left by an earlier run, or the last activation) goes first.
     m_bus.call(scriptingCall(QStringLiteral("unloadScript"), {name}), QDBus::Block,
                kCallTimeoutMs);
-    const QDBusReply<int> id = m_bus.call(
-        scriptingCall(QStringLiteral("loadScript"), {m_scriptPath, name}), QDBus::Block,
-        kCallTimeoutMs);
+    const QDBusReply<int> id = m_bus.call(scriptingCall(QStringLiteral("loadScript"), {path, name}),
+                                          QDBus::Block, kCallTimeoutMs);
     if (!id.isValid() || id.value() < 0) {
-        tolkaro::logLine(QStringLiteral("KWin script: KWin did not load it (%1)")
-                             .arg(id.isValid() ? QString::number(id.value())
-                                               : id.error().message()));
-        unload();
+        tolkaro::logLine(QStringLiteral("KWin script: KWin did not load %1 (%2)")
+                             .arg(name, id.isValid() ? QString::number(id.value())
+                                                     : id.error().message()));
         return false;
     }
     // KWin 5.27 answers on /N; Plasma 6 on /Scripting/ScriptN.
     const QString interface = QStringLiteral("org.kde.kwin.Script");
     const QString paths[] = {QStringLiteral("/%1").arg(id.value()),
                              QStringLiteral("/Scripting/Script%1").arg(id.value())};
-    for (const QString &path : paths) {
+    for (const QString &objectPath : paths) {
         const QDBusMessage reply = m_bus.call(
-            QDBusMessage::createMethodCall(QString::fromLatin1(kKWinService), path, interface,
-                                           QStringLiteral("run")),
+            QDBusMessage::createMethodCall(QString::fromLatin1(kKWinService), objectPath,
+                                           interface, QStringLiteral("run")),
             QDBus::Block, kCallTimeoutMs);
-        if (reply.type() == QDBusMessage::ReplyMessage) {
-            m_loaded = true;
-            awaitFirstReports();
+        if (reply.type() == QDBusMessage::ReplyMessage)
             return true;
-        }
     }
-    tolkaro::logLine(QStringLiteral("KWin script: KWin loaded it but did not run it"));
-    unload();
+    tolkaro::logLine(QStringLiteral("KWin script: KWin loaded %1 but did not run it").arg(name));
+    m_bus.call(scriptingCall(QStringLiteral("unloadScript"), {name}), QDBus::Block,
+               kCallTimeoutMs);
     return false;
+}
+
+QString KWinScript::activationSource(const QString &id, quint64 x11Window)
+{
+    QFile resource(QStringLiteral(":/tolkaro/kwin/tolkaro-kwin-activate.js"));
+    if (!resource.open(QIODevice::ReadOnly))
+        return {};
+    // KWin's ids are UUIDs: nothing in them needs quoting, and anything else is refused.
+    const QString safeId = QUuid::fromString(id).isNull() ? QString() : id;
+    return QString::fromUtf8(resource.readAll())
+        .replace(QLatin1String("@WINDOW@"), safeId)
+        .replace(QLatin1String("@X11WINDOW@"), QString::number(x11Window));
+}
+
+bool KWinScript::activate(const QString &id, quint64 x11Window)
+{
+    if (!m_loaded)
+        return false;
+    const QString source = activationSource(id, x11Window);
+    if (source.isEmpty() || (QUuid::fromString(id).isNull() && x11Window == 0))
+        return false;
+    // The run is asynchronous: the script stays loaded until the next activation or the
+    // unload, so that it may still find a window being mapped.
+    return loadAndRun(QString::fromLatin1(kActivationName), m_activationPath, source);
+}
+
+std::optional<KWinScript::Window> KWinScript::activeWindow() const
+{
+    for (const Window &window : m_windows) {
+        if (window.active)
+            return window;
+    }
+    return std::nullopt;
 }
 
 void KWinScript::awaitFirstReports()
@@ -147,12 +188,14 @@ void KWinScript::unload()
 {
     if (m_scriptPath.isEmpty())
         return;
-    if (m_bus.isConnected())
-        m_bus.call(scriptingCall(QStringLiteral("unloadScript"),
-                                 {QString::fromLatin1(kPluginName)}),
-                   QDBus::Block, kCallTimeoutMs);
+    for (const char *name : {kPluginName, kActivationName}) {
+        if (m_bus.isConnected())
+            m_bus.call(scriptingCall(QStringLiteral("unloadScript"), {QString::fromLatin1(name)}),
+                       QDBus::Block, kCallTimeoutMs);
+    }
     m_bus.unregisterObject(QString::fromLatin1(kObjectPath));
     QFile::remove(m_scriptPath);
+    QFile::remove(m_activationPath);
     m_scriptPath.clear();
     m_loaded = false;
     m_pointer.reset();
@@ -210,7 +253,7 @@ std::optional<QList<KWinScript::Window>> KWinScript::parseWindows(const QString 
             continue;
         const QPoint surface(qRound(object[u"bufferX"].toDouble(frame.x())),
                              qRound(object[u"bufferY"].toDouble(frame.y())));
-        windows.append({qint64(object[u"pid"].toDouble()), frame, surface,
+        windows.append({qint64(object[u"pid"].toDouble()), object[u"id"].toString(), frame, surface,
                          object[u"stacking"].toInt(), object[u"active"].toBool(),
                          object[u"x11"].toBool(), object[u"resourceClass"].toString()});
     }

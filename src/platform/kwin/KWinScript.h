@@ -26,6 +26,7 @@ public:
     struct Window
     {
         qint64 pid = 0;
+        QString id; // KWin's own, for activate()
         QRect frame;
         QPoint surfaceOrigin; // where the window's own content starts (no decoration)
         int stacking = 0; // higher is nearer the top
@@ -51,6 +52,13 @@ public:
     // window active before it.
     std::optional<Window> activeWindowOfOthers() const { return m_othersActive; }
 
+    // The window KWin has made active, Tolkaro's own included.
+    std::optional<Window> activeWindow() const;
+    // Asks KWin to activate a window named by its id or, for one of Tolkaro's own X11
+    // windows, by its X11 id (also one about to be mapped). KWin does it a moment later;
+    // false when it could not be asked.
+    bool activate(const QString &id, quint64 x11Window = 0);
+
     // The topmost window containing a point, skipping those of one process.
     static std::optional<Window> topmostAt(const QList<Window> &windows, const QPoint &point,
                                            qint64 skippedPid);
@@ -58,6 +66,8 @@ public:
     static std::optional<QList<Window>> parseWindows(const QString &json);
     // The script as loaded, with the bus name and object it calls back filled in.
     static QString scriptSource(const QString &service);
+    // The one-shot script that activates a window.
+    static QString activationSource(const QString &id, quint64 x11Window);
 
 public slots:
     // Called by the script.
@@ -66,11 +76,13 @@ public slots:
 
 private:
     bool fromKWin() const;
+    bool loadAndRun(const QString &name, const QString &path, const QString &source);
     void awaitFirstReports();
 
     QDBusConnection m_bus;
     QString m_kwinOwner;
     QString m_scriptPath;
+    QString m_activationPath;
     bool m_loaded = false;
     std::optional<QPoint> m_pointer;
     QList<Window> m_windows;

@@ -67,6 +67,7 @@ var windows = new Channel("windows", function () {
         var g = w.frameGeometry, b = w.bufferGeometry;
         list.push({
             pid: w.pid,
+            id: String(w.internalId),
             x: g.x, y: g.y, width: g.width, height: g.height, bufferX: b.x, bufferY: b.y,
             stacking: w.stackingOrder,
             active: w.active,
