@@ -38,7 +38,7 @@ if [ "${1:-}" != "--inner" ]; then
     [ -d /run/systemd ] && mount -t tmpfs none /run/systemd
     make_desktop_dir gnome
     mkdir -p "$dir/config/glib-2.0/settings" "$dir/data/gnome-shell/extensions"
-    cp -r "$root/data/gnome-shell/$uuid" "$dir/data/gnome-shell/extensions/"
+    cp -r "$root/src/platform/gnome/shell-helper/$uuid" "$dir/data/gnome-shell/extensions/"
     export TOLKARO_GNOME_HELPER_DIR="$dir/data/gnome-shell/extensions/$uuid"
     # Settings in a key file: no dconf service to start. The helper on, no welcome tour,
     # accessibility on for every toolkit.

@@ -8,11 +8,12 @@
 #include <optional>
 
 // Tolkaro's GNOME Shell helper, seen from Tolkaro: a small extension running inside the
-// compositor (data/gnome-shell/), which alone sees the whole session on Wayland. It owns
-// org.tolkaro.ShellHelper on the session bus and answers only the owner of Tolkaro's own
-// bus name: the pointer and modifier state, the window under a point, the active window and
-// activating a window on the shell's authority, a Control keystroke typed through a virtual keyboard, and one shell keybinding. The
-// modifier state arrives as a signal, only on change and only while Tolkaro runs.
+// compositor (shell-helper/ beside this file), which alone sees the whole session on
+// Wayland. It owns org.tolkaro.ShellHelper on the session bus and answers only the owner of
+// Tolkaro's own bus name: the pointer and modifier state, the window under a point, the
+// active window and activating a window on the shell's authority, a Control keystroke typed
+// through a virtual keyboard, and one shell keybinding. The modifier state arrives as a
+// signal, only on change and only while Tolkaro runs.
 //
 // Every call is a short blocking D-Bus call on the main thread with a deadline of its own (a
 // shell that hangs would hang the session anyway). Main thread only.
