@@ -12,6 +12,7 @@
 //       file:///PAGE.html & sleep 12; build/bench/tolkaro-bench-capture 60
 //       --at "Firefox paragraph" 300,193 --at "Firefox input" 300,320'
 
+#include "CaptureTestHelpers.h"
 #include "capture/AccessibilityManager.h"
 #include "platform/atspi/AtspiThread.h"
 #include "platform/atspi/UIElementUtilities.h"
@@ -23,7 +24,6 @@
 #include <QGuiApplication>
 #include <QProcess>
 #include <QStringList>
-#include <QProcess>
 #include <QTest>
 #include <QThread>
 
@@ -94,15 +94,11 @@ void measureRow(const QString &name, int rounds, bool showText)
 }
 
 // One of the fixtures' --mode windows over the desktop: its chosen paragraph's row.
-void measurePointedWindow(const QString &name, const QString &program, const QStringList &arguments,
-                          int rounds)
+void measurePointedWindow(const CaptureTestHelpers::PointedWindow &window, int rounds)
 {
+    const QString &name = window.name;
     QProcess target;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
-    environment.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
-    target.setProcessEnvironment(environment);
-    target.start(program, arguments);
+    CaptureTestHelpers::startPointedWindow(target, window);
     const QStringList point = target.waitForReadyRead(15000)
                                   ? QString::fromUtf8(target.readLine()).trimmed().split(u' ')
                                   : QStringList();
@@ -188,22 +184,8 @@ int main(int argc, char **argv)
         }
     }
 
-    const QString python = QStringLiteral("/usr/bin/python3");
-    const QString gtk = qEnvironmentVariable("TOLKARO_GTK_TARGET");
-    const QString qt = qEnvironmentVariable("TOLKARO_QT_TARGET");
-    const QString mode = QStringLiteral("--mode");
-    measurePointedWindow(QStringLiteral("GTK notebook tab"), python,
-                         {gtk, mode, QStringLiteral("notebook")}, rounds);
-    measurePointedWindow(QStringLiteral("GTK long, scrolled"), python,
-                         {gtk, mode, QStringLiteral("long")}, rounds);
-    measurePointedWindow(QStringLiteral("VTE terminal tab"), python,
-                         {gtk, mode, QStringLiteral("terminal"), QStringLiteral("--geometry"),
-                          QStringLiteral("40,40,900,420")},
-                         rounds);
-    measurePointedWindow(QStringLiteral("QT under hidden bar"), qt,
-                         {mode, QStringLiteral("overlay")}, rounds);
-    measurePointedWindow(QStringLiteral("QT long, scrolled"), qt, {mode, QStringLiteral("long")},
-                         rounds);
+    for (const CaptureTestHelpers::PointedWindow &window : CaptureTestHelpers::pointedWindows())
+        measurePointedWindow(window, rounds);
 
     // A stopped application: each capture should give up after about one method-call timeout.
     const pid_t pid = pid_t(qEnvironmentVariable("TOLKARO_GTK_TARGET_PID").toLongLong());

@@ -29,6 +29,8 @@
 
 using namespace CaptureTestHelpers;
 
+Q_DECLARE_METATYPE(CaptureTestHelpers::PointedWindow)
+
 namespace {
 
 const QString kLabelText = QStringLiteral("The quick brown fox jumps over the lazy dog.");
@@ -278,38 +280,18 @@ void TestCapture::textUnderThePointer()
 
 void TestCapture::paragraphUnderThePointer_data()
 {
-    QTest::addColumn<QString>("program");
-    QTest::addColumn<QStringList>("arguments");
-
-    const QString python = QStringLiteral("/usr/bin/python3");
-    const QString gtk = qEnvironmentVariable("TOLKARO_GTK_TARGET");
-    const QString qt = qEnvironmentVariable("TOLKARO_QT_TARGET");
-    const QString mode = QStringLiteral("--mode");
-    QTest::newRow("GTK 3 notebook of text views, second tab shown")
-        << python << QStringList{gtk, mode, QStringLiteral("notebook")};
-    QTest::newRow("GTK 3 long document scrolled to its end")
-        << python << QStringList{gtk, mode, QStringLiteral("long")};
-    QTest::newRow("VTE terminals in a notebook")
-        << python << QStringList{gtk, mode, QStringLiteral("terminal"), QStringLiteral("--geometry"),
-                                 QStringLiteral("40,40,900,420")};
-    QTest::newRow("Qt 6 text view under a hidden bar, the window's first child")
-        << qt << QStringList{mode, QStringLiteral("overlay")};
-    QTest::newRow("Qt 6 long document scrolled to its end")
-        << qt << QStringList{mode, QStringLiteral("long")};
+    QTest::addColumn<PointedWindow>("window");
+    for (const PointedWindow &window : pointedWindows())
+        QTest::newRow(qPrintable(window.name)) << window;
 }
 
 // A window of its own over the shared targets, which says where its chosen paragraph is.
 void TestCapture::paragraphUnderThePointer()
 {
-    QFETCH(QString, program);
-    QFETCH(QStringList, arguments);
+    QFETCH(PointedWindow, window);
 
     QProcess target;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
-    environment.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
-    target.setProcessEnvironment(environment);
-    target.start(program, arguments);
+    startPointedWindow(target, window);
     const auto stopTarget = qScopeGuard([&] { target.kill(); target.waitForFinished(5000); });
     QVERIFY(QTest::qWaitFor([&] { return target.canReadLine(); }, 15000));
     const QStringList point = QString::fromUtf8(target.readLine()).trimmed().split(u' ');

@@ -102,4 +102,32 @@ QString ClipboardOwner::changes() const
                                 : QStringLiteral("formats now: ") + targets.join(u' ');
 }
 
+QList<PointedWindow> pointedWindows()
+{
+    const QString python = QStringLiteral("/usr/bin/python3");
+    const QString gtk = qEnvironmentVariable("TOLKARO_GTK_TARGET");
+    const QString qt = qEnvironmentVariable("TOLKARO_QT_TARGET");
+    const QString mode = QStringLiteral("--mode");
+    return {{QStringLiteral("GTK 3 notebook of text views, second tab shown"), python,
+             {gtk, mode, QStringLiteral("notebook")}},
+            {QStringLiteral("GTK 3 long document scrolled to its end"), python,
+             {gtk, mode, QStringLiteral("long")}},
+            {QStringLiteral("VTE terminals in a notebook"), python,
+             {gtk, mode, QStringLiteral("terminal"), QStringLiteral("--geometry"),
+              QStringLiteral("40,40,900,420")}},
+            {QStringLiteral("Qt 6 text view under a hidden bar, the window's first child"), qt,
+             {mode, QStringLiteral("overlay")}},
+            {QStringLiteral("Qt 6 long document scrolled to its end"), qt,
+             {mode, QStringLiteral("long")}}};
+}
+
+void startPointedWindow(QProcess &process, const PointedWindow &window)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
+    environment.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
+    process.setProcessEnvironment(environment);
+    process.start(window.program, window.arguments);
+}
+
 } // namespace CaptureTestHelpers

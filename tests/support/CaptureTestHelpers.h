@@ -28,6 +28,21 @@ bool select(const UIElement &element, int start, int length);
 // reports the focus.
 bool clickToFocus(const UIElement &element);
 
+// The fixtures' windows of one --mode each, which print "POINT <x> <y> <paragraph>" once
+// their chosen paragraph is shown: a GTK 3 notebook of text views, GTK 3 and Qt 6 long
+// documents scrolled to their end, VTE terminals in a notebook, a Qt 6 text view under a
+// hidden bar. Paths from the test desktop's environment.
+struct PointedWindow
+{
+    QString name;
+    QString program;
+    QStringList arguments;
+};
+QList<PointedWindow> pointedWindows();
+
+// Starts one of them as an X11 client with its accessibility on.
+void startPointedWindow(QProcess &process, const PointedWindow &window);
+
 // Clipboard contents: (format, bytes) in the order offered.
 using ClipboardFormats = QList<QPair<QString, QByteArray>>;
 

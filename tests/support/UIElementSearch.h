@@ -24,10 +24,13 @@ QRectF frameOfUIElement(const UIElement &element);
 // The element as the desktop tests' probe reads and writes it; AT-SPI thread only.
 AtspiElement probeOf(const UIElement &element);
 
-// Runs `use` on the element's probe on the AT-SPI thread.
+// Runs `use` on the element's probe on the AT-SPI thread. The probe acts for the test, as a
+// user would: a call of Tolkaro's that timed out just before (a busy machine) must not make
+// it give up before it starts.
 template <typename T>
 T withProbe(const UIElement &element, std::function<T(const AtspiElement &)> use)
 {
+    AtspiCall::beginWork();
     return AtspiCall::run<T>([element, use = std::move(use)] { return use(probeOf(element)); });
 }
 

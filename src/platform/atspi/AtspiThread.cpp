@@ -32,6 +32,31 @@ bool AtspiThread::exists()
     return threadExists.load();
 }
 
+namespace {
+
+// libatspi opens a direct connection to each application that offers one (GTK does) and
+// hands it to the default main context, which is the Qt main thread's. That thread then
+// polls the socket too, and when it takes a reply off the connection first, the call here
+// waiting for that reply sleeps out its whole timeout although the answer came in a
+// millisecond: a menu press given up on, a capture that finds nothing. So before each piece
+// of work every application's connection is put on this thread's context (a no-op for those
+// already there).
+void keepApplicationConnectionsHere()
+{
+    AtspiAccessible *desktop = atspi_get_desktop(0);
+    if (!desktop)
+        return;
+    GMainContext *here = g_main_context_get_thread_default();
+    for (guint i = 0; desktop->children && i < desktop->children->len; ++i) {
+        auto *application = static_cast<AtspiAccessible *>(g_ptr_array_index(desktop->children, i));
+        if (application && application->parent.app && application->parent.app->bus)
+            atspi_dbus_connection_setup_with_g_main(application->parent.app->bus, here);
+    }
+    g_object_unref(desktop);
+}
+
+} // namespace
+
 AtspiThread::AtspiThread()
 {
     m_thread.setObjectName(QStringLiteral("AT-SPI"));
@@ -82,7 +107,14 @@ void AtspiThread::post(std::function<void()> work)
 {
     if (!m_thread.isRunning())
         return;
-    QMetaObject::invokeMethod(m_context, std::move(work), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        m_context,
+        [work = std::move(work)] {
+            if (atspi_is_initialized())
+                keepApplicationConnectionsHere();
+            work();
+        },
+        Qt::QueuedConnection);
 }
 
 bool AtspiThread::runAndWait(std::function<void()> work, std::chrono::milliseconds deadline)
@@ -91,6 +123,8 @@ bool AtspiThread::runAndWait(std::function<void()> work, std::chrono::millisecon
     QMetaObject::invokeMethod(
         m_context,
         [completion, work = std::move(work)] {
+            if (atspi_is_initialized())
+                keepApplicationConnectionsHere();
             work();
             std::lock_guard lock(completion->mutex);
             completion->finished = true;
