@@ -26,12 +26,11 @@ std::optional<SwayIpc::Window> findFocused(const QJsonObject &node)
         window.id = node.value(QLatin1String("id")).toInteger();
         window.pid = node.value(QLatin1String("pid")).toInteger();
         window.x11 = node.value(QLatin1String("shell")).toString() == u"xwayland";
-        window.windowClass =
-            window.x11 ? node.value(QLatin1String("window_properties"))
-                             .toObject()
-                             .value(QLatin1String("class"))
-                             .toString()
-                       : node.value(QLatin1String("app_id")).toString();
+        window.windowClass = window.x11 ? node.value(QLatin1String("window_properties"))
+                                              .toObject()
+                                              .value(QLatin1String("class"))
+                                              .toString()
+                                        : node.value(QLatin1String("app_id")).toString();
         return window;
     }
     for (const char *children : {"nodes", "floating_nodes"}) {
