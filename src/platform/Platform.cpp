@@ -4,6 +4,7 @@
 #include "platform/kwin/KWinPlatform.h"
 #include "platform/gnome/GnomeWaylandPlatform.h"
 #include "platform/null/NullPlatform.h"
+#include "platform/sway/SwayPlatform.h"
 #include "platform/x11/X11Platform.h"
 
 #include <QGuiApplication>
@@ -59,7 +60,9 @@ std::unique_ptr<Platform> Platform::create(Session session)
         break;
     case Session::OtherWayland:
         // XWayland's applications still work as on X11; the rest of the session is out of
-        // reach, and the status menu says so.
+        // reach, and the status menu says so. Sway's IPC names the focused native window.
+        if (!qEnvironmentVariableIsEmpty("DISPLAY") && !qEnvironmentVariableIsEmpty("SWAYSOCK"))
+            return std::make_unique<SwayPlatform>(qEnvironmentVariable("SWAYSOCK"));
         if (!qEnvironmentVariableIsEmpty("DISPLAY"))
             return std::make_unique<X11Platform>(X11Platform::Scope::XWaylandOnly);
         break;

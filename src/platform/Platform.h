@@ -49,7 +49,7 @@ public:
     // A set for the given kind of session (tests use None).
     static std::unique_ptr<Platform> create(Session session);
 
-    // "x11", "gnome-wayland", "kde-wayland", or "none".
+    // "x11", "gnome-wayland", "kde-wayland", "sway", or "none".
     virtual QString name() const = 0;
     // What this session cannot do that another could, one line each, for the status menu;
     // empty when nothing is missing.

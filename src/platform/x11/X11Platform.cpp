@@ -103,7 +103,10 @@ private:
 class WindowActivationX11 : public WindowActivation
 {
 public:
+    explicit WindowActivationX11(bool grabReachesAllKeys) : m_grabReachesAllKeys(grabReachesAllKeys) {}
     bool canActivateWindows() const override { return qtConnection() != nullptr; }
+    // Under XWayland a grab hears only the keys typed into X11 windows.
+    bool keyboardGrabReachesAllKeys() const override { return m_grabReachesAllKeys; }
     WindowId activeWindow() override
     {
         xcb_connection_t *connection = qtConnection();
@@ -130,6 +133,9 @@ public:
         return connection && X11Input::inputFocusIsWithin(connection, xcb_window_t(window)) &&
                X11Input::activeWindow(connection) == xcb_window_t(window);
     }
+
+private:
+    bool m_grabReachesAllKeys;
 };
 
 } // namespace
@@ -179,7 +185,7 @@ TextCaptureBackend &X11Platform::textCapture()
 WindowActivation &X11Platform::windowActivation()
 {
     if (!m_activation)
-        m_activation = std::make_unique<WindowActivationX11>();
+        m_activation = std::make_unique<WindowActivationX11>(m_scope == Scope::WholeSession);
     return *m_activation;
 }
 
