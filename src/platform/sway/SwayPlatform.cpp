@@ -158,7 +158,10 @@ SwayPlatform::~SwayPlatform()
 
 QStringList SwayPlatform::sessionLimits()
 {
+    // The typing panel is whole here; only the gesture is limited to XWayland.
     QStringList limits = X11Platform::sessionLimits();
+    limits.first() = QStringLiteral("Sway: the translation gesture reads applications running "
+                                    "under XWayland only");
     if (wtypePath().isEmpty())
         limits << QStringLiteral("Install wtype to paste the typing panel's translation into "
                                  "native Wayland windows");
