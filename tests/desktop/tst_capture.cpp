@@ -6,6 +6,7 @@
 // names) set and replay the random rows. AT-SPI is read on the code's own AT-SPI thread.
 
 #include "CaptureTestHelpers.h"
+#include "DataRows.h"
 #include "DesktopInput.h"
 #include "OwnGtkTarget.h"
 #include "UIElementSearch.h"
@@ -16,13 +17,8 @@
 #include "platform/atspi/UIElementUtilities.h"
 #include "platform/x11/X11WindowQueries.h"
 
-#include <QBuffer>
 #include <QCursor>
-#include <QFile>
 #include <QImage>
-#include <QProcess>
-#include <QRandomGenerator>
-#include <QScopeGuard>
 #include <QtTest>
 
 #include <thread>
@@ -197,7 +193,7 @@ private:
     void prepare(const QString &which, const UIElement &element, const QString &text, int start,
                  int length);
 
-    ClipboardOwner m_clipboard{QStringLiteral(TOLKARO_CAPTURE_PROBE)};
+    ClipboardOwner m_clipboard{QStringLiteral(TOLKARO_CLIPBOARD_OWNER)};
 };
 
 void TestCapture::initTestCase()
@@ -241,10 +237,8 @@ void TestCapture::prepare(const QString &which, const UIElement &element, const 
 
 void TestCapture::textUnderThePointer_data()
 {
-    QTest::addColumn<QString>("which");
-    QTest::addColumn<QString>("widgetTitle");
-    QTest::addColumn<QString>("contents");
-    QTest::addColumn<QString>("expected");
+    DataRows::addColumns<QString, QString, QString, QString>("which", "widgetTitle", "contents",
+                                                             "expected");
 
     const QString entryText = QStringLiteral("Words in the entry field");
     // One paragraph: read whole (of several, the one under the pointer: below).
@@ -262,10 +256,9 @@ void TestCapture::textUnderThePointer_data()
 
 void TestCapture::textUnderThePointer()
 {
-    QFETCH(QString, which);
-    QFETCH(QString, widgetTitle);
-    QFETCH(QString, contents);
-    QFETCH(QString, expected);
+    const auto [which, widgetTitle, contents, expected] =
+        DataRows::fetch<QString, QString, QString, QString>("which", "widgetTitle", "contents",
+                                                            "expected");
 
     const UIElement element = widget(which, widgetTitle);
     QVERIFY(element);
@@ -304,9 +297,7 @@ void TestCapture::paragraphUnderThePointer()
 
 void TestCapture::selectionWinsOverTheElementText_data()
 {
-    QTest::addColumn<QString>("which");
-    QTest::addColumn<QString>("widgetTitle");
-    QTest::addColumn<bool>("pointAtSelection");
+    DataRows::addColumns<QString, QString, bool>("which", "widgetTitle", "pointAtSelection");
 
     // Pointed at, the element's own selection; pointed elsewhere, the focused element's.
     for (const QString &which : kTargets) {
@@ -318,9 +309,8 @@ void TestCapture::selectionWinsOverTheElementText_data()
 
 void TestCapture::selectionWinsOverTheElementText()
 {
-    QFETCH(QString, which);
-    QFETCH(QString, widgetTitle);
-    QFETCH(bool, pointAtSelection);
+    const auto [which, widgetTitle, pointAtSelection] =
+        DataRows::fetch<QString, QString, bool>("which", "widgetTitle", "pointAtSelection");
 
     const UIElement element = widget(which, widgetTitle);
     prepare(which, element, QStringLiteral("a long text around the chosen words of it"), 23, 12);
@@ -331,8 +321,8 @@ void TestCapture::selectionWinsOverTheElementText()
 
 void TestCapture::copyThroughTheMenuRestoresTheClipboard_data()
 {
-    QTest::addColumn<QString>("which");
-    QTest::addColumn<int>("clipboard"); // -1: empty; 0: text, HTML, PNG and a custom type
+    // clipboard -1: empty; 0: text, HTML, PNG and a custom type
+    DataRows::addColumns<QString, int>("which", "clipboard");
 
     for (const QString &which : kTargets) {
         QTest::addRow("%s, text, HTML, PNG and a custom type", qPrintable(which)) << which << 0;
@@ -345,8 +335,7 @@ void TestCapture::copyThroughTheMenuRestoresTheClipboard_data()
 
 void TestCapture::copyThroughTheMenuRestoresTheClipboard()
 {
-    QFETCH(QString, which);
-    QFETCH(int, clipboard);
+    const auto [which, clipboard] = DataRows::fetch<QString, int>("which", "clipboard");
 
     const UIElement entry = widget(which, kEntryName);
     prepare(which, entry, QStringLiteral("copy these words please"), 5, 11);
@@ -377,10 +366,8 @@ void TestCapture::copyThroughTheMenuRestoresTheClipboard()
 
 void TestCapture::pasteReplacesTheSelection_data()
 {
-    QTest::addColumn<QString>("which");
-    QTest::addColumn<QString>("widgetTitle");
-    QTest::addColumn<bool>("intoLastCapture");
-    QTest::addColumn<int>("clipboard");
+    DataRows::addColumns<QString, QString, bool, int>("which", "widgetTitle", "intoLastCapture",
+                                                      "clipboard");
 
     QTest::newRow("GTK entry, given application") << "GTK" << kEntryName << false << 0;
     QTest::newRow("GTK text view, application of the last capture")
@@ -394,10 +381,9 @@ void TestCapture::pasteReplacesTheSelection_data()
 
 void TestCapture::pasteReplacesTheSelection()
 {
-    QFETCH(QString, which);
-    QFETCH(QString, widgetTitle);
-    QFETCH(bool, intoLastCapture);
-    QFETCH(int, clipboard);
+    const auto [which, widgetTitle, intoLastCapture, clipboard] =
+        DataRows::fetch<QString, QString, bool, int>("which", "widgetTitle", "intoLastCapture",
+                                                     "clipboard");
 
     const UIElement element = widget(which, widgetTitle);
     prepare(which, element, QStringLiteral("alpha beta gamma"), 6, 4);
@@ -433,8 +419,7 @@ void TestCapture::pasteReplacesTheSelection()
 
 void TestCapture::editableTextReplacesTheSelection_data()
 {
-    QTest::addColumn<QString>("which");
-    QTest::addColumn<QString>("widgetTitle");
+    DataRows::addColumns<QString, QString>("which", "widgetTitle");
 
     QTest::newRow("GTK text view") << "GTK" << kTextViewName;
     QTest::newRow("Qt entry") << "QT" << kEntryName;
@@ -445,8 +430,7 @@ void TestCapture::editableTextReplacesTheSelection_data()
 // length differently.
 void TestCapture::editableTextReplacesTheSelection()
 {
-    QFETCH(QString, which);
-    QFETCH(QString, widgetTitle);
+    const auto [which, widgetTitle] = DataRows::fetch<QString, QString>("which", "widgetTitle");
 
     const UIElement element = widget(which, widgetTitle);
     prepare(which, element, QStringLiteral("alpha beta gamma"), 6, 4);
@@ -515,8 +499,8 @@ void TestCapture::staleOrForeignSelection()
 
 void TestCapture::captureAnswersAfterTheTargetFails_data()
 {
-    QTest::addColumn<int>("signal");
-    QTest::addColumn<int>("delayMs"); // -1: before the capture starts
+    // delayMs -1: before the capture starts
+    DataRows::addColumns<int, int>("signal", "delayMs");
 
     QTest::newRow("stopped before the capture, then continued") << int(SIGSTOP) << -1;
     QTest::newRow("killed before the capture") << int(SIGKILL) << -1;
@@ -531,8 +515,7 @@ void TestCapture::captureAnswersAfterTheTargetFails_data()
 // hang ends the test by its timeout), and the next capture after a fault answers as ever.
 void TestCapture::captureAnswersAfterTheTargetFails()
 {
-    QFETCH(int, signal);
-    QFETCH(int, delayMs);
+    const auto [signal, delayMs] = DataRows::fetch<int, int>("signal", "delayMs");
 
     const QString label = QStringLiteral("Words of the target at fault");
     OwnGtkTarget target(label);

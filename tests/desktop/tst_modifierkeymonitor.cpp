@@ -10,7 +10,6 @@
 #include "platform/x11/ModifierKeyMonitor_x11.h"
 #include "platform/x11/XTestKeySender.h"
 
-#include <QProcess>
 #include <QtTest>
 
 #include <X11/Xlib.h>

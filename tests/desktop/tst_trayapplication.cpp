@@ -9,13 +9,7 @@
 #include "TolkaroUnderTest.h"
 #include "platform/x11/X11WindowQueries.h"
 
-#include <QFile>
 #include <QImage>
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QProcess>
-#include <QSettings>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace TolkaroUnderTest;

@@ -24,11 +24,8 @@
 #include "typing/TypingShortcut.h"
 
 #include <QApplication>
-#include <QFile>
 #include <QLabel>
-#include <QMutex>
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QToolButton>
 #include <QtTest>
 

@@ -3,6 +3,7 @@
 // window-relative there: a screen point is TOLKARO_<TARGET>_TARGET_ORIGIN plus them.
 
 #include "AtspiProbe.h"
+#include "DataRows.h"
 #include "DesktopClipboard.h"
 #include "DesktopInput.h"
 #include "LoopbackTranslationServer.h"
@@ -10,7 +11,6 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -51,11 +51,6 @@ QPoint pointAt(const QString &target, const AtspiElement &element)
 QPoint labelPoint(const QString &target)
 {
     return pointAt(target, element(target, kLabelText, QStringLiteral("label")));
-}
-
-bool input(const QString &words)
-{
-    return DesktopInput::xdotool(words);
 }
 
 // The helper switched on or off through GNOME Shell, as the Extensions application does.
@@ -137,7 +132,7 @@ void TestWaylandGesture::init()
 
 void TestWaylandGesture::cleanup()
 {
-    input(QStringLiteral("keyup 37 keyup 64 keyup 105 keyup 133"));
+    DesktopInput::xdotool(QStringLiteral("keyup 37 keyup 64 keyup 105 keyup 133"));
     TolkaroUnderTest::testInterface().call(QStringLiteral("HidePopOver"));
     (void)QTest::qWaitFor([] { return !popoverShown(); }, 3000);
 }
@@ -160,9 +155,8 @@ bool TestWaylandGesture::selectWorld(const QString &target)
 
 void TestWaylandGesture::gestureShowsTheTextThenItsTranslation_data()
 {
-    QTest::addColumn<QString>("target");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("text"); // typed into it first, unless empty
+    // text: typed into it first, unless empty
+    DataRows::addColumns<QString, QString, QString>("target", "name", "text");
     const QString view = QStringLiteral("Target text view");
     for (const QString target : {QStringLiteral("GTK"), QStringLiteral("QT")}) {
         QTest::addRow("%s label", qPrintable(target)) << target << kLabelText << QString();
@@ -173,9 +167,8 @@ void TestWaylandGesture::gestureShowsTheTextThenItsTranslation_data()
 
 void TestWaylandGesture::gestureShowsTheTextThenItsTranslation()
 {
-    QFETCH(QString, target);
-    QFETCH(QString, name);
-    QFETCH(QString, text);
+    const auto [target, name, text] =
+        DataRows::fetch<QString, QString, QString>("target", "name", "text");
     const AtspiElement pointed = element(target, name);
     if (!text.isEmpty())
         QVERIFY(pointed.setText(text));
@@ -199,7 +192,7 @@ void TestWaylandGesture::gestureShowsTheTextThenItsTranslation()
                               LoopbackTranslationServer::echoTranslation(QStringLiteral("Übersetzt")),
                               10000);
     QCOMPARE(m_server.requests().constFirst().queryText(), shown);
-    QVERIFY(input(QStringLiteral("keyup 37")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("keyup 37")));
     QTRY_VERIFY(!popoverShown());
 }
 
@@ -235,7 +228,8 @@ void TestWaylandGesture::gesturesThatDoNothing()
     QVERIFY(DesktopInput::click(pointAt(QStringLiteral("GTK"), entry)));
     QTRY_VERIFY(entry.isFocused());
     const QPoint label = labelPoint(QStringLiteral("GTK"));
-    QVERIFY(input(QStringLiteral("mousemove %1 %2 %3").arg(label.x()).arg(label.y()).arg(keys)));
+    QVERIFY(DesktopInput::xdotool(
+        QStringLiteral("mousemove %1 %2 %3").arg(label.x()).arg(label.y()).arg(keys)));
     QTest::qWait(kNothingHappensWait);
     QVERIFY(!popoverShown());
     QCOMPARE(m_server.requestCount(), 0);
@@ -249,12 +243,12 @@ void TestWaylandGesture::alternativeKeyAsksAgain()
             DesktopInput::doublePressAndHold(37));
     QTRY_COMPARE(m_server.requestCount(), 1);
     // Super_L, the alternative-language key by default: the same text, into English.
-    QVERIFY(input(QStringLiteral("keydown 133")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("keydown 133")));
     QTRY_COMPARE(m_server.requestCount(), 2);
     QVERIFY(m_server.requests().at(1).target().contains("tl=en"));
     QCOMPARE(m_server.requests().at(1).queryText(), kLabelText);
     // Releasing Super opens GNOME's overview, which would keep the keys of the next rows.
-    QVERIFY(input(QStringLiteral("keyup 133 keyup 37 sleep 0.5 key Escape")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("keyup 133 keyup 37 sleep 0.5 key Escape")));
 }
 
 void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard_data()
@@ -272,10 +266,10 @@ void TestWaylandGesture::altReplacesTheSelectionAndKeepsTheClipboard()
         Answer::well(QByteArrayLiteral(R"([[["Welt","world",null,null,10]],null,"en"])")));
     QVERIFY(DesktopInput::doublePressAndHold(37));
     QTRY_COMPARE(popoverText(), QStringLiteral("Welt"));
-    QVERIFY(input(QStringLiteral("keydown 64 sleep 0.08 keyup 64")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("keydown 64 sleep 0.08 keyup 64")));
     const AtspiElement entry = element(target, kEntry);
     QTRY_COMPARE_WITH_TIMEOUT(entry.text(), QStringLiteral("Hello Welt"), 10000);
-    QVERIFY(input(QStringLiteral("keyup 37")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("keyup 37")));
     QTRY_VERIFY(!popoverShown());
     QTRY_COMPARE_WITH_TIMEOUT(DesktopClipboard::bytes(), std::optional<QByteArray>(before), 10000);
 }
@@ -296,13 +290,13 @@ void TestWaylandGesture::typingPanelPastesIntoTheWindowLeft()
     QTRY_VERIFY(entry.isFocused());
     QVERIFY(entry.setText(QString()));
     // The shortcut through the compositor; the panel opens holding the focus.
-    QVERIFY(input(QStringLiteral("key ctrl+alt+space")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("key ctrl+alt+space")));
     QTRY_VERIFY_WITH_TIMEOUT(panel().value(QStringLiteral("active")).toBool(), 5000);
-    QVERIFY(input(QStringLiteral("type hund")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("type hund")));
     const QString translation = LoopbackTranslationServer::echoTranslation(QStringLiteral("hund"));
     QTRY_COMPARE_WITH_TIMEOUT(panel().value(QStringLiteral("translation")).toString(),
                               translation, 10000);
-    QVERIFY(input(QStringLiteral("key Return")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("key Return")));
     QTRY_VERIFY(!panel().value(QStringLiteral("visible")).toBool());
     QTRY_COMPARE_WITH_TIMEOUT(entry.text(), translation, 10000);
 }
@@ -316,7 +310,7 @@ void TestWaylandGesture::withoutTheHelperTheDialogAndTheShortMenu()
     QTRY_COMPARE_WITH_TIMEOUT(TolkaroUnderTest::statusMenuItemCount(), 2, 8000);
     // Its default button switches the helper on again.
     QTest::qWait(1000);
-    QVERIFY(input(QStringLiteral("key Return")));
+    QVERIFY(DesktopInput::xdotool(QStringLiteral("key Return")));
     QTRY_VERIFY_WITH_TIMEOUT(TolkaroUnderTest::statusMenuItemCount() > 2, 12000);
 }
 
