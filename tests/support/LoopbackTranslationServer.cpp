@@ -6,7 +6,6 @@
 #include <QJsonValue>
 #include <QMutex>
 #include <QMutexLocker>
-#include <QPointer>
 #include <QQueue>
 #include <QTcpServer>
 #include <QTcpSocket>
