@@ -34,9 +34,7 @@ Q_DECLARE_METATYPE(TranslationEnd)
 namespace {
 
 constexpr int kWaitMs = 15000;
-using TranslationFailure::kNoData;
-using TranslationFailure::kNotUtf8;
-using TranslationFailure::kUnable;
+using namespace TranslationFailure;
 const QByteArray kUserAgent =
     "Mozilla/5.0 (iPhone; CPU iPhone OS 6_0 like Mac OS X) AppleWebKit/536.26 (KHTML, like "
     "Gecko) Version/6.0 Mobile/10A5376e Safari/8536.25";
