@@ -85,7 +85,6 @@ private slots:
         }
         m_unwritable.clear();
         qputenv("PATH", m_savedPath);
-        qunsetenv("APPIMAGE");
         m_preferences.reset();
         m_root.reset();
     }
