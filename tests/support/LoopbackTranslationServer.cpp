@@ -6,7 +6,6 @@
 #include <QJsonValue>
 #include <QMutex>
 #include <QMutexLocker>
-#include <QPointer>
 #include <QQueue>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -25,13 +24,6 @@ namespace {
 constexpr int kTrickleIntervalMs = 100;
 constexpr qsizetype kMaxHeadSize = 1024 * 1024;
 
-const QByteArray kHtmlForbiddenPage = QByteArrayLiteral(
-    "<!DOCTYPE html>\n<html lang=en>\n<meta charset=utf-8>\n"
-    "<title>Error 403 (Forbidden)!!1</title>\n"
-    "<p><b>403.</b> <ins>That\xE2\x80\x99s an error.</ins>\n"
-    "<p>Your client does not have permission to get URL <code>/translate_a/single</code> "
-    "from this server. <ins>That\xE2\x80\x99s all we know.</ins>\n");
-
 const QByteArray kGarbageBody = QByteArrayLiteral("<<< this is no translation >>> ]]}{,,\"");
 
 } // namespace
@@ -44,12 +36,6 @@ struct LoopbackServerState
     QQueue<Answer> scripted;
     QList<RecordedRequest> requests;
     std::function<void(const RecordedRequest &)> observer;
-
-    Answer takeAnswer()
-    {
-        QMutexLocker locker(&mutex);
-        return scripted.isEmpty() ? defaultAnswer : scripted.dequeue();
-    }
 };
 
 // Lives on the server's thread: the listening socket and every connection.
@@ -105,17 +91,20 @@ private:
             request.body = connection->buffer.mid(consumed, bodyLength);
             consumed += bodyLength;
             connection->buffer.remove(0, consumed);
+            Answer answer;
             std::function<void(const RecordedRequest &)> observer;
             {
                 QMutexLocker locker(&m_state.mutex);
                 m_state.requests.append(request);
+                answer =
+                    m_state.scripted.isEmpty() ? m_state.defaultAnswer : m_state.scripted.dequeue();
                 observer = m_state.observer;
             }
             if (observer)
                 observer(request);
             const bool closeAfter =
                 request.headerValue("Connection").compare("close", Qt::CaseInsensitive) == 0;
-            respond(socket, connection, request, m_state.takeAnswer(), closeAfter);
+            respond(socket, connection, request, answer, closeAfter);
         }
     }
 
@@ -184,11 +173,6 @@ private:
             respond(socket, connection, request,
                     Answer::withStatus(200, kGarbageBody, "text/plain"), closeAfter);
             return;
-        case Behaviour::HtmlForbidden:
-            respond(socket, connection, request,
-                    Answer::withStatus(403, kHtmlForbiddenPage, "text/html; charset=UTF-8"),
-                    closeAfter);
-            return;
         case Behaviour::ResetMidBody: {
             const QByteArray body = LoopbackTranslationServer::echoBody("reset");
             socket->write(head(200, json, body.size(), answer) + body.left(body.size() / 2));
@@ -233,14 +217,6 @@ QByteArray RecordedRequest::headerValue(const QByteArray &name) const
             return value;
     }
     return QByteArray();
-}
-
-QList<QByteArray> RecordedRequest::headerNames() const
-{
-    QList<QByteArray> names;
-    for (const auto &[name, value] : headers)
-        names.append(name);
-    return names;
 }
 
 LoopbackTranslationServer::LoopbackTranslationServer()

@@ -29,7 +29,6 @@ public:
         Slowly,         // the given body after delayMs
         TrickleForever, // 200, then one byte of a never-ending body every 100 ms
         Garbage,        // 200 with a body that is no JSON
-        HtmlForbidden,  // 403 with an HTML error page
         ResetMidBody,   // half the announced body, then a connection reset
         RedirectLoop,   // 302 to the requested target itself, every time
         Silent,         // reads the request and never answers
@@ -45,12 +44,14 @@ public:
         QList<QPair<QByteArray, QByteArray>> extraHeaders;          // added to the response
 
         static Answer echo() { return {}; }
-        static Answer well(const QByteArray &body)
+        static Answer of(Behaviour behaviour, const QByteArray &body = {})
         {
-            Answer answer = of(Behaviour::Well);
+            Answer answer;
+            answer.behaviour = behaviour;
             answer.body = body;
             return answer;
         }
+        static Answer well(const QByteArray &body) { return of(Behaviour::Well, body); }
         // A service's error answer, or any answer with a status of its own.
         static Answer withStatus(int status, const QByteArray &body,
                                  const QByteArray &contentType = "application/json")
@@ -64,15 +65,8 @@ public:
         static Answer htmlPage(int status);
         static Answer slowly(const QByteArray &body, int delayMs)
         {
-            Answer answer = of(Behaviour::Slowly);
-            answer.body = body;
+            Answer answer = of(Behaviour::Slowly, body);
             answer.delayMs = delayMs;
-            return answer;
-        }
-        static Answer of(Behaviour behaviour)
-        {
-            Answer answer;
-            answer.behaviour = behaviour;
             return answer;
         }
     };
@@ -85,13 +79,11 @@ public:
         QByteArray target() const;                    // "/path?query"
         QString queryText() const; // the q parameter, decoded ('+' a space, as form-encoded)
         QByteArray headerValue(const QByteArray &name) const; // case-insensitive; null if absent
-        QList<QByteArray> headerNames() const;
     };
 
     LoopbackTranslationServer();
     ~LoopbackTranslationServer();
-    LoopbackTranslationServer(const LoopbackTranslationServer &) = delete;
-    LoopbackTranslationServer &operator=(const LoopbackTranslationServer &) = delete;
+    Q_DISABLE_COPY_MOVE(LoopbackTranslationServer)
 
     bool isListening() const;
     // "http://127.0.0.1:<port>", the client's base URL.

@@ -34,9 +34,7 @@ Q_DECLARE_METATYPE(TranslationEnd)
 namespace {
 
 constexpr int kWaitMs = 15000;
-using TranslationFailure::kNoData;
-using TranslationFailure::kNotUtf8;
-using TranslationFailure::kUnable;
+using namespace TranslationFailure;
 const QByteArray kUserAgent =
     "Mozilla/5.0 (iPhone; CPU iPhone OS 6_0 like Mac OS X) AppleWebKit/536.26 (KHTML, like "
     "Gecko) Version/6.0 Mobile/10A5376e Safari/8536.25";
@@ -126,22 +124,17 @@ private slots:
     {
         DataRows::addColumns<QString, QString, QByteArray>("text", "target", "query");
 
-        QTest::newRow("ampersand and plus")
-            << QStringLiteral("Hello & good+bye") << QStringLiteral("de")
-            << QByteArray("client=gtx&sl=auto&tl=de&dt=t&q=Hello+%26+good%2Bbye");
         QTest::newRow("empty text sends an empty q")
             << QString() << QStringLiteral("fr") << QByteArray("client=gtx&sl=auto&tl=fr&dt=t&q=");
-        QTest::newRow("non-ASCII letters")
-            << QStringLiteral("Stra\u00dfe \u65e5\u672c") << QStringLiteral("en")
-            << QByteArray("client=gtx&sl=auto&tl=en&dt=t&q=Stra%C3%9Fe+%E6%97%A5%E6%9C%AC");
+        QTest::newRow("non-ASCII letters and a four-byte emoji")
+            << QStringLiteral("Stra\u00dfe \u65e5\u672c\U0001F600") << QStringLiteral("en")
+            << QByteArray(
+                   "client=gtx&sl=auto&tl=en&dt=t&q=Stra%C3%9Fe+%E6%97%A5%E6%9C%AC%F0%9F%98%80");
         QTest::newRow("unreserved bytes kept, reserved and control characters encoded")
-            << QStringLiteral("AZaz09-._~ #%?*'()!=/:;,@$\n\t") << QStringLiteral("de")
+            << QStringLiteral("AZaz09-._~ #%?*'()!=/:;,@$&+\n\t") << QStringLiteral("de")
             << QByteArray(
                    "client=gtx&sl=auto&tl=de&dt=t&q=AZaz09-._~+%23%25%3F%2A%27%28%29%21%3D%2F%3A%"
-                   "3B%2C%40%24%0A%09");
-        QTest::newRow("four-byte emoji")
-            << QString::fromUtf8("\xF0\x9F\x98\x80") << QStringLiteral("de")
-            << QByteArray("client=gtx&sl=auto&tl=de&dt=t&q=%F0%9F%98%80");
+                   "3B%2C%40%24%26%2B%0A%09");
         QTest::newRow("NUL ends the text")
             << QString::fromLatin1("ab\0cd", 5) << QStringLiteral("de")
             << QByteArray("client=gtx&sl=auto&tl=de&dt=t&q=ab");
@@ -183,9 +176,9 @@ private slots:
         const QList<LoopbackTranslationServer::RecordedRequest> requests = m_server->requests();
         QCOMPARE(requests.size(), 2);
         for (const auto &request : requests) {
-            QList<QByteArray> names = request.headerNames();
-            for (QByteArray &name : names)
-                name = name.toLower();
+            QList<QByteArray> names;
+            for (const auto &[name, value] : request.headers)
+                names << name.toLower();
             std::sort(names.begin(), names.end());
             // Host, Connection, Accept-Encoding and Accept-Language are added by Qt's HTTP
             // stack and cannot be left out; anything beyond them is a regression.
@@ -199,8 +192,8 @@ private slots:
     void endsEachAnswerWithOneOutcome_data()
     {
         // The last log line, cut to 300 characters; "*" stands for any run of characters.
-        DataRows::addColumns<Answer, bool, QString, QString, QString, QString>(
-            "answer", "success", "text", "guessed", "error", "lastLog");
+        DataRows::addColumns<Answer, bool, QString, QString, QString>("answer", "success", "text",
+                                                                      "error", "lastLog");
 
         const QString unableLog = QStringLiteral("parseGoogleJSONResponseIntoReadableString "
                                                  "returned nil. Looks like this is a malformed "
@@ -210,15 +203,13 @@ private slots:
 
         const auto failed = [](const char *name, const Answer &answer, const QString &error,
                                const QString &lastLog) {
-            QTest::newRow(name) << answer << false << QString() << QString() << error << lastLog;
+            QTest::newRow(name) << answer << false << QString() << error << lastLog;
         };
-        const QString noAnswerLog = QStringLiteral("data is nil :(. Response: *");
 
         QTest::newRow("well, without a detected language")
             << Answer::well(R"([[["Hallo","Hello",null,null,10]]])") << true << "Hallo" << QString()
-            << QString() << "[[[\"Hallo\",\"Hello\",null,null,10]]]";
-        failed("HTML page with status 403", Answer::of(Behaviour::HtmlForbidden), kUnable,
-               unableLog);
+            << "[[[\"Hallo\",\"Hello\",null,null,10]]]";
+        failed("HTML page with status 403", Answer::htmlPage(403), kUnable, unableLog);
         failed("10 MB of unclosed arrays", Answer::well(QByteArray(10 * 1024 * 1024, '[')), kUnable,
                unableLog);
         failed("answer whose last byte is not UTF-8",
@@ -232,16 +223,16 @@ private slots:
                            "client=gtx&sl=auto&tl=de&dt=t&q=Hello+%26+good%2Bbye } { Status Code: "
                            "200 }, error: The request timed out."));
         failed("connection reset mid-body", Answer::of(Behaviour::ResetMidBody), kNoData,
-               noAnswerLog);
+               QStringLiteral("data is nil :(. Response: *"));
         failed("request read, never answered", Answer::of(Behaviour::Silent), kNoData,
                QStringLiteral("data is nil :(. Response: (null), error: The request timed out."));
     }
 
     void endsEachAnswerWithOneOutcome()
     {
-        auto [answer, success, text, guessed, error, lastLog] =
-            DataRows::fetch<Answer, bool, QString, QString, QString, QString>(
-                "answer", "success", "text", "guessed", "error", "lastLog");
+        auto [answer, success, text, error, lastLog] =
+            DataRows::fetch<Answer, bool, QString, QString, QString>("answer", "success", "text",
+                                                                     "error", "lastLog");
 
         m_server->setDefaultAnswer(answer);
         GoogleTranslateByURL client(m_server->baseUrl());
@@ -253,8 +244,8 @@ private slots:
         QCOMPARE(outcome.success, success);
         QCOMPARE(outcome.text.size(), text.size());
         QVERIFY(outcome.text == text); // QCOMPARE would print 10 MB on a mismatch
-        QCOMPARE(outcome.guessed, guessed);
-        QCOMPARE(outcome.guessed.isNull(), guessed.isNull());
+        // No answer here names the language it was translated from.
+        QVERIFY(outcome.guessed.isNull());
         QCOMPARE(outcome.error, error);
 
         const QStringList log = takeLog();
@@ -654,7 +645,6 @@ private slots:
             << R"("just text")" << kNil << kNil << QStringList{kTopNotArray};
         QTest::newRow("empty sentence list") << R"([[],null,"en"])" << kNil << QStringLiteral("en")
                                              << QStringList{kGuessedEn, kFirstInnerNotArray};
-        QTest::newRow("empty answer") << "" << kNil << kNil << QStringList{kNotJson + "*"};
     }
 
     void parsesAnswer()
@@ -683,9 +673,8 @@ private slots:
     {
         QTest::addColumn<QByteArray>("json");
 
-        QTest::newRow("no commas") << QByteArray("[1]");
         QTest::newRow("empty") << QByteArray();
-        for (int run = 1; run <= 7; ++run) {
+        for (int run = 0; run <= 7; ++run) {
             const QByteArray commas(run, ',');
             QTest::addRow("%d commas inside", run) << "[1" + commas + "2]";
             QTest::addRow("%d commas first", run) << commas + "x";

@@ -52,27 +52,24 @@ private slots:
     {
         m_root = std::make_unique<QTemporaryDir>();
         QVERIFY(m_root->isValid());
-        for (const char *dir : {"config", "data", "home", "bin"})
+        for (const char *dir : {"config", "data", "home/Downloads", "bin"})
             QVERIFY(QDir(m_root->path()).mkpath(dir));
+        m_home = m_root->path() + "/home";
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_root->path() + "/config"));
         qputenv("XDG_DATA_HOME", QFile::encodeName(m_root->path() + "/data"));
-        qputenv("HOME", QFile::encodeName(m_root->path() + "/home"));
+        qputenv("HOME", QFile::encodeName(m_home));
         qunsetenv("APPIMAGE");
         m_savedPath = qgetenv("PATH");
         qputenv("PATH", QFile::encodeName(m_root->path() + "/bin") + ":" + m_savedPath);
-        m_self = makeExecutable("tolkaro");
-        m_other = makeExecutable("other-program");
+        m_self = makeExecutable(m_root->path() + "/bin/tolkaro");
+        m_other = makeExecutable(m_root->path() + "/bin/other-program");
 
-        m_home = m_root->path() + "/home";
-        QVERIFY(QDir().mkpath(m_home + "/Downloads"));
         m_applications = m_home + "/Applications";
         m_marker = m_root->path() + "/started";
-        m_appImage = m_home + "/Downloads/Tolkaro-x86_64.AppImage";
-        QFile self(m_appImage);
-        QVERIFY(self.open(QIODevice::WriteOnly));
-        self.write("#!/bin/sh\necho \"$0\" > '" + QFile::encodeName(m_marker) + "'\n");
-        self.close();
-        QVERIFY(self.setPermissions(self.permissions() | QFile::ExeOwner | QFile::ExeUser));
+        // The copy that moves writes where it was started from into the marker.
+        m_appImage = makeExecutable(m_home + "/Downloads/Tolkaro-x86_64.AppImage",
+                                    "echo \"$0\" > '" + QFile::encodeName(m_marker) + "'\n");
+        QVERIFY(!m_appImage.isEmpty());
         m_preferences = std::make_unique<Preferences>(m_root->path() + "/Tolkaro.conf");
         m_log.clear();
         tolkaro::setLogSink([this](const QString &line) { m_log << line; });
@@ -88,7 +85,6 @@ private slots:
         }
         m_unwritable.clear();
         qputenv("PATH", m_savedPath);
-        qunsetenv("APPIMAGE");
         m_preferences.reset();
         m_root.reset();
     }
@@ -140,8 +136,7 @@ private slots:
             exec.replace("$SELF", m_self)
                 .replace("$OTHER", m_other)
                 .replace("$ROOT", m_root->path());
-            writeEntry(parts[0], "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec=" + exec +
-                                     "\n" + parts[2] + "\n");
+            writeEntry(parts[0], "Tolkaro", exec, parts[2]);
         }
 
         LaunchAtLoginController controller;
@@ -153,47 +148,25 @@ private slots:
         QCOMPARE(controller.willLaunchAtLogin(m_other), before.contains("other.desktop|$OTHER|"));
     }
 
-    void appImageIsWhatStarts()
+    // Inside an AppImage the AppImage is what starts at login, and the entries an AppImage of
+    // that name left behind are cleared by its name: whole, and with its case.
+    void appImageEntries()
     {
-        const QString appImage = makeExecutable("Tolkaro x86_64.AppImage");
+        const QString appImage = makeExecutable(m_root->path() + "/bin/Tolkaro x86_64.AppImage");
         qputenv("APPIMAGE", QFile::encodeName(appImage));
         QCOMPARE(LaunchAtLoginController::appURL(), appImage);
+        writeEntry("gone-1.desktop", "Tolkaro x86_64", "/gone/Tolkaro-x86_64.AppImage");
+        writeEntry("gone-2.desktop", "Tolkaro x86_64", "/gone/tolkaro");
+        writeEntry("longer.desktop", "Tolkaro x86_64 2", m_other);
+        writeEntry("case.desktop", "tolkaro x86_64", m_other);
 
         LaunchAtLoginController controller;
+        controller.clearBrokenItems();
+        QCOMPARE(entryFiles(), (QStringList{"case.desktop", "longer.desktop"}));
         controller.setLaunchAtLogin(true);
         QVERIFY(controller.launchAtLogin());
         QVERIFY(controller.findItemWithURL(appImage).has_value());
         QVERIFY(!controller.findItemWithURL(m_self).has_value());
-    }
-
-    void removeAllItemsForDisplayName()
-    {
-        const int matching = 2;
-        for (int i = 0; i < matching; ++i)
-            writeEntry(QString("old-%1.desktop").arg(i),
-                       "[Desktop Entry]\nType=Application\nName=Old Tolkaro\nExec=/gone/tolkaro\n");
-        writeEntry("other.desktop",
-                   "[Desktop Entry]\nType=Application\nName=Old Tolkaro 2\nExec=" + m_other + "\n");
-        writeEntry("case.desktop",
-                   "[Desktop Entry]\nType=Application\nName=old tolkaro\nExec=" + m_other + "\n");
-
-        LaunchAtLoginController controller;
-        controller.removeAllItemsForDisplayName("Old Tolkaro");
-        // The name matches whole and with its case.
-        QCOMPARE(entryFiles(), (QStringList{"case.desktop", "other.desktop"}));
-    }
-
-    void clearBrokenItems()
-    {
-        const QString appImage = makeExecutable("Tolkaro-x86_64.AppImage");
-        qputenv("APPIMAGE", QFile::encodeName(appImage));
-        writeEntry("a.desktop",
-                   "[Desktop Entry]\nName=Tolkaro-x86_64\nExec=/gone/Tolkaro-x86_64.AppImage\n");
-        writeEntry("b.desktop", "[Desktop Entry]\nName=Tolkaro\nExec=" + m_self + "\n");
-
-        LaunchAtLoginController controller;
-        controller.clearBrokenItems();
-        QCOMPARE(entryFiles(), QStringList{"b.desktop"});
     }
 
     void changeNotification_data()
@@ -214,8 +187,7 @@ private slots:
         QSignalSpy changed(&controller, &LaunchAtLoginController::launchAtLoginChanged);
 
         // Another program (a session settings tool) adds our entry.
-        writeEntry("tolkaro.desktop",
-                   "[Desktop Entry]\nType=Application\nName=Tolkaro\nExec=" + m_self + "\n");
+        writeEntry("tolkaro.desktop", "Tolkaro", m_self);
         QVERIFY(changed.wait(10000));
         QVERIFY(controller.willLaunchAtLogin(m_self));
 
@@ -238,8 +210,6 @@ private slots:
         QTest::newRow("path and arguments, runs of spaces")
             << "/usr/bin/tolkaro  --typing-mode   -v" << true
             << QStringList{"/usr/bin/tolkaro", "--typing-mode", "-v"};
-        QTest::newRow("quoted path with spaces") << "\"/home/u/My Apps/Tolkaro.AppImage\"" << true
-                                                 << QStringList{"/home/u/My Apps/Tolkaro.AppImage"};
         QTest::newRow("escaped quote, backquote, dollar, backslash inside quotes")
             << "\"/a\\\"b\\`c\\$d\\\\e\"" << true << QStringList{"/a\"b`c$d\\e"};
         QTest::newRow("field codes dropped, %% kept")
@@ -430,8 +400,6 @@ private slots:
         row("~/Applications", "/home/u/Applications/Tolkaro.AppImage", false,
             MoveOffer::AlreadyInApplications);
         row("/opt", "/opt/tolkaro/tolkaro", false, MoveOffer::AlreadyInApplications);
-        row("build directory", "/home/u/src/tolkaro/build/src/app/tolkaro", false,
-            MoveOffer::DevelopmentBuild);
         // Suppression is looked at first, even before the build directory.
         row("build, suppressed", "/home/u/build/tolkaro", true, MoveOffer::Suppressed);
         // "build" is looked at right after the first directory, before the others.
@@ -450,24 +418,25 @@ private slots:
     }
 
 private:
-    QString makeExecutable(const QString &name)
+    // A shell script at path; path, or empty when it cannot be written.
+    static QString makeExecutable(const QString &path, const QByteArray &script = "exit 0\n")
     {
-        const QString path = m_root->path() + "/bin/" + name;
         QFile file(path);
-        if (!file.open(QIODevice::WriteOnly))
+        if (!file.open(QIODevice::WriteOnly) || file.write("#!/bin/sh\n" + script) < 0)
             return {};
-        file.write("#!/bin/sh\nexit 0\n");
         file.close();
-        file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser);
-        return path;
+        return file.setPermissions(file.permissions() | QFile::ExeOwner) ? path : QString();
     }
 
-    void writeEntry(const QString &fileName, const QString &contents)
+    void writeEntry(const QString &fileName, const QString &name, const QString &exec,
+                    const QString &extraLines = {})
     {
         QVERIFY(QDir().mkpath(autostart()));
         QFile file(autostart() + "/" + fileName);
         QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(contents.toUtf8());
+        file.write(QString("[Desktop Entry]\nType=Application\nName=%1\nExec=%2\n%3\n")
+                       .arg(name, exec, extraLines)
+                       .toUtf8());
     }
 
     QStringList entryFiles() const

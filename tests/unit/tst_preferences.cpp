@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <optional>
+
 #include <sys/stat.h>
 
 namespace {
@@ -34,12 +36,10 @@ class TestPreferences : public QObject
 private slots:
     void init()
     {
-        QVERIFY(m_dir.isValid());
-        m_iniPath = m_dir.filePath(QStringLiteral("%1-%2.ini")
-                                       .arg(QTest::currentTestFunction())
-                                       .arg(QString::fromLatin1(QTest::currentDataTag())
-                                                .replace(QLatin1Char(' '), QLatin1Char('_'))));
-        QFile::remove(m_iniPath);
+        // A directory of its own for every row: QSettings keeps what it read of a path.
+        m_dir.emplace();
+        QVERIFY(m_dir->isValid());
+        m_iniPath = m_dir->filePath(QStringLiteral("Tolkaro.ini"));
         m_logged.clear();
         tolkaro::setLogSink([this](const QString &line) { m_logged << line; });
     }
@@ -181,30 +181,29 @@ private slots:
 
     void startUpDestination_data()
     {
-        DataRows::addColumns<bool, QString, QStringList, QString, QString>(
-            "hasStoredCode", "storedCode", "systemLanguages", "expectedCode", "expectedLog");
+        // storedCode null: none stored
+        DataRows::addColumns<QString, QStringList, QString, QString>(
+            "storedCode", "systemLanguages", "expectedCode", "expectedLog");
 
-        const QString noLog;
-        QTest::newRow("system en-GB") << false << "" << QStringList{"en-GB", "en"} << "en"
+        const QString none, noLog;
+        QTest::newRow("system en-GB") << none << QStringList{"en-GB", "en"} << "en"
                                       << "Bing doesnt support system language code en-GB";
         QTest::newRow("system zh-TW")
-            << false << "" << QStringList{"zh-TW", "zh-Hant-TW"} << "zh-TW" << noLog;
-        QTest::newRow("no system languages") << false << "" << QStringList{} << "en"
+            << none << QStringList{"zh-TW", "zh-Hant-TW"} << "zh-TW" << noLog;
+        QTest::newRow("no system languages") << none << QStringList{} << "en"
                                              << "Bing doesnt support system language code ";
-        QTest::newRow("stored code beats system")
-            << true << "de" << QStringList{"ru"} << "de" << noLog;
-        QTest::newRow("bogus stored code") << true << "xx" << QStringList{"ru"} << "ru" << noLog;
-        QTest::newRow("empty stored code") << true << "" << QStringList{"fi"} << "fi" << noLog;
+        QTest::newRow("stored code beats system") << "de" << QStringList{"ru"} << "de" << noLog;
+        QTest::newRow("bogus stored code") << "xx" << QStringList{"ru"} << "ru" << noLog;
     }
 
     void startUpDestination()
     {
-        auto [hasStoredCode, storedCode, systemLanguages, expectedCode, expectedLog] =
-            DataRows::fetch<bool, QString, QStringList, QString, QString>(
-                "hasStoredCode", "storedCode", "systemLanguages", "expectedCode", "expectedLog");
+        auto [storedCode, systemLanguages, expectedCode, expectedLog] =
+            DataRows::fetch<QString, QStringList, QString, QString>("storedCode", "systemLanguages",
+                                                                    "expectedCode", "expectedLog");
 
         Preferences preferences(m_iniPath);
-        if (hasStoredCode)
+        if (!storedCode.isNull())
             preferences.setPreviouslyUsedLanguageCode(storedCode);
         LanguageSelection selection(preferences);
 
@@ -249,7 +248,7 @@ private:
         return m_iniPath;
     }
 
-    QTemporaryDir m_dir;
+    std::optional<QTemporaryDir> m_dir;
     QString m_iniPath;
     QStringList m_logged;
 };

@@ -25,24 +25,16 @@ class RecordingPresenter : public UpdatePresenter
 {
 public:
     QStringList shown;
-    UpdateCheckResult last;
     UpdatePermission permission;
     void askForUpdatePermission(std::function<void(const UpdatePermission &)> answer) override
     {
         shown << "asked";
         answer(permission);
     }
-    void showUpdateFound(const UpdateCheckResult &result) override { record("found", result); }
-    void showUpToDate(const UpdateCheckResult &result) override { record("up to date", result); }
-    void showCheckFailed(const UpdateCheckResult &result) override { record("failed", result); }
+    void showUpdateFound(const UpdateCheckResult &) override { shown << "found"; }
+    void showUpToDate(const UpdateCheckResult &) override { shown << "up to date"; }
+    void showCheckFailed(const UpdateCheckResult &) override { shown << "failed"; }
     void showNoFeed() override { shown << "no feed"; }
-
-private:
-    void record(const QString &what, const UpdateCheckResult &result)
-    {
-        shown << what;
-        last = result;
-    }
 };
 
 QByteArray feed(const QByteArray &items)
@@ -108,8 +100,7 @@ private slots:
         const Answer newer = Answer::well(feed(item("0.2.0")));
         const Answer same = Answer::well(feed(item(TOLKARO_VERSION)));
         const Answer malformed = Answer::well("<rss><channel><item><title>cut off");
-        const Answer forbidden = Answer::of(Behaviour::HtmlForbidden);
-        const int noFeed = int(Outcome::NoFeed);
+        const Answer forbidden = Answer::htmlPage(403);
 
         QTest::newRow("newer, background")
             << server << newer << false << int(Outcome::UpdateFound) << QStringList{"found"};
@@ -122,7 +113,7 @@ private slots:
         QTest::newRow("HTTP error page, asked")
             << server << forbidden << true << int(Outcome::Failed) << QStringList{"failed"};
         QTest::newRow("no feed, asked: the package manager")
-            << "" << same << true << noFeed << QStringList{"no feed"};
+            << "" << same << true << int(Outcome::NoFeed) << QStringList{"no feed"};
     }
 
     void check()
@@ -231,7 +222,6 @@ private slots:
         row("trailing zeros do not count", "1.0", "1.0.0", 0);
         row("extra non-zero part is newer", "1.0", "1.0.1", -1);
         row("beta before release", "1.0b2", "1.0", -1);
-        row("rc with dash before release", "1.0-rc1", "1.0", -1);
         row("alpha before beta", "1.0alpha", "1.0beta", -1);
         row("release after pre-release of next", "1.1b1", "1.0", 1);
         row("leading v ignored", "v0.2.0", "0.2.0", 0);
@@ -330,24 +320,21 @@ private slots:
     }
 
 private:
-    QList<LoopbackTranslationServer::RecordedRequest> sentTo(const QByteArray &target) const;
+    QList<LoopbackTranslationServer::RecordedRequest> sentTo(const QByteArray &target) const
+    {
+        QList<LoopbackTranslationServer::RecordedRequest> sent;
+        for (const auto &request : m_server->requests()) {
+            if (request.target() == target)
+                sent << request;
+        }
+        return sent;
+    }
 
     std::unique_ptr<QTemporaryDir> m_root;
     std::unique_ptr<Preferences> m_preferences;
     std::unique_ptr<LoopbackTranslationServer> m_server;
     QStringList m_log;
 };
-
-QList<LoopbackTranslationServer::RecordedRequest>
-TestUpdater::sentTo(const QByteArray &target) const
-{
-    QList<LoopbackTranslationServer::RecordedRequest> sent;
-    for (const auto &request : m_server->requests()) {
-        if (request.target() == target)
-            sent << request;
-    }
-    return sent;
-}
 
 QTEST_GUILESS_MAIN(TestUpdater)
 #include "tst_updater.moc"
