@@ -1,3 +1,5 @@
+#include "DataRows.h"
+
 #include "platform/kwin/KWinScript.h"
 
 #include <QTest>
@@ -10,8 +12,7 @@ class TestKWinScript : public QObject
 private slots:
     void windowUnderPoint_data()
     {
-        QTest::addColumn<QPoint>("point");
-        QTest::addColumn<qint64>("expectedPid"); // 0: none
+        DataRows::addColumns<QPoint, qint64>("point", "expectedPid"); // pid 0: none
         QTest::newRow("the upper of two overlapping windows") << QPoint(300, 300) << qint64(20);
         QTest::newRow("the lower where only it lies") << QPoint(50, 50) << qint64(10);
         QTest::newRow("our own window is passed over") << QPoint(900, 100) << qint64(10);
@@ -19,8 +20,7 @@ private slots:
     }
     void windowUnderPoint()
     {
-        QFETCH(QPoint, point);
-        QFETCH(qint64, expectedPid);
+        auto [point, expectedPid] = DataRows::fetch<QPoint, qint64>("point", "expectedPid");
         const auto windows = KWinScript::parseWindows(QStringLiteral(
             R"([{"pid":10,"x":0,"y":0,"width":1000,"height":600,"stacking":1,"x11":true},
                 {"pid":20,"x":200,"y":200,"width":400,"height":300,"bufferX":200,"bufferY":230,"stacking":2},
@@ -49,15 +49,13 @@ private slots:
     // The id goes into the script's source: only a KWin id (a UUID) may.
     void activationScriptTakesOnlyAWindowId_data()
     {
-        QTest::addColumn<QString>("id");
-        QTest::addColumn<bool>("kept");
+        DataRows::addColumns<QString, bool>("id", "kept");
         QTest::newRow("KWin's id") << "{0a1b2c3d-4e5f-6789-abcd-ef0123456789}" << true;
         QTest::newRow("a quote breaking out") << "\"; workspace.activeClient = null; \"" << false;
     }
     void activationScriptTakesOnlyAWindowId()
     {
-        QFETCH(QString, id);
-        QFETCH(bool, kept);
+        auto [id, kept] = DataRows::fetch<QString, bool>("id", "kept");
         const QString source = KWinScript::activationSource(id, 4194323);
         QCOMPARE(source.contains(QStringLiteral("var wanted = \"%1\";").arg(id)), kept);
         QVERIFY(source.contains(u"var wantedX11 = 4194323;"));
