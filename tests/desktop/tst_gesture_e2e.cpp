@@ -21,7 +21,6 @@
 namespace {
 
 using TolkaroUnderTest::popoverShown;
-using TolkaroUnderTest::popOverState;
 using TolkaroUnderTest::popoverText;
 using Answer = LoopbackTranslationServer::Answer;
 
@@ -122,14 +121,8 @@ private slots:
         const QPoint pointer = labelPoint();
         QVERIFY(gestureShows(pointer, kLabelText));
 
-        const QVariantMap state = popOverState();
-        const QRect body = TolkaroUnderTest::rectOf(state);
         // At the pointer: over or under it, its arrow's length away, never covering it.
-        QVERIFY2(body.left() <= pointer.x() && pointer.x() <= body.right(),
-                 qPrintable(QDebug::toString(body)));
-        const int gap = state.value(QStringLiteral("abovePointer")).toBool()
-                            ? pointer.y() - body.bottom()
-                            : body.top() - pointer.y();
+        const int gap = TolkaroUnderTest::popoverGapFromPointer(pointer);
         QVERIFY2(gap >= 0 && gap <= 48, qPrintable(QString::number(gap)));
 
         QTRY_COMPARE_WITH_TIMEOUT(popoverText(), translation, 10000);

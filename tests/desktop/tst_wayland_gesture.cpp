@@ -179,13 +179,7 @@ void TestWaylandGesture::gestureShowsTheTextThenItsTranslation()
     QTRY_COMPARE_WITH_TIMEOUT(popoverText(), shown, 5000);
 
     // At the pointer: over or under it, never covering it.
-    const QVariantMap state = TolkaroUnderTest::popOverState();
-    const QRect body = TolkaroUnderTest::rectOf(state);
-    QVERIFY2(body.left() <= pointer.x() && pointer.x() <= body.right(),
-             qPrintable(QDebug::toString(body)));
-    const int gap = state.value(QStringLiteral("abovePointer")).toBool()
-                        ? pointer.y() - body.bottom()
-                        : body.top() - pointer.y();
+    const int gap = TolkaroUnderTest::popoverGapFromPointer(pointer);
     QVERIFY2(gap >= 0 && gap <= 48, qPrintable(QString::number(gap)));
 
     QTRY_COMPARE_WITH_TIMEOUT(popoverText(),

@@ -53,6 +53,18 @@ inline QRect rectOf(const QVariantMap &state)
                  state.value(QStringLiteral("height")).toInt());
 }
 
+// How far the popover's body stands from the pointer, above or below it: negative when it
+// covers the pointer or stands beside it. At the pointer is within its arrow's length (48).
+inline int popoverGapFromPointer(const QPoint &pointer)
+{
+    const QVariantMap state = popOverState();
+    const QRect body = rectOf(state);
+    if (pointer.x() < body.left() || pointer.x() > body.right())
+        return -1;
+    return state.value(QStringLiteral("abovePointer")).toBool() ? pointer.y() - body.bottom()
+                                                                : body.top() - pointer.y();
+}
+
 // The attached status menu's items, with their titles, checks and submenus.
 inline QJsonArray menuLayout()
 {
