@@ -164,7 +164,7 @@ private slots:
                               "Apertium (offline)"});
             return run.exitCode == 0;
         };
-        QTRY_VERIFY2_WITH_TIMEOUT(translated(), run.err.constData(), 60000);
+        QVERIFY2(QTest::qWaitFor(translated, 60000), run.err.constData());
         QVERIFY2(run.out.contains("gato") && run.out.contains("negro"), run.out.constData());
         QCOMPARE(m_server->requestCount(), 0);
     }
